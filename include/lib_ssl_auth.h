@@ -1,0 +1,174 @@
+/*
+ * bmccert: client-certificate authentication of the management controller.
+ *
+ * The records below are owned by the daemon that receives the remote
+ * procedure calls; this library reads them from the configuration database
+ * and sends changes as calls. Their layouts are stored and wire formats.
+ */
+#ifndef LIB_SSL_AUTH_H
+#define LIB_SSL_AUTH_H
+
+#include "lib_security_sslcert.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- Limits and keys ---------------------------------------------------- */
+#define SSL_AUTH_MAX_CERTS            20u /* certificate ids 1..20 */
+#define SSL_AUTH_MAX_USERS            16u /* user ids 1..16 */
+#define SSL_AUTH_FILE_NAME_MAX        32u
+#define SSL_AUTH_DB_KEY_STATE         0x214102FFu
+#define SSL_AUTH_DB_KEY_REVOKE_CHECK  0x214103FFu
+#define SSL_AUTH_DB_KEY_ROOT_LIST     0x214104FFu
+#define SSL_AUTH_DB_KEY_CLIENT_LIST   0x214105FFu
+#define SSL_AUTH_DB_KEY_USER_LIST     0x214106FFu
+#define SSL_AUTH_DB_KEY_SUPPORT       0x214107FFu
+#define SSL_AUTH_RPC_MODULE           36u
+#define SSL_AUTH_USER_TABLE_SIZE      12120u
+#define SSL_AUTH_USER_RECORD_SIZE     756u
+#define SSL_AUTH_USER_BASIC_INFO_SIZE 81u
+
+/* ---- Result codes of client authentication ------------------------------ */
+#define SSL_AUTH_ERR_FILE_NAME_LONG   0x92000013u
+#define SSL_AUTH_ERR_FILE_NAME_CHAR   0x92000014u
+#define SSL_AUTH_ERR_FILE_NAME_EXT    0x92000015u
+#define SSL_AUTH_ERR_CERT_ABSENT      0x92000019u
+#define SSL_AUTH_ERR_ROOT_EXPIRED     0x9200001Fu
+#define SSL_AUTH_ERR_ROOT_ABSENT      0x92000021u
+#define SSL_AUTH_ERR_LIGHTTPD_CONF    0x92000022u
+#define SSL_AUTH_ERR_ROOT_LIST_READ   0x92000026u
+#define SSL_AUTH_ERR_CMD_RUN          0x92000027u
+#define SSL_AUTH_ERR_NO_OCSP_URL      0x92000028u
+#define SSL_AUTH_ERR_NO_ISSUER        0x9200002Bu
+#define SSL_AUTH_ERR_NOT_GOOD         0x9200002Du
+
+/* ---- Stored records ------------------------------------------------------ */
+
+typedef struct RootCertInfo_s {
+    uint32_t uiCertId; /* 1..20 when the slot is occupied */
+    uint8_t ucActive;  /* 1: the root certificate in force */
+    uint8_t aucOpaque1[3];
+    char szFileName[33];
+    uint8_t aucOpaque2[297];
+    char szExpDate[66];
+    int32_t iExpTime; /* seconds since 1970-01-01 UTC */
+} RootCertInfo;
+BMCCERT_LAYOUT_ASSERT(RootCertInfo_size, sizeof(RootCertInfo) == 408);
+BMCCERT_LAYOUT_ASSERT(RootCertInfo_active, offsetof(RootCertInfo, ucActive) == 4);
+BMCCERT_LAYOUT_ASSERT(RootCertInfo_name, offsetof(RootCertInfo, szFileName) == 8);
+BMCCERT_LAYOUT_ASSERT(RootCertInfo_opaque2, offsetof(RootCertInfo, aucOpaque2) == 41);
+BMCCERT_LAYOUT_ASSERT(RootCertInfo_exp, offsetof(RootCertInfo, szExpDate) == 338);
+BMCCERT_LAYOUT_ASSERT(RootCertInfo_time, offsetof(RootCertInfo, iExpTime) == 404);
+
+typedef struct CliCertInfo_s {
+    uint32_t uiCertId; /* 1..20 when the slot is occupied */
+    uint32_t uiRootCertId;
+    char szFileName[33];
+    char szSerialNum[103];
+} CliCertInfo;
+BMCCERT_LAYOUT_ASSERT(CliCertInfo_size, sizeof(CliCertInfo) == 144);
+BMCCERT_LAYOUT_ASSERT(CliCertInfo_root, offsetof(CliCertInfo, uiRootCertId) == 4);
+BMCCERT_LAYOUT_ASSERT(CliCertInfo_name, offsetof(CliCertInfo, szFileName) == 8);
+BMCCERT_LAYOUT_ASSERT(CliCertInfo_serial, offsetof(CliCertInfo, szSerialNum) == 41);
+
+typedef struct CliCertUserEntry_s {
+    uint8_t aucOpaque[4];
+    uint32_t uiCliCertId; /* 0: no certificate bound */
+} CliCertUserEntry;
+BMCCERT_LAYOUT_ASSERT(CliCertUserEntry_size, sizeof(CliCertUserEntry) == 8);
+BMCCERT_LAYOUT_ASSERT(CliCertUserEntry_id, offsetof(CliCertUserEntry, uiCliCertId) == 4);
+
+typedef struct RootCertList_s {
+    RootCertInfo astRootCert[20];
+} RootCertList;
+BMCCERT_LAYOUT_ASSERT(RootCertList_size, sizeof(RootCertList) == 8160);
+
+typedef struct CliCertList_s {
+    CliCertInfo astCliCert[20];
+} CliCertList;
+BMCCERT_LAYOUT_ASSERT(CliCertList_size, sizeof(CliCertList) == 2880);
+
+typedef struct CliCertUserList_s {
+    CliCertUserEntry astCertUser[16];
+} CliCertUserList;
+BMCCERT_LAYOUT_ASSERT(CliCertUserList_size, sizeof(CliCertUserList) == 128);
+
+/* ---- Records filled for callers ----------------------------------------- */
+
+typedef struct CertUserBrief_s {
+    uint8_t ucUserId;
+    char szUserName[33];
+    uint8_t ucPrivRole;
+    char szRoleName[17];
+} CertUserBrief;
+BMCCERT_LAYOUT_ASSERT(CertUserBrief_size, sizeof(CertUserBrief) == 52);
+BMCCERT_LAYOUT_ASSERT(CertUserBrief_name, offsetof(CertUserBrief, szUserName) == 1);
+BMCCERT_LAYOUT_ASSERT(CertUserBrief_role, offsetof(CertUserBrief, ucPrivRole) == 34);
+BMCCERT_LAYOUT_ASSERT(CertUserBrief_rolename, offsetof(CertUserBrief, szRoleName) == 35);
+
+typedef struct CliCertDetail_s {
+    CliCertInfo stCliCertInfo;
+    CertUserBrief stUser;
+} CliCertDetail;
+BMCCERT_LAYOUT_ASSERT(CliCertDetail_user, offsetof(CliCertDetail, stUser) == 144);
+BMCCERT_LAYOUT_ASSERT(CliCertDetail_size, sizeof(CliCertDetail) == 196);
+
+typedef struct UsableUserList_s {
+    uint32_t uiUserCnt;
+    CertUserBrief astUser[16];
+} UsableUserList;
+BMCCERT_LAYOUT_ASSERT(UsableUserList_users, offsetof(UsableUserList, astUser) == 4);
+BMCCERT_LAYOUT_ASSERT(UsableUserList_size, sizeof(UsableUserList) == 836);
+
+/* ---- Wire requests of the remote procedure calls (module 36) ------------- */
+
+typedef struct CertAuthStateReq_s {
+    uint8_t ucState;
+    uint8_t aucReserved[3];
+    uint32_t uiRootCertId;
+} CertAuthStateReq;
+BMCCERT_LAYOUT_ASSERT(CertAuthStateReq_size, sizeof(CertAuthStateReq) == 8);
+BMCCERT_LAYOUT_ASSERT(CertAuthStateReq_root, offsetof(CertAuthStateReq, uiRootCertId) == 4);
+
+typedef struct RootCertImportReq_s {
+    LogOrigin stLogOrigin;
+    char szFilePath[1024];
+    uint8_t aucReserved[4];
+} RootCertImportReq;
+BMCCERT_LAYOUT_ASSERT(RootCertImportReq_size, sizeof(RootCertImportReq) == 1112);
+BMCCERT_LAYOUT_ASSERT(RootCertImportReq_path, offsetof(RootCertImportReq, szFilePath) == 84);
+BMCCERT_LAYOUT_ASSERT(RootCertImportReq_rsv, offsetof(RootCertImportReq, aucReserved) == 1108);
+
+typedef struct CliCertImportReq_s {
+    LogOrigin stLogOrigin;
+    char szFilePath[1024];
+    uint32_t uiRootCertId;
+    uint8_t aucReserved[4];
+} CliCertImportReq;
+BMCCERT_LAYOUT_ASSERT(CliCertImportReq_size, sizeof(CliCertImportReq) == 1116);
+BMCCERT_LAYOUT_ASSERT(CliCertImportReq_path, offsetof(CliCertImportReq, szFilePath) == 84);
+BMCCERT_LAYOUT_ASSERT(CliCertImportReq_root, offsetof(CliCertImportReq, uiRootCertId) == 1108);
+BMCCERT_LAYOUT_ASSERT(CliCertImportReq_rsv, offsetof(CliCertImportReq, aucReserved) == 1112);
+
+typedef struct CertUserReq_s {
+    uint32_t uiCertId;
+    uint8_t ucUserId;
+    uint8_t aucReserved[3];
+} CertUserReq;
+BMCCERT_LAYOUT_ASSERT(CertUserReq_size, sizeof(CertUserReq) == 8);
+BMCCERT_LAYOUT_ASSERT(CertUserReq_user, offsetof(CertUserReq, ucUserId) == 4);
+
+/* First bytes of a user record of the user service; the name starts at
+ * its second byte. */
+typedef struct UserBasicInfo_s {
+    uint8_t ucReserved; /* the user service's; not read here */
+    char szUserName[80];
+} UserBasicInfo;
+BMCCERT_LAYOUT_ASSERT(UserBasicInfo_size, sizeof(UserBasicInfo) == 81);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* LIB_SSL_AUTH_H */

@@ -1,0 +1,35 @@
+/*
+ * Control interface of the host stand-in for the controller's platform
+ * libraries. Tests and workstation tools use it beside the state files
+ * under BMCSIM_STATE_DIR; the controller itself has no such interface.
+ */
+#ifndef BMC_SIM_H
+#define BMC_SIM_H
+
+#include "../bmc_platform.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#define BMCSIM_STATE_DIR    "/var/lib/bmc-sim"
+#define BMCSIM_CONFIG_DB    BMCSIM_STATE_DIR "/config.db"
+#define BMCSIM_DIAG_LOG     BMCSIM_STATE_DIR "/diag.log"
+#define BMCSIM_LOCK_DIR     BMCSIM_STATE_DIR "/locks"
+
+/* Environment: value that HW_LIB_GetOemFlag returns (0 when unset). */
+#define BMCSIM_ENV_OEM_FLAG "BMC_SIM_OEM_FLAG"
+/* Environment, read at each call: comma-separated CALL=VALUE items; the
+ * named call returns VALUE (decimal or 0x hex) instead of doing its work. */
+#define BMCSIM_ENV_FAULTS   "BMC_SIM_FAULTS"
+
+/* Number of processes this process has started through the stand-in. */
+BMC_PLATFORM_API uint64_t BMCSIM_SpawnCount(void);
+/* Removes the record stored under the key; 0 also when there was none. */
+BMC_PLATFORM_API int32_t BMCSIM_DbErase(uint32_t uiKey);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* BMC_SIM_H */
