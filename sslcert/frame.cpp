@@ -1,0 +1,29 @@
+#include "sslcert/frame.h"
+
+#include <cerrno>
+#include <cstring>
+
+namespace bmccert {
+namespace {
+
+const char *BaseName(const char *path) {
+    const char *slash = std::strrchr(path, '/');
+    return slash == nullptr ? path : slash + 1;
+}
+
+} // namespace
+
+void ReportCloseFailure(const SourcePlace &where) {
+    const int savedErrno = errno;
+    BMC_DiagLogOut(0, 0, kLevelNote, where.line, BaseName(where.file), "[%s-%dL] Close file failed, %s.",
+                   where.function, where.line, std::strerror(savedErrno));
+}
+
+void StdioFile::Close(const SourcePlace &where) {
+    if (fp_ == nullptr) return;
+    FILE *fp = fp_;
+    fp_ = nullptr;
+    if (std::fclose(fp) != 0) ReportCloseFailure(where);
+}
+
+} // namespace bmccert
