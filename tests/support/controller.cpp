@@ -1,0 +1,87 @@
+#include "tests/support/controller.h"
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "lib_security_sslcert.h"
+#include "platform/host/bmc_sim.h"
+
+namespace bmctest {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct FactoryPair {
+    std::string cert;
+    std::string key;
+};
+
+// Read once, from the sandbox as it was provisioned.
+const FactoryPair &Factory() {
+    static const FactoryPair pair{ReadFile(kFactoryCert), ReadFile(kFactoryKey)};
+    return pair;
+}
+
+void EmptyDirectory(const fs::path &dir) {
+    std::error_code ec;
+    for (const auto &entry : fs::directory_iterator(dir, ec)) fs::remove_all(entry.path(), ec);
+}
+
+} // namespace
+
+void ControllerTest::SetUp() {
+    (void)Factory();
+    unsetenv(BMCSIM_ENV_FAULTS);
+    unsetenv(BMCSIM_ENV_OEM_FLAG);
+    EmptyDirectory("/conf/certs/server/user");
+    std::error_code ec;
+    fs::remove_all("/conf/certs/server/oem", ec);
+    EmptyDirectory("/var/certs");
+    fs::create_directories("/conf/certs/server/default");
+    WriteFile(kFactoryCert, Factory().cert);
+    WriteFile(kFactoryKey, Factory().key);
+    ASSERT_EQ(BMCSIM_DbErase(SSLCERT_INFO_DB_KEY), 0);
+    ClearDiagLog();
+}
+
+void ControllerTest::TearDown() {
+    unsetenv(BMCSIM_ENV_FAULTS);
+    unsetenv(BMCSIM_ENV_OEM_FLAG);
+}
+
+std::string ControllerTest::CertPath(uint32_t certType) {
+    char cert[SSLCERT_PATH_BUF_SIZE] = {};
+    char key[SSLCERT_PATH_BUF_SIZE] = {};
+    EXPECT_EQ(LIB_SECURITY_GetSSLCertKeyPath(certType, sizeof cert, sizeof key, cert, key), 0u);
+    return cert;
+}
+
+std::string ControllerTest::KeyPath(uint32_t certType) {
+    char cert[SSLCERT_PATH_BUF_SIZE] = {};
+    char key[SSLCERT_PATH_BUF_SIZE] = {};
+    EXPECT_EQ(LIB_SECURITY_GetSSLCertKeyPath(certType, sizeof cert, sizeof key, cert, key), 0u);
+    return key;
+}
+
+void ControllerTest::PlaceCert(uint32_t certType, const std::string &certPem,
+                               const std::string &keyPem) {
+    const fs::path cert = CertPath(certType);
+    fs::create_directories(cert.parent_path());
+    WriteFile(cert, certPem);
+    if (!keyPem.empty()) WriteFile(KeyPath(certType), keyPem);
+}
+
+void ControllerTest::RemoveFile(const std::string &path) {
+    std::error_code ec;
+    fs::remove(path, ec);
+}
+
+void ControllerTest::SetFaults(const std::string &faults) {
+    setenv(BMCSIM_ENV_FAULTS, faults.c_str(), 1);
+}
+
+void ControllerTest::SetOemFlag(uint32_t flag) {
+    setenv(BMCSIM_ENV_OEM_FLAG, std::to_string(flag).c_str(), 1);
+}
+
+} // namespace bmctest

@@ -1,0 +1,35 @@
+// A fixture that puts the sandboxed controller back into its factory state
+// before every test: factory default certificate only, no stored
+// information record, empty diagnostics, no fault or OEM setting.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+
+#include "tests/support/diag_log.h"
+#include "tests/support/test_certs.h"
+
+namespace bmctest {
+
+inline constexpr const char *kFactoryCert = "/conf/certs/server/default/server.pem";
+inline constexpr const char *kFactoryKey = "/conf/certs/server/default/privkey.pem";
+
+class ControllerTest : public ::testing::Test {
+  protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    // The certificate and key files of a certificate type (1 to 6).
+    static std::string CertPath(uint32_t certType);
+    static std::string KeyPath(uint32_t certType);
+    // Writes a certificate (and key, when given) where the type's files lie.
+    static void PlaceCert(uint32_t certType, const std::string &certPem,
+                          const std::string &keyPem = KeyPem(KeyKind::Rsa2048));
+    static void RemoveFile(const std::string &path);
+    static void SetFaults(const std::string &faults);
+    static void SetOemFlag(uint32_t flag);
+};
+
+} // namespace bmctest

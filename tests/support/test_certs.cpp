@@ -1,0 +1,115 @@
+#include "tests/support/test_certs.h"
+
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <stdexcept>
+
+#include <openssl/pem.h>
+#include <openssl/x509v3.h>
+
+namespace bmctest {
+namespace {
+
+template <typename T, void (*Free)(T *)> struct Deleter {
+    void operator()(T *p) const { Free(p); }
+};
+using X509Ptr = std::unique_ptr<X509, Deleter<X509, X509_free>>;
+using KeyPtr = std::unique_ptr<EVP_PKEY, Deleter<EVP_PKEY, EVP_PKEY_free>>;
+using BioPtr = std::unique_ptr<BIO, Deleter<BIO, BIO_free_all>>;
+using BitsPtr = std::unique_ptr<ASN1_BIT_STRING, Deleter<ASN1_BIT_STRING, ASN1_BIT_STRING_free>>;
+
+void Require(bool ok, const char *what) {
+    if (!ok) throw std::runtime_error(std::string("test certificate: ") + what);
+}
+
+const char *KeyFile(KeyKind key) {
+    switch (key) {
+    case KeyKind::Rsa1024: return "rsa1024.key";
+    case KeyKind::Ec256: return "ec256.key";
+    default: return "rsa2048.key";
+    }
+}
+
+KeyPtr LoadKey(KeyKind key) {
+    BioPtr bio(BIO_new_mem_buf(KeyPem(key).c_str(), -1));
+    Require(bio != nullptr, "key buffer");
+    KeyPtr pkey(PEM_read_bio_PrivateKey(bio.get(), nullptr, nullptr, nullptr));
+    Require(pkey != nullptr, "key read");
+    return pkey;
+}
+
+void AddNames(X509_NAME *name, const NameEntries &entries) {
+    for (const auto &[field, value] : entries)
+        Require(X509_NAME_add_entry_by_txt(name, field.c_str(), V_ASN1_UTF8STRING,
+                                           reinterpret_cast<const unsigned char *>(value.c_str()),
+                                           -1, -1, 0) == 1,
+                "name entry");
+}
+
+// Entries are stored as given, without the size rules of each attribute, so
+// that oversized values can be made.
+
+// Key usage as the exact bit string, so that an empty one (value 0) can be made.
+void AddKeyUsage(X509 *cert, uint32_t bits) {
+    BitsPtr usage(ASN1_BIT_STRING_new());
+    Require(usage != nullptr, "key usage");
+    for (int bit = 0; bit < 9; ++bit) {
+        // X509_get_key_usage reports bit n of the string as 0x80 >> n, and
+        // decipherOnly (bit 8) as 0x8000.
+        const uint32_t mask = bit < 8 ? (0x80u >> bit) : 0x8000u;
+        if (bits & mask) Require(ASN1_BIT_STRING_set_bit(usage.get(), bit, 1) == 1, "usage bit");
+    }
+    Require(X509_add1_ext_i2d(cert, NID_key_usage, usage.get(), 1, X509V3_ADD_DEFAULT) == 1,
+            "key usage extension");
+}
+
+} // namespace
+
+std::string ReadFile(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    Require(in.good(), path.c_str());
+    std::ostringstream out;
+    out << in.rdbuf();
+    return out.str();
+}
+
+void WriteFile(const std::string &path, const std::string &content) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << content;
+    Require(out.good(), path.c_str());
+}
+
+std::string KeyPem(KeyKind key) {
+    return ReadFile(std::string(BMCCERT_TEST_DATA_DIR "/") + KeyFile(key));
+}
+
+std::string MakeCertPem(const CertSpec &spec) {
+    X509Ptr cert(X509_new());
+    KeyPtr key = LoadKey(spec.key);
+    Require(cert != nullptr, "new");
+    Require(X509_set_version(cert.get(), spec.rawVersion) == 1, "version");
+    Require(ASN1_INTEGER_set(X509_get_serialNumber(cert.get()), spec.serial) == 1, "serial");
+    Require(ASN1_TIME_set(X509_getm_notBefore(cert.get()), spec.notBefore) != nullptr, "notBefore");
+    Require(ASN1_TIME_set(X509_getm_notAfter(cert.get()), spec.notAfter) != nullptr, "notAfter");
+    AddNames(X509_get_subject_name(cert.get()), spec.subject);
+    AddNames(X509_get_issuer_name(cert.get()), spec.issuer.value_or(spec.subject));
+    Require(X509_set_pubkey(cert.get(), key.get()) == 1, "pubkey");
+    if (spec.keyUsage) AddKeyUsage(cert.get(), *spec.keyUsage);
+    if (spec.serverAuth) {
+        X509_EXTENSION *eku = X509V3_EXT_conf_nid(nullptr, nullptr, NID_ext_key_usage, "serverAuth");
+        Require(eku != nullptr, "eku");
+        const int added = X509_add_ext(cert.get(), eku, -1);
+        X509_EXTENSION_free(eku);
+        Require(added == 1, "eku add");
+    }
+    Require(X509_sign(cert.get(), key.get(), EVP_get_digestbyname(spec.digest)) > 0, "sign");
+
+    BioPtr out(BIO_new(BIO_s_mem()));
+    Require(out != nullptr && PEM_write_bio_X509(out.get(), cert.get()) == 1, "pem");
+    char *data = nullptr;
+    const long length = BIO_get_mem_data(out.get(), &data);
+    return std::string(data, static_cast<size_t>(length));
+}
+
+} // namespace bmctest

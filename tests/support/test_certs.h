@@ -1,0 +1,40 @@
+// Test certificates built with the OpenSSL API from the committed keys in
+// tests/data, with fixed dates and serial numbers unless a test asks for
+// dates relative to now.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace bmctest {
+
+enum class KeyKind { Rsa2048, Rsa1024, Ec256 };
+
+using NameEntries = std::vector<std::pair<std::string, std::string>>; // short name, value
+
+struct CertSpec {
+    long rawVersion = 2; // 0 = v1, 2 = v3
+    NameEntries subject = {{"C", "DE"}, {"O", "Test Works"}, {"CN", "bmc.test"}};
+    std::optional<NameEntries> issuer; // self-issued when absent
+    std::optional<uint32_t> keyUsage;  // X509_get_key_usage bits; nullopt: no extension
+    bool serverAuth = true;            // extended key usage serverAuth
+    int64_t notBefore = 1704067200;    // 2024-01-01T00:00:00Z
+    int64_t notAfter = 2019686400;     // 2034-01-01T00:00:00Z
+    long serial = 0x0A1B;
+    KeyKind key = KeyKind::Rsa2048;
+    const char *digest = "SHA256";
+};
+
+inline constexpr uint32_t kKuDigitalSignature = 0x80;
+inline constexpr uint32_t kKuKeyEncipherment = 0x20;
+inline constexpr uint32_t kKuDecipherOnly = 0x8000;
+
+std::string MakeCertPem(const CertSpec &spec);
+std::string KeyPem(KeyKind key);
+std::string ReadFile(const std::string &path);
+void WriteFile(const std::string &path, const std::string &content);
+
+} // namespace bmctest
