@@ -1,0 +1,45 @@
+// Where a sandboxed controller keeps its files: the directories under the
+// sandbox root and the places the controller's software finds them.
+#ifndef BMC_SANDBOX_LAYOUT_H
+#define BMC_SANDBOX_LAYOUT_H
+
+#include <array>
+#include <string_view>
+
+namespace sandbox {
+
+// Name the factory certificate is issued to. ".local" is never delegated
+// in public DNS, so the name cannot clash with a real host's certificate.
+inline constexpr std::string_view kControllerHostName = "bmc.local";
+
+struct MountPlace {
+    std::string_view below_root;
+    std::string_view target;
+};
+
+inline constexpr std::array kMountPlaces{
+    MountPlace{"conf", "/conf"},
+    MountPlace{"var/certs", "/var/certs"},
+    MountPlace{"state", "/var/lib/bmc-sim"},
+};
+
+// Stand-ins of controller programs; first on PATH inside the sandbox.
+inline constexpr std::string_view kBinDir = "bin";
+
+// Written last by provisioning, so that an interrupted one is done again.
+inline constexpr std::string_view kProvisionedMarker = ".provisioned";
+
+// Configuration of the factory certificate request, present only while
+// provisioning runs.
+inline constexpr std::string_view kRequestConfig = ".factory-request.cnf";
+
+// Everything a sandbox ever has directly under its root; temporary files
+// of interrupted writes end in ".tmp".
+inline constexpr std::array kRootEntries{
+    std::string_view{"conf"}, std::string_view{"var"}, std::string_view{"state"},
+    kBinDir, kProvisionedMarker, kRequestConfig,
+};
+
+} // namespace sandbox
+
+#endif
