@@ -1,0 +1,170 @@
+// bmc-sandbox: runs a command against a private, factory-fresh controller
+// file system so that tests and demos never touch the host's /conf,
+// /var/certs or services.
+#include "fs_util.h"
+#include "layout.h"
+#include "mount_namespace.h"
+#include "provision.h"
+#include "root_guard.h"
+#include "spawn.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+constexpr int kExitUsage = 2;
+constexpr int kExitSandboxFailed = 125;
+constexpr int kExitCannotExecute = 127;
+
+constexpr std::string_view kUsage =
+    "usage: bmc-sandbox [--fresh] ROOT -- COMMAND [ARG...]\n"
+    "\n"
+    "Runs COMMAND in a private mount namespace in which ROOT/conf is /conf,\n"
+    "ROOT/var/certs is /var/certs and ROOT/state is /var/lib/bmc-sim, with\n"
+    "ROOT/bin first on PATH and BMC_SANDBOX_ROOT set to ROOT. A ROOT that was\n"
+    "never provisioned first receives the files of a factory-fresh controller;\n"
+    "later runs keep what earlier ones wrote.\n"
+    "\n"
+    "  --fresh   empty ROOT first (it may hold only what a sandbox holds)\n"
+    "  --help    show this text\n"
+    "\n"
+    "Exit status: that of COMMAND (128+N if signal N ended it), 127 if COMMAND\n"
+    "cannot be executed, 125 if the sandbox cannot be set up, 2 on bad usage.\n";
+
+struct Arguments {
+    bool fresh = false;
+    std::string root;
+    std::vector<std::string> command;
+};
+
+void complain(std::string_view message)
+{
+    std::fprintf(stderr, "bmc-sandbox: %.*s\n", static_cast<int>(message.size()), message.data());
+}
+
+[[nodiscard]] int usage_error(std::string_view message)
+{
+    complain(message);
+    std::fputs("usage: bmc-sandbox [--fresh] ROOT -- COMMAND [ARG...] (see --help)\n", stderr);
+    return kExitUsage;
+}
+
+// Returns an exit status when the tool is done before running anything.
+[[nodiscard]] std::optional<int> parse(int argc, char** argv, Arguments& args)
+{
+    int i = 1;
+    for (; i < argc; ++i) {
+        const std::string_view arg = argv[i];
+        if (arg == "--help" || arg == "-h") {
+            std::fputs(kUsage.data(), stdout);
+            return 0;
+        }
+        if (arg == "--fresh" && !args.fresh) {
+            args.fresh = true;
+            continue;
+        }
+        if (arg == "--fresh") {
+            return usage_error("--fresh given twice");
+        }
+        if (arg.starts_with("-")) {
+            return usage_error("unknown option " + std::string(arg));
+        }
+        break;
+    }
+    if (i >= argc) {
+        return usage_error("missing ROOT");
+    }
+    args.root = argv[i++];
+    if (args.root.empty()) {
+        return usage_error("ROOT is empty");
+    }
+    if (args.root.find(':') != std::string::npos) {
+        return usage_error("ROOT must not contain ':', as ROOT/bin goes on PATH");
+    }
+    if (i >= argc || std::string_view(argv[i]) != "--") {
+        return usage_error("expected -- after ROOT");
+    }
+    ++i;
+    if (i >= argc) {
+        return usage_error("missing COMMAND after --");
+    }
+    args.command.assign(argv + i, argv + argc);
+    return std::nullopt;
+}
+
+[[nodiscard]] int run(const Arguments& args)
+{
+    const auto root = sandbox::absolute_path(args.root);
+    if (!root) {
+        complain("cannot make " + args.root + " absolute");
+        return kExitSandboxFailed;
+    }
+    // Checked once before ROOT is created, so that no stray top-level
+    // directory is left behind, and again on the resolved path.
+    if (root->find('/', 1) == std::string::npos) {
+        complain("refusing ROOT " + *root + ": it is the root or a top-level directory");
+        return kExitUsage;
+    }
+    std::string why;
+    if (!sandbox::make_dirs(*root, 0755, why)) {
+        complain(why);
+        return kExitSandboxFailed;
+    }
+    if (const auto reason = sandbox::root_refusal(*root, args.fresh)) {
+        complain(*reason);
+        return kExitUsage;
+    }
+    if (args.fresh && !sandbox::remove_contents(*root, why)) {
+        complain("cannot empty the sandbox: " + why);
+        return kExitSandboxFailed;
+    }
+    if (!sandbox::provision_if_needed(*root, why)) {
+        complain("cannot provision the sandbox: " + why);
+        return kExitSandboxFailed;
+    }
+
+    std::vector<sandbox::BindMount> mounts;
+    for (const sandbox::MountPlace& place : sandbox::kMountPlaces) {
+        mounts.push_back({*root + "/" + std::string(place.below_root), std::string(place.target)});
+    }
+    if (!sandbox::enter_private_mounts(mounts, why)) {
+        complain(why);
+        return kExitSandboxFailed;
+    }
+
+    const char* host_path = std::getenv("PATH");
+    std::string path = *root + "/" + std::string(sandbox::kBinDir) + ":" +
+                       (host_path != nullptr ? host_path : "/usr/local/bin:/usr/bin:/bin");
+    if (::setenv("PATH", path.c_str(), 1) != 0 ||
+        ::setenv("BMC_SANDBOX_ROOT", root->c_str(), 1) != 0) {
+        complain("cannot set the environment");
+        return kExitSandboxFailed;
+    }
+
+    sandbox::RunOptions options;
+    options.forward_signals = true;
+    sandbox::RunResult result;
+    if (!sandbox::run_program(args.command, options, result, why)) {
+        complain(why);
+        return kExitCannotExecute;
+    }
+    return result.exit_code;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    Arguments args;
+    if (const auto done = parse(argc, argv, args)) {
+        return *done;
+    }
+    return run(args);
+}
