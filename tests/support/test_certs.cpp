@@ -32,7 +32,8 @@ const char *KeyFile(KeyKind key) {
 }
 
 KeyPtr LoadKey(KeyKind key) {
-    BioPtr bio(BIO_new_mem_buf(KeyPem(key).c_str(), -1));
+    const std::string pem = KeyPem(key);
+    BioPtr bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
     Require(bio != nullptr, "key buffer");
     KeyPtr pkey(PEM_read_bio_PrivateKey(bio.get(), nullptr, nullptr, nullptr));
     Require(pkey != nullptr, "key read");
