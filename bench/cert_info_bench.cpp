@@ -65,9 +65,9 @@ void BM_BareOpensslDump(benchmark::State &state) {
     std::remove("/var/certs/bench_dump");
 }
 
-BENCHMARK(BM_GetCertInfoFromDatabase)->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_GetCertInfoFromFile)->Unit(benchmark::kMillisecond)->MinTime(2.0);
-BENCHMARK(BM_BareOpensslDump)->Unit(benchmark::kMillisecond)->MinTime(2.0);
+BENCHMARK(BM_GetCertInfoFromDatabase)->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(BM_GetCertInfoFromFile)->Unit(benchmark::kMillisecond)->MinTime(2.0)->UseRealTime();
+BENCHMARK(BM_BareOpensslDump)->Unit(benchmark::kMillisecond)->MinTime(2.0)->UseRealTime();
 
 // Keeps each benchmark's real time per iteration for the ratios at the end.
 class RatioReporter : public benchmark::ConsoleReporter {
