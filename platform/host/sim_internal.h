@@ -1,0 +1,90 @@
+// Shared pieces of the host stand-in: ownership holders, the fault switch,
+// number parsing and state directory creation. Nothing here is exported.
+#pragma once
+
+#include <cerrno>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string_view>
+
+#include <unistd.h>
+
+#include "bmc_sim.h"
+
+namespace bmcsim {
+
+inline constexpr uint32_t kFail = BMC_PLATFORM_FAIL;
+inline constexpr int32_t kFailSigned = static_cast<int32_t>(BMC_PLATFORM_FAIL);
+
+// Owns a pointer and gives it back through the C release function of the
+// library that made it (sqlite3_close_v2, pcre2_code_free, fclose...).
+template <auto Release> struct ReleaseWith {
+    template <typename T> void operator()(T *object) const noexcept { Release(object); }
+};
+template <typename T, auto Release> using Owned = std::unique_ptr<T, ReleaseWith<Release>>;
+
+// Puts errno back as it was when the holder was made, so that cleanup after
+// a failure does not hide the reason of the failure.
+class ErrnoKeeper {
+public:
+    ErrnoKeeper() noexcept : saved_(errno) {}
+    ~ErrnoKeeper() { errno = saved_; }
+    ErrnoKeeper(const ErrnoKeeper &) = delete;
+    ErrnoKeeper &operator=(const ErrnoKeeper &) = delete;
+
+private:
+    int saved_;
+};
+
+// A descriptor closed when it goes out of scope.
+class UniqueFd {
+public:
+    UniqueFd() noexcept = default;
+    explicit UniqueFd(int fd) noexcept : fd_(fd) {}
+    UniqueFd(UniqueFd &&other) noexcept : fd_(other.Release()) {}
+    UniqueFd &operator=(UniqueFd &&other) noexcept {
+        if (this != &other) Reset(other.Release());
+        return *this;
+    }
+    UniqueFd(const UniqueFd &) = delete;
+    UniqueFd &operator=(const UniqueFd &) = delete;
+    ~UniqueFd() { Reset(); }
+
+    [[nodiscard]] int Get() const noexcept { return fd_; }
+    [[nodiscard]] bool Valid() const noexcept { return fd_ >= 0; }
+    [[nodiscard]] int Release() noexcept {
+        int fd = fd_;
+        fd_ = -1;
+        return fd;
+    }
+    void Reset(int fd = -1) noexcept {
+        if (fd_ >= 0) {
+            ErrnoKeeper keep;
+            (void)::close(fd_);
+        }
+        fd_ = fd;
+    }
+    // Closes now and reports the result: a failed close of a written file
+    // can be the first sign that the data did not reach the disk.
+    [[nodiscard]] bool Close() noexcept {
+        int fd = Release();
+        return fd < 0 || ::close(fd) == 0;
+    }
+
+private:
+    int fd_ = -1;
+};
+
+// The value that BMC_SIM_FAULTS tells the named call to return instead of
+// doing its work, if any. Cheap and allocation-free when the variable is unset.
+[[nodiscard]] std::optional<uint32_t> InjectedFault(std::string_view call) noexcept;
+
+// Decimal or 0x-prefixed hexadecimal, the whole text, at most 32 bits.
+[[nodiscard]] std::optional<uint32_t> ParseNumber(std::string_view text) noexcept;
+
+// Creates the directory and its missing parents (mode 0755); true when it
+// exists afterwards.
+[[nodiscard]] bool MakeDirs(const char *path) noexcept;
+
+} // namespace bmcsim
