@@ -101,7 +101,7 @@ TEST_F(CertInfoTest, DatabaseFaultsStillServeTheFiles) {
 
 TEST_F(CertInfoTest, RefreshReplacesTheRecordOnlyWhenTheFilesRead) {
     ASSERT_EQ(SECURITY_UpdateCertInfo(), 0);
-    CertSpec user;
+    CertRecipe user;
     user.subject = {{"CN", "installed.test"}};
     user.serial = 0x1234;
     PlaceCert(SSL_CERT_TYPE_USER, MakeCertPem(user));
@@ -115,7 +115,7 @@ TEST_F(CertInfoTest, RefreshReplacesTheRecordOnlyWhenTheFilesRead) {
     // An empty key usage fails the file read after the attributes and the
     // dump have been written; nothing is stored.
     ClearDiagLog();
-    CertSpec broken;
+    CertRecipe broken;
     broken.keyUsage = 0;
     PlaceCert(SSL_CERT_TYPE_USER, MakeCertPem(broken));
     SSLCertInfo fromFile{};
@@ -152,10 +152,10 @@ TEST_F(CertInfoTest, DaysLeftCountsWholeDays) {
     for (const Case &c : cases) {
         SCOPED_TRACE(c.name);
         SetUp();
-        CertSpec spec;
-        spec.notBefore = now - 86400;
-        spec.notAfter = now + c.expiresIn;
-        PlaceCert(SSL_CERT_TYPE_DEFAULT, MakeCertPem(spec));
+        CertRecipe recipe;
+        recipe.notBefore = now - 86400;
+        recipe.notAfter = now + c.expiresIn;
+        PlaceCert(SSL_CERT_TYPE_DEFAULT, MakeCertPem(recipe));
         EXPECT_EQ(LIB_SECURITY_GetCertLeftExpires(), c.days);
     }
 }

@@ -41,9 +41,9 @@ TEST_F(X509ExtractTest, KeyUsageNamesJoinInTableOrder) {
     for (const Case &c : cases) {
         SCOPED_TRACE(c.name);
         ClearDiagLog();
-        CertSpec spec;
-        spec.keyUsage = c.bits;
-        ASSERT_EQ(Extract(MakeCertPem(spec)), 0u);
+        CertRecipe recipe;
+        recipe.keyUsage = c.bits;
+        ASSERT_EQ(Extract(MakeCertPem(recipe)), 0u);
         EXPECT_STREQ(config_.szKeyUsage, c.text);
         EXPECT_STREQ(config_.szVersion, "3");
         EXPECT_EQ(config_.uiPublicKeyLen, 2048u);
@@ -52,7 +52,7 @@ TEST_F(X509ExtractTest, KeyUsageNamesJoinInTableOrder) {
 }
 
 TEST_F(X509ExtractTest, FailingExtractorEndsTheRunWithEarlierFieldsKept) {
-    CertSpec emptyUsage;
+    CertRecipe emptyUsage;
     emptyUsage.keyUsage = 0;
     EXPECT_EQ(Extract(MakeCertPem(emptyUsage)), SSLCERT_ERR_CERT_PARSE);
     EXPECT_STREQ(config_.stIssueFrom.szCommonName, "bmc.test");
@@ -63,7 +63,7 @@ TEST_F(X509ExtractTest, FailingExtractorEndsTheRunWithEarlierFieldsKept) {
 
     // An unsupported version stops before the key length.
     ClearDiagLog();
-    CertSpec version4;
+    CertRecipe version4;
     version4.rawVersion = 3;
     version4.keyUsage = kKuDigitalSignature;
     EXPECT_EQ(Extract(MakeCertPem(version4)), SSLCERT_ERR_CERT_PARSE);
@@ -73,25 +73,25 @@ TEST_F(X509ExtractTest, FailingExtractorEndsTheRunWithEarlierFieldsKept) {
 }
 
 TEST_F(X509ExtractTest, VersionOneAndEcKeys) {
-    CertSpec v1;
+    CertRecipe v1;
     v1.rawVersion = 0;
     v1.serverAuth = false;
     ASSERT_EQ(Extract(MakeCertPem(v1)), 0u);
     EXPECT_STREQ(config_.szVersion, "1");
 
-    CertSpec ec;
+    CertRecipe ec;
     ec.key = KeyKind::Ec256;
     ASSERT_EQ(Extract(MakeCertPem(ec)), 0u);
     EXPECT_EQ(config_.uiPublicKeyLen, 256u);
 }
 
 TEST_F(X509ExtractTest, NamesTakeFirstEntryAndAreCutToTheirFields) {
-    CertSpec spec;
+    CertRecipe recipe;
     const std::string longName(100, 'n');
-    spec.subject = {{"CN", "first"}, {"CN", "second"}, {"C", "DEU"}, {"L", "Town"},
+    recipe.subject = {{"CN", "first"}, {"CN", "second"}, {"C", "DEU"}, {"L", "Town"},
                     {"ST", "State"}, {"OU", "Unit"},   {"O", longName}};
-    spec.issuer = NameEntries{{"CN", longName}, {"emailAddress", "ca@my-bmc.example.com"}};
-    ASSERT_EQ(Extract(MakeCertPem(spec)), 0u);
+    recipe.issuer = NameEntries{{"CN", longName}, {"emailAddress", "ca@my-bmc.example.com"}};
+    ASSERT_EQ(Extract(MakeCertPem(recipe)), 0u);
 
     const SSLCertGenParam &to = config_.stIssueTo;
     EXPECT_STREQ(to.szCommonName, "first");
@@ -108,7 +108,7 @@ TEST_F(X509ExtractTest, NamesTakeFirstEntryAndAreCutToTheirFields) {
 
 TEST_F(X509ExtractTest, FilesThatHoldNoUsableCertificate) {
     const std::string first = MakeCertPem({});
-    CertSpec other;
+    CertRecipe other;
     other.subject = {{"CN", "second.test"}};
     ASSERT_EQ(Extract(first + MakeCertPem(other)), 0u);
     EXPECT_STREQ(config_.stIssueTo.szCommonName, "bmc.test");
@@ -129,26 +129,6 @@ TEST_F(X509ExtractTest, FilesThatHoldNoUsableCertificate) {
                   {31, 3, 2, "Unknown Cert type = 0.\n"},
                   {31, 3, 2, "Failed to get Cert and Key Path. Func:[SECURITY_SSL_GetSSLCertX509_Parse]\n"},
               }));
-}
-
-TEST_F(X509ExtractTest, ExtractorsCheckTheirPointersInOrder) {
-    using Extractor = uint32_t (*)(X509 *, SSLConfig *);
-    for (Extractor extract : {SECURITY_SSL_GetIssueFrom, SECURITY_SSL_GetIssueTo,
-                              SECURITY_SSL_ParseKeyUsage, SECURITY_SSL_GetCertVersion,
-                              SECURITY_SSL_GetPublicKeyLength}) {
-        ClearDiagLog();
-        EXPECT_EQ(extract(nullptr, nullptr), SSLCERT_ERR_NULL_POINTER);
-        const auto records = ReadDiagLog();
-        ASSERT_EQ(records.size(), 1u);
-        EXPECT_EQ(records[0].message.rfind("Pointer pstCert is Null, File:x509_extract.cpp Func:", 0),
-                  0u)
-            << records[0].message;
-    }
-    ClearDiagLog();
-    SSLCertGenParam name{};
-    EXPECT_EQ(SECURITY_SSL_ParseSSLCert(static_cast<const X509_NAME *>(nullptr), &name),
-              SSLCERT_ERR_NULL_POINTER);
-    EXPECT_EQ(ReadDiagLog().at(0).message.rfind("Pointer pstContentName is Null", 0), 0u);
 }
 
 } // namespace

@@ -85,26 +85,26 @@ std::string KeyPem(KeyKind key) {
     return ReadFile(std::string(BMCCERT_TEST_DATA_DIR "/") + KeyFile(key));
 }
 
-std::string MakeCertPem(const CertSpec &spec) {
+std::string MakeCertPem(const CertRecipe &recipe) {
     X509Ptr cert(X509_new());
-    KeyPtr key = LoadKey(spec.key);
+    KeyPtr key = LoadKey(recipe.key);
     Require(cert != nullptr, "new");
-    Require(X509_set_version(cert.get(), spec.rawVersion) == 1, "version");
-    Require(ASN1_INTEGER_set(X509_get_serialNumber(cert.get()), spec.serial) == 1, "serial");
-    Require(ASN1_TIME_set(X509_getm_notBefore(cert.get()), spec.notBefore) != nullptr, "notBefore");
-    Require(ASN1_TIME_set(X509_getm_notAfter(cert.get()), spec.notAfter) != nullptr, "notAfter");
-    AddNames(X509_get_subject_name(cert.get()), spec.subject);
-    AddNames(X509_get_issuer_name(cert.get()), spec.issuer.value_or(spec.subject));
+    Require(X509_set_version(cert.get(), recipe.rawVersion) == 1, "version");
+    Require(ASN1_INTEGER_set(X509_get_serialNumber(cert.get()), recipe.serial) == 1, "serial");
+    Require(ASN1_TIME_set(X509_getm_notBefore(cert.get()), recipe.notBefore) != nullptr, "notBefore");
+    Require(ASN1_TIME_set(X509_getm_notAfter(cert.get()), recipe.notAfter) != nullptr, "notAfter");
+    AddNames(X509_get_subject_name(cert.get()), recipe.subject);
+    AddNames(X509_get_issuer_name(cert.get()), recipe.issuer.value_or(recipe.subject));
     Require(X509_set_pubkey(cert.get(), key.get()) == 1, "pubkey");
-    if (spec.keyUsage) AddKeyUsage(cert.get(), *spec.keyUsage);
-    if (spec.serverAuth) {
+    if (recipe.keyUsage) AddKeyUsage(cert.get(), *recipe.keyUsage);
+    if (recipe.serverAuth) {
         X509_EXTENSION *eku = X509V3_EXT_conf_nid(nullptr, nullptr, NID_ext_key_usage, "serverAuth");
         Require(eku != nullptr, "eku");
         const int added = X509_add_ext(cert.get(), eku, -1);
         X509_EXTENSION_free(eku);
         Require(added == 1, "eku add");
     }
-    Require(X509_sign(cert.get(), key.get(), EVP_get_digestbyname(spec.digest)) > 0, "sign");
+    Require(X509_sign(cert.get(), key.get(), EVP_get_digestbyname(recipe.digest)) > 0, "sign");
 
     BioPtr out(BIO_new(BIO_s_mem()));
     Require(out != nullptr && PEM_write_bio_X509(out.get(), cert.get()) == 1, "pem");

@@ -15,7 +15,7 @@ enum class KeyKind { Rsa2048, Rsa1024, Ec256 };
 
 using NameEntries = std::vector<std::pair<std::string, std::string>>; // short name, value
 
-struct CertSpec {
+struct CertRecipe {
     long rawVersion = 2; // 0 = v1, 2 = v3
     NameEntries subject = {{"C", "DE"}, {"O", "Test Works"}, {"CN", "bmc.test"}};
     std::optional<NameEntries> issuer; // self-issued when absent
@@ -32,7 +32,7 @@ inline constexpr uint32_t kKuDigitalSignature = 0x80;
 inline constexpr uint32_t kKuKeyEncipherment = 0x20;
 inline constexpr uint32_t kKuDecipherOnly = 0x8000;
 
-std::string MakeCertPem(const CertSpec &spec);
+std::string MakeCertPem(const CertRecipe &recipe);
 std::string KeyPem(KeyKind key);
 std::string ReadFile(const std::string &path);
 void WriteFile(const std::string &path, const std::string &content);
