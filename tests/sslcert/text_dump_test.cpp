@@ -101,7 +101,7 @@ void DumpRepeatedly(uint32_t certType, const char *serial, int rounds, int &mism
 }
 
 TEST_F(TextDumpTest, ConcurrentDumpsNeverShareTheScratchFile) {
-    CertSpec other;
+    CertRecipe other;
     other.serial = 0x7C7C;
     PlaceCert(SSL_CERT_TYPE_DEFAULT, MakeCertPem({}));
     PlaceCert(SSL_CERT_TYPE_UPLOAD_TMP, MakeCertPem(other));
