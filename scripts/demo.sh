@@ -4,15 +4,27 @@
 # from the files the first time and served from the database afterwards.
 set -euo pipefail
 bmccert=$1
+diag=/var/lib/bmc-sim/diag.log
 
 step() { printf '\n$ bmccert %s\n' "$*"; "$bmccert" "$@"; }
+new_diagnostics() {
+    local seen=$1
+    printf '\n-- library diagnostics since the last step (%s):\n' "$diag"
+    tail -n +"$((seen + 1))" "$diag" 2>/dev/null || true
+}
+diag_lines() { wc -l < "$diag" 2>/dev/null || echo 0; }
 
 step type
 step paths 4
+
+seen=$(diag_lines)
 step info
-echo "(first read: from the certificate files, then stored in the configuration database)"
+echo "(no stored record yet: read from the certificate files, then stored in the configuration database)"
+new_diagnostics "$seen"
+
+seen=$(diag_lines)
 step info --json
-echo "(second read: served from the configuration database)"
+echo "(served from the configuration database: no openssl run, no diagnostics)"
+new_diagnostics "$seen"
+
 step days-left
-printf '\ndiagnostics written by the library (/var/lib/bmc-sim/diag.log):\n'
-cat /var/lib/bmc-sim/diag.log 2>/dev/null || true
