@@ -28,8 +28,7 @@ extern "C" {
 #elif defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L
 #define BMCCERT_LAYOUT_ASSERT(name, cond) _Static_assert((cond), #name)
 #else
-#define BMCCERT_LAYOUT_ASSERT(name, cond) \
-    typedef char bmccert_layout_##name[(cond) ? 1 : -1]
+#define BMCCERT_LAYOUT_ASSERT(name, cond) typedef char bmccert_layout_##name[(cond) ? 1 : -1]
 #endif
 
 /* OpenSSL's own structure tags, so that this header needs no OpenSSL header. */
@@ -49,34 +48,34 @@ struct X509_name_st;
 #define SSL_CERT_OEM_FLAG_OEM 3u
 
 /* ---- Result codes ------------------------------------------------------ */
-#define SSLCERT_OK                     0x00000000u
-#define SSLCERT_ERR_GENERAL            0x81000001u
-#define SSLCERT_ERR_NULL_POINTER       0x81000002u
-#define SSLCERT_ERR_NO_DB              0x81000005u
-#define SSLCERT_ERR_DB_READ            0x81000006u
-#define SSLCERT_ERR_DB_WRITE           0x81000007u
-#define SSLCERT_ERR_FILE_TIME          0x8100000Eu
-#define SSLCERT_ERR_FILE_OPEN          0x81000015u
-#define SSLCERT_ERR_EXT_FILE_MISSING   0x81000017u
-#define SSLCERT_ERR_NOT_SERVER_CERT    0x98000001u
-#define SSLCERT_ERR_TMP_CERT_UNREAD    0x98000002u
-#define SSLCERT_ERR_CERT_PARSE         0x98000003u
-#define SSLCERT_ERR_CERT_EXPIRED       0x98000004u
-#define SSLCERT_ERR_FILE_TOO_BIG       0x98000005u
-#define SSLCERT_ERR_KEY_ENCRYPTED      0x98000006u
-#define SSLCERT_ERR_KEY_MISMATCH       0x98000007u
-#define SSLCERT_ERR_GEN_REQUEST        0x98000008u
-#define SSLCERT_ERR_FILE_MISSING       0x98000009u
-#define SSLCERT_ERR_MD5_SIGNATURE      0x9800000Au
+#define SSLCERT_OK                    0x00000000u
+#define SSLCERT_ERR_GENERAL           0x81000001u
+#define SSLCERT_ERR_NULL_POINTER      0x81000002u
+#define SSLCERT_ERR_NO_DB             0x81000005u
+#define SSLCERT_ERR_DB_READ           0x81000006u
+#define SSLCERT_ERR_DB_WRITE          0x81000007u
+#define SSLCERT_ERR_FILE_TIME         0x8100000Eu
+#define SSLCERT_ERR_FILE_OPEN         0x81000015u
+#define SSLCERT_ERR_EXT_FILE_MISSING  0x81000017u
+#define SSLCERT_ERR_NOT_SERVER_CERT   0x98000001u
+#define SSLCERT_ERR_TMP_CERT_UNREAD   0x98000002u
+#define SSLCERT_ERR_CERT_PARSE        0x98000003u
+#define SSLCERT_ERR_CERT_EXPIRED      0x98000004u
+#define SSLCERT_ERR_FILE_TOO_BIG      0x98000005u
+#define SSLCERT_ERR_KEY_ENCRYPTED     0x98000006u
+#define SSLCERT_ERR_KEY_MISMATCH      0x98000007u
+#define SSLCERT_ERR_GEN_REQUEST       0x98000008u
+#define SSLCERT_ERR_FILE_MISSING      0x98000009u
+#define SSLCERT_ERR_MD5_SIGNATURE     0x9800000Au
 /* Management codes handed to management callers. */
-#define SSLCERT_MGMT_INFO_UNAVAILABLE  0x18000019u
-#define SSLCERT_MGMT_GEN_FAILED        0x1800001Au
-#define SSLCERT_MGMT_IMPORT_FAILED     0x1800001Bu
-#define SSLCERT_MGMT_GEN_BAD_REQUEST   0x1800041Cu
-#define SSLCERT_MGMT_PLATFORM_BUSY     0x1800081Bu
+#define SSLCERT_MGMT_INFO_UNAVAILABLE 0x18000019u
+#define SSLCERT_MGMT_GEN_FAILED       0x1800001Au
+#define SSLCERT_MGMT_IMPORT_FAILED    0x1800001Bu
+#define SSLCERT_MGMT_GEN_BAD_REQUEST  0x1800041Cu
+#define SSLCERT_MGMT_PLATFORM_BUSY    0x1800081Bu
 /* Codes that only the platform produces. */
-#define BMC_PLATFORM_ERR_1             0x82000001u
-#define BMC_PLATFORM_ERR_2             0x82000002u
+#define BMC_PLATFORM_ERR_1            0x82000001u
+#define BMC_PLATFORM_ERR_2            0x82000002u
 
 /* ---- Fixed limits ------------------------------------------------------ */
 #define SSLCERT_PATH_BUF_SIZE     126u /* every caller's path buffer */
@@ -211,13 +210,10 @@ BMCCERT_API uint32_t LIB_SECURITY_GetSSLCertKeyPath(uint32_t uiCertType, uint32_
 /* ---- X.509 field extraction -------------------------------------------- */
 BMCCERT_API uint32_t SECURITY_SSL_GetSSLCertX509_Parse(uint32_t uiCertType,
                                                        SSLConfig *pstSSLConfig);
-BMCCERT_API uint32_t SECURITY_SSL_GetIssueFrom(struct x509_st *pstCert,
-                                               SSLConfig *pstSSLConfig);
-BMCCERT_API uint32_t SECURITY_SSL_GetIssueTo(struct x509_st *pstCert,
-                                             SSLConfig *pstSSLConfig);
+BMCCERT_API uint32_t SECURITY_SSL_GetIssueFrom(struct x509_st *pstCert, SSLConfig *pstSSLConfig);
+BMCCERT_API uint32_t SECURITY_SSL_GetIssueTo(struct x509_st *pstCert, SSLConfig *pstSSLConfig);
 BMCCERT_API uint32_t SECURITY_SSL_ParseKeyUsage(struct x509_st *pstCert, SSLConfig *pstSSLConfig);
-BMCCERT_API uint32_t SECURITY_SSL_GetCertVersion(struct x509_st *pstCert,
-                                                 SSLConfig *pstSSLConfig);
+BMCCERT_API uint32_t SECURITY_SSL_GetCertVersion(struct x509_st *pstCert, SSLConfig *pstSSLConfig);
 BMCCERT_API uint32_t SECURITY_SSL_GetPublicKeyLength(struct x509_st *pstCert,
                                                      SSLConfig *pstSSLConfig);
 BMCCERT_API uint32_t SECURITY_SSL_ParseSSLCert(const struct X509_name_st *pstContentName,

@@ -20,7 +20,7 @@ extern "C" {
 #endif
 
 #if defined(__GNUC__)
-#define BMC_PLATFORM_API __attribute__((visibility("default")))
+#define BMC_PLATFORM_API           __attribute__((visibility("default")))
 #define BMC_PRINTF_LIKE(fmt, args) __attribute__((format(printf, fmt, args)))
 #else
 #define BMC_PLATFORM_API

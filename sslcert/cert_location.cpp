@@ -49,7 +49,9 @@ constexpr std::array<Candidate, 4> kCandidates = {{
     {SSL_CERT_TYPE_DEFAULT, false, "No SSL default key file found.\n"},
 }};
 
-bool Exists(const char *path) { return access(path, F_OK) == 0; }
+bool Exists(const char *path) {
+    return access(path, F_OK) == 0;
+}
 
 } // namespace
 

@@ -15,8 +15,9 @@ const char *BaseName(const char *path) {
 
 void ReportCloseFailure(const SourcePlace &where) {
     const int savedErrno = errno;
-    BMC_DiagLogOut(0, 0, kLevelNote, where.line, BaseName(where.file), "[%s-%dL] Close file failed, %s.",
-                   where.function, where.line, std::strerror(savedErrno));
+    BMC_DiagLogOut(0, 0, kLevelNote, where.line, BaseName(where.file),
+                   "[%s-%dL] Close file failed, %s.", where.function, where.line,
+                   std::strerror(savedErrno));
 }
 
 void StdioFile::Close(const SourcePlace &where) {

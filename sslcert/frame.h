@@ -30,9 +30,9 @@ inline constexpr uint32_t kLevelNote = 7;
 
 // One owner type per OpenSSL object, declared once with its free function.
 template <typename T> struct OpenSslDeleter;
-#define BMCCERT_OPENSSL_DELETER(type, freeFn)                                  \
-    template <> struct OpenSslDeleter<type> {                                  \
-        void operator()(type *object) const noexcept { freeFn(object); }       \
+#define BMCCERT_OPENSSL_DELETER(type, freeFn)                                                      \
+    template <> struct OpenSslDeleter<type> {                                                      \
+        void operator()(type *object) const noexcept { freeFn(object); }                           \
     }
 BMCCERT_OPENSSL_DELETER(X509, X509_free);
 BMCCERT_OPENSSL_DELETER(EVP_PKEY, EVP_PKEY_free);
@@ -48,7 +48,9 @@ struct SourcePlace {
     int line;
 };
 #define BMCCERT_CALLER_PLACE                                                                       \
-    ::bmccert::SourcePlace { __builtin_FILE(), __builtin_FUNCTION(), __builtin_LINE() }
+    ::bmccert::SourcePlace {                                                                       \
+        __builtin_FILE(), __builtin_FUNCTION(), __builtin_LINE()                                   \
+    }
 
 // Writes the close-failure report for a failed fclose at the given place.
 void ReportCloseFailure(const SourcePlace &where);
@@ -99,14 +101,14 @@ class NamedFileLock {
 
 // Diagnostic of the current source unit (module 31, its sub-module).
 #define BMCCERT_DIAG(level, ...)                                                                   \
-    ::BMC_DiagLogOut(::bmccert::kDiagModule, kDiagSubModule, (level), __LINE__, __FILE_NAME__,      \
+    ::BMC_DiagLogOut(::bmccert::kDiagModule, kDiagSubModule, (level), __LINE__, __FILE_NAME__,     \
                      __VA_ARGS__)
 
 // The null-pointer report names the parameter as written in the code.
 #define BMCCERT_REPORT_NULL(name)                                                                  \
     ::BMC_DiagLogOut(0, 0, ::bmccert::kLevelNote, __LINE__, __FILE_NAME__,                         \
-                     "Pointer " #name " is Null, File:%s Func:%s Line:%d", __FILE_NAME__, __func__, \
-                     __LINE__)
+                     "Pointer " #name " is Null, File:%s Func:%s Line:%d", __FILE_NAME__,          \
+                     __func__, __LINE__)
 
 // Argument check: reports a null pointer and returns the given result.
 #define BMCCERT_CHECK_NULL(pointer, result)                                                        \

@@ -58,7 +58,8 @@ void WriteDate(const char *slot, char *field) {
 }
 
 void RemoveScratchFile() {
-    if (unlink(kScratchPath) != 0) BMCCERT_DIAG(kLevelFailure, "Unable to remove: %s", kScratchPath);
+    if (unlink(kScratchPath) != 0)
+        BMCCERT_DIAG(kLevelFailure, "Unable to remove: %s", kScratchPath);
 }
 
 } // namespace
@@ -77,9 +78,10 @@ extern "C" int32_t SECURITY_SSL_GetSSLCertCommon(uint32_t uiCertType, SSLConfig 
     // The certificate path comes from the fixed location table, never from
     // outside, so it is safe on the command line as it stands.
     char command[kCommandSize] = {};
-    (void)BMC_Scnprintf(command, sizeof command,
-                        "openssl x509 -text -serial -startdate -enddate -purpose -noout -in %s > %s",
-                        paths.cert, kScratchPath);
+    (void)BMC_Scnprintf(
+        command, sizeof command,
+        "openssl x509 -text -serial -startdate -enddate -purpose -noout -in %s > %s", paths.cert,
+        kScratchPath);
 
     // Every dump of every thread and process shares the one scratch file.
     NamedFileLock scratchLock(kScratchLock);

@@ -49,7 +49,9 @@ struct NameAttribute {
     size_t fieldSize;
 };
 #define BMCCERT_NAME_FIELD(nid, field)                                                             \
-    NameAttribute { nid, offsetof(SSLCertGenParam, field), sizeof(SSLCertGenParam::field) }
+    NameAttribute {                                                                                \
+        nid, offsetof(SSLCertGenParam, field), sizeof(SSLCertGenParam::field)                      \
+    }
 constexpr std::array<NameAttribute, 7> kNameAttributes = {{
     BMCCERT_NAME_FIELD(NID_commonName, szCommonName),
     BMCCERT_NAME_FIELD(NID_countryName, szCountryCode),
@@ -96,7 +98,8 @@ uint32_t FillNameBlock(const X509_NAME *name, SSLCertGenParam *block, const char
 using namespace bmccert;
 using namespace bmccert::sslcert;
 
-extern "C" uint32_t SECURITY_SSL_GetSSLCertX509_Parse(uint32_t uiCertType, SSLConfig *pstSSLConfig) {
+extern "C" uint32_t SECURITY_SSL_GetSSLCertX509_Parse(uint32_t uiCertType,
+                                                      SSLConfig *pstSSLConfig) {
     BMCCERT_CHECK_NULL(pstSSLConfig, SSLCERT_ERR_NULL_POINTER);
 
     CertKeyPaths paths;

@@ -12,10 +12,10 @@
 extern "C" {
 #endif
 
-#define BMCSIM_STATE_DIR    "/var/lib/bmc-sim"
-#define BMCSIM_CONFIG_DB    BMCSIM_STATE_DIR "/config.db"
-#define BMCSIM_DIAG_LOG     BMCSIM_STATE_DIR "/diag.log"
-#define BMCSIM_LOCK_DIR     BMCSIM_STATE_DIR "/locks"
+#define BMCSIM_STATE_DIR "/var/lib/bmc-sim"
+#define BMCSIM_CONFIG_DB BMCSIM_STATE_DIR "/config.db"
+#define BMCSIM_DIAG_LOG  BMCSIM_STATE_DIR "/diag.log"
+#define BMCSIM_LOCK_DIR  BMCSIM_STATE_DIR "/locks"
 
 /* Environment: value that HW_LIB_GetOemFlag returns (0 when unset). */
 #define BMCSIM_ENV_OEM_FLAG "BMC_SIM_OEM_FLAG"

@@ -117,4 +117,6 @@ extern "C" int32_t BMC_GetCmdOutLineBuffer(const char *pcCmd, uint32_t uiSize, c
     return Capture(pcCmd, uiSize, pcBuf, Keep::FirstLine);
 }
 
-extern "C" uint64_t BMCSIM_SpawnCount(void) { return g_spawnCount.load(std::memory_order_relaxed); }
+extern "C" uint64_t BMCSIM_SpawnCount(void) {
+    return g_spawnCount.load(std::memory_order_relaxed);
+}

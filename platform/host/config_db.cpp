@@ -38,7 +38,7 @@ std::once_flag g_forkHooks;
 
 // Hands the statement back for its next use and ends its read snapshot.
 class StatementUse {
-public:
+  public:
     explicit StatementUse(sqlite3_stmt *stmt) noexcept : stmt_(stmt) {}
     StatementUse(const StatementUse &) = delete;
     StatementUse &operator=(const StatementUse &) = delete;
@@ -48,7 +48,7 @@ public:
     }
     [[nodiscard]] sqlite3_stmt *Get() const noexcept { return stmt_; }
 
-private:
+  private:
     sqlite3_stmt *stmt_;
 };
 
@@ -75,9 +75,9 @@ private:
     if (!bmcsim::MakeDirs(BMCSIM_STATE_DIR)) return nullptr;
     auto db = std::make_unique<BMC_Db>();
     sqlite3 *raw = nullptr;
-    int rc = sqlite3_open_v2(BMCSIM_CONFIG_DB, &raw,
-                             SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX,
-                             nullptr);
+    int rc =
+        sqlite3_open_v2(BMCSIM_CONFIG_DB, &raw,
+                        SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
     db->connection.reset(raw); // a failed open still hands out a handle to close
     if (rc != SQLITE_OK) return nullptr;
     sqlite3_busy_timeout(raw, kBusyWaitMs);

@@ -19,7 +19,7 @@ constexpr size_t kLineMax = 2 * kMessageMax + 2 * kFileNameMax + 128;
 
 // Fills a fixed buffer and drops whatever does not fit.
 class LineBuilder {
-public:
+  public:
     void Append(const char *text, size_t len) noexcept {
         size_t room = sizeof buf_ - used_;
         if (len > room) len = room;
@@ -37,17 +37,24 @@ public:
     void AppendEscaped(const char *text, size_t limit) noexcept {
         for (size_t i = 0; i < limit && text[i] != '\0'; ++i) {
             switch (text[i]) {
-            case '\\': Append("\\\\", 2); break;
-            case '\n': Append("\\n", 2); break;
-            case '\t': Append("\\t", 2); break;
-            default: Append(text[i]);
+            case '\\':
+                Append("\\\\", 2);
+                break;
+            case '\n':
+                Append("\\n", 2);
+                break;
+            case '\t':
+                Append("\\t", 2);
+                break;
+            default:
+                Append(text[i]);
             }
         }
     }
     [[nodiscard]] const char *Data() const noexcept { return buf_; }
     [[nodiscard]] size_t Size() const noexcept { return used_; }
 
-private:
+  private:
     char buf_[kLineMax];
     size_t used_ = 0;
 };

@@ -16,7 +16,7 @@ namespace {
 
 // The temporary copy, removed unless it was renamed into place.
 class TempFile {
-public:
+  public:
     explicit TempFile(std::string path) : path_(std::move(path)) {}
     TempFile(const TempFile &) = delete;
     TempFile &operator=(const TempFile &) = delete;
@@ -29,7 +29,7 @@ public:
     [[nodiscard]] const char *Path() const noexcept { return path_.c_str(); }
     void Keep() noexcept { kept_ = true; }
 
-private:
+  private:
     std::string path_;
     bool kept_ = false;
 };

@@ -27,19 +27,19 @@ template <typename T, auto Release> using Owned = std::unique_ptr<T, ReleaseWith
 // Puts errno back as it was when the holder was made, so that cleanup after
 // a failure does not hide the reason of the failure.
 class ErrnoKeeper {
-public:
+  public:
     ErrnoKeeper() noexcept : saved_(errno) {}
     ~ErrnoKeeper() { errno = saved_; }
     ErrnoKeeper(const ErrnoKeeper &) = delete;
     ErrnoKeeper &operator=(const ErrnoKeeper &) = delete;
 
-private:
+  private:
     int saved_;
 };
 
 // A descriptor closed when it goes out of scope.
 class UniqueFd {
-public:
+  public:
     UniqueFd() noexcept = default;
     explicit UniqueFd(int fd) noexcept : fd_(fd) {}
     UniqueFd(UniqueFd &&other) noexcept : fd_(other.Release()) {}
@@ -72,7 +72,7 @@ public:
         return fd < 0 || ::close(fd) == 0;
     }
 
-private:
+  private:
     int fd_ = -1;
 };
 

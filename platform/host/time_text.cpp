@@ -68,8 +68,8 @@ constexpr int64_t kLastStamp = DaysFromCivil(10000, 1, 1) * kSecondsPerDay - 1;
 }
 
 [[nodiscard]] int64_t ToStamp(const CivilTime &t) noexcept {
-    return DaysFromCivil(t.year, t.month, t.day) * kSecondsPerDay + t.hour * 3600 +
-           t.minute * 60 + t.second;
+    return DaysFromCivil(t.year, t.month, t.day) * kSecondsPerDay + t.hour * 3600 + t.minute * 60 +
+           t.second;
 }
 
 // Reads exactly `count` digits from the front of the text.
@@ -173,8 +173,8 @@ extern "C" int32_t BMC_TimeStampToIsoTime(BMC_TimeStamp llTime, uint32_t uiSize,
     t.hour = static_cast<unsigned>(secondOfDay / 3600);
     t.minute = static_cast<unsigned>(secondOfDay / 60 % 60);
     t.second = static_cast<unsigned>(secondOfDay % 60);
-    int n = std::snprintf(pcIsoTime, uiSize, "%04lld-%02u-%02uT%02u:%02u:%02uZ",
-                          static_cast<long long>(t.year), t.month, t.day, t.hour, t.minute,
-                          t.second);
+    int n =
+        std::snprintf(pcIsoTime, uiSize, "%04lld-%02u-%02uT%02u:%02u:%02uZ",
+                      static_cast<long long>(t.year), t.month, t.day, t.hour, t.minute, t.second);
     return n == static_cast<int>(kIsoLength) ? 0 : bmcsim::kFailSigned;
 }

@@ -35,7 +35,7 @@ TEST(JsonString, ReplacesEachBrokenByte) {
     EXPECT_EQ(Quoted("\xff\xfe"), R"("\ufffd\ufffd")");
     // Truncated at the end of the field: no read past it.
     EXPECT_EQ(Quoted("x\xe2\x82"), R"("x\ufffd\ufffd")");
-    EXPECT_EQ(Quoted("\xc0\xaf"), R"("\ufffd\ufffd")");         // overlong
+    EXPECT_EQ(Quoted("\xc0\xaf"), R"("\ufffd\ufffd")");           // overlong
     EXPECT_EQ(Quoted("\xed\xa0\x80"), R"("\ufffd\ufffd\ufffd")"); // surrogate
     EXPECT_EQ(Quoted("\xf4\x90\x80\x80"), R"("\ufffd\ufffd\ufffd\ufffd")");
     // A lead byte followed by a quote keeps the quote escaped.
@@ -68,8 +68,8 @@ TEST(CertType, AcceptsOnlyPlainDecimalIn32Bits) {
     EXPECT_EQ(ParseCertType("7"), 7u);
     EXPECT_EQ(ParseCertType("010"), 10u);
     EXPECT_EQ(ParseCertType("4294967295"), 4294967295u);
-    for (const char *bad : {"", "abc", "4294967296", "99999999999999999999", "-1", "+1", " 1",
-                            "1 ", "0x7", "1.5", "6a"}) {
+    for (const char *bad : {"", "abc", "4294967296", "99999999999999999999", "-1", "+1", " 1", "1 ",
+                            "0x7", "1.5", "6a"}) {
         EXPECT_FALSE(ParseCertType(bad).has_value()) << '"' << bad << '"';
     }
 }

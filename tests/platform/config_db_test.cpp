@@ -23,7 +23,8 @@ namespace fs = std::filesystem;
 
 std::vector<uint8_t> Record(uint8_t seed) {
     std::vector<uint8_t> bytes(2156);
-    for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<uint8_t>(seed + i * 31);
+    for (size_t i = 0; i < bytes.size(); ++i)
+        bytes[i] = static_cast<uint8_t>(seed + i * 31);
     return bytes;
 }
 
@@ -97,7 +98,8 @@ TEST(ConfigDb, CachedReadCostsMicroseconds) {
     std::vector<uint8_t> out(2156);
     constexpr int kReads = 20000;
     auto start = std::chrono::steady_clock::now();
-    for (int i = 0; i < kReads; ++i) ASSERT_EQ(DB_Get(DB_GetCurrentDb(), 20, 2156, out.data()), 0);
+    for (int i = 0; i < kReads; ++i)
+        ASSERT_EQ(DB_Get(DB_GetCurrentDb(), 20, 2156, out.data()), 0);
     // Generous for sanitizer builds; starting a process costs milliseconds.
     EXPECT_LT((std::chrono::steady_clock::now() - start) / kReads, std::chrono::microseconds(50));
 }

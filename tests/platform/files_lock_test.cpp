@@ -32,7 +32,8 @@ TEST(Files, CopySizeAndModifyTime) {
     const fs::path src = dir / "src", dst = dir / "dst";
     fs::create_directories(dir);
     std::string bytes(70000, '\0');
-    for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i * 7);
+    for (size_t i = 0; i < bytes.size(); ++i)
+        bytes[i] = static_cast<char>(i * 7);
     std::ofstream(src, std::ios::binary) << bytes;
     fs::permissions(src, fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
     std::ofstream(dst) << "old";

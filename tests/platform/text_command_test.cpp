@@ -28,7 +28,8 @@ TEST(DiagLog, EscapedWholeLinesWithBaseName) {
             for (int i = 0; i < 100; ++i)
                 BMC_DiagLogOut(1, t, 2, i, "w.cpp", "%u%s", t, body.c_str());
         });
-    for (auto &w : writers) w.join();
+    for (auto &w : writers)
+        w.join();
     BMC_DiagLogOut(1, 9, 1, 1, "w.cpp", "%s", std::string(10000, 'y').c_str());
     auto records = bmctest::ReadDiagLog();
     ASSERT_EQ(records.size(), 402u);

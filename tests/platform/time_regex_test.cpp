@@ -56,9 +56,9 @@ TEST(TimeText, InvalidTextsAreRefusedAndLeaveTheStamp) {
         EXPECT_EQ(BMC_IsoTimeToTimeStamp(iso, &stamp), kFail);
         EXPECT_EQ(stamp, 7);
     }
-    for (const char *en : {"Feb 29 00:00:00 2023 GMT", "Foo  1 00:00:00 2024 GMT",
-                           "Nov 22 19:58:47 2026 UTC", "Nov 22 19:58:47 2026 GMT x",
-                           "Nov 32 19:58:47 2026 GMT", "Nov 22 19:58 2026 GMT"}) {
+    for (const char *en :
+         {"Feb 29 00:00:00 2023 GMT", "Foo  1 00:00:00 2024 GMT", "Nov 22 19:58:47 2026 UTC",
+          "Nov 22 19:58:47 2026 GMT x", "Nov 32 19:58:47 2026 GMT", "Nov 22 19:58 2026 GMT"}) {
         SCOPED_TRACE(en);
         BMC_TimeStamp stamp = 7;
         EXPECT_EQ(BMC_EnTimeToTimeStamp(en, &stamp), kFail);

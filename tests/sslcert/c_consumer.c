@@ -12,7 +12,8 @@ int main(void) {
     SSLCertInfo info;
     uint32_t result;
 
-    result = LIB_SECURITY_GetSSLCertKeyPath(SSL_CERT_TYPE_DEFAULT, sizeof cert, sizeof key, cert, key);
+    result =
+        LIB_SECURITY_GetSSLCertKeyPath(SSL_CERT_TYPE_DEFAULT, sizeof cert, sizeof key, cert, key);
     if (result != SSLCERT_OK || strcmp(cert, "/conf/certs/server/default/server.pem") != 0) {
         fprintf(stderr, "path lookup failed: 0x%08X\n", (unsigned)result);
         return 1;
@@ -27,7 +28,7 @@ int main(void) {
         fprintf(stderr, "information record failed: 0x%08X\n", (unsigned)result);
         return 1;
     }
-    printf("c consumer: %s, %u bits, expires %s\n", cert,
-           (unsigned)info.stSSLConfig.uiPublicKeyLen, info.stSSLConfig.szExpDate);
+    printf("c consumer: %s, %u bits, expires %s\n", cert, (unsigned)info.stSSLConfig.uiPublicKeyLen,
+           info.stSSLConfig.szExpDate);
     return 0;
 }

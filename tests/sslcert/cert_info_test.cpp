@@ -39,23 +39,25 @@ TEST_F(CertInfoTest, FirstGetReadsTheFilesThenTheDatabaseServesWithoutAProcess) 
     ASSERT_EQ(LIB_SECURITY_GetCertInfo(&second), 0u);
     EXPECT_EQ(BMCSIM_SpawnCount(), spawns);
     EXPECT_EQ(std::memcmp(&second, &first, sizeof second), 0);
-    EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 3, 2,
-                                                "Failed to get cert config data from DB. iRet=" +
-                                                    Code(0x81000001) + "."}}));
+    EXPECT_EQ(
+        ReadDiags(),
+        (std::vector<Diag>{
+            {31, 3, 2, "Failed to get cert config data from DB. iRet=" + Code(0x81000001) + "."}}));
 }
 
 TEST_F(CertInfoTest, NoRecordAndNoCertificateIsUnavailable) {
     RemoveFile(kFactoryCert);
     SSLCertInfo info{};
     EXPECT_EQ(LIB_SECURITY_GetCertInfo(&info), SSLCERT_MGMT_INFO_UNAVAILABLE);
-    EXPECT_EQ(ReadDiags(),
-              (std::vector<Diag>{
-                  {31, 3, 2, "Failed to get cert config data from DB. iRet=" + Code(0x81000001) + "."},
-                  {31, 3, 2, "No SSL certificate found.\n"},
-                  {31, 3, 2, "Get SSL cert type failed! Cert type = 0."},
-                  {31, 3, 2, "Failed to get cert config data from DB and file. iRet=" +
-                                 Code(0x81000001) + "."},
-              }));
+    EXPECT_EQ(
+        ReadDiags(),
+        (std::vector<Diag>{
+            {31, 3, 2, "Failed to get cert config data from DB. iRet=" + Code(0x81000001) + "."},
+            {31, 3, 2, "No SSL certificate found.\n"},
+            {31, 3, 2, "Get SSL cert type failed! Cert type = 0."},
+            {31, 3, 2,
+             "Failed to get cert config data from DB and file. iRet=" + Code(0x81000001) + "."},
+        }));
     EXPECT_EQ(LIB_SECURITY_GetCertLeftExpires(), 0);
     EXPECT_EQ(LIB_SECURITY_GetCertInfo(nullptr), SSLCERT_MGMT_INFO_UNAVAILABLE);
     EXPECT_EQ(SECURITY_GetCertInfoFromDB(nullptr), SSLCERT_MGMT_INFO_UNAVAILABLE);
@@ -126,15 +128,15 @@ TEST_F(CertInfoTest, RefreshReplacesTheRecordOnlyWhenTheFilesRead) {
     SSLCertInfo after{};
     ASSERT_TRUE(StoredRecord(after));
     EXPECT_EQ(std::memcmp(&after, &stored, sizeof after), 0);
-    const std::string parseFailed = "Get SSL cert X509_Parse info failed! Ret = " +
-                                    Code(SSLCERT_ERR_CERT_PARSE) + ".";
-    EXPECT_EQ(ReadDiags(),
-              (std::vector<Diag>{{31, 3, 2, "Invalid keyusage.\n"},
-                                 {31, 3, 2, parseFailed},
-                                 {31, 3, 2, "Invalid keyusage.\n"},
-                                 {31, 3, 2, parseFailed},
-                                 {31, 3, 2, "Failed to get cert info from file, iRet = " +
-                                                Code(SSLCERT_ERR_CERT_PARSE) + "."}}));
+    const std::string parseFailed =
+        "Get SSL cert X509_Parse info failed! Ret = " + Code(SSLCERT_ERR_CERT_PARSE) + ".";
+    EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 3, 2, "Invalid keyusage.\n"},
+                                              {31, 3, 2, parseFailed},
+                                              {31, 3, 2, "Invalid keyusage.\n"},
+                                              {31, 3, 2, parseFailed},
+                                              {31, 3, 2,
+                                               "Failed to get cert info from file, iRet = " +
+                                                   Code(SSLCERT_ERR_CERT_PARSE) + "."}}));
 }
 
 TEST_F(CertInfoTest, DaysLeftCountsWholeDays) {
@@ -167,9 +169,9 @@ TEST_F(CertInfoTest, StoredDatesAreRenderedAgainOnRead) {
     ASSERT_TRUE(StoredRecord(stored));
     // A stored date that does not parse reads back as time stamp 0.
     std::strcpy(stored.stSSLConfig.szStartDate, "garbage");
-    ASSERT_EQ(DB_PutInternal("test", 0, DB_GetCurrentDb(), SSLCERT_INFO_DB_KEY, sizeof stored,
-                             &stored),
-              0);
+    ASSERT_EQ(
+        DB_PutInternal("test", 0, DB_GetCurrentDb(), SSLCERT_INFO_DB_KEY, sizeof stored, &stored),
+        0);
     SSLCertInfo info{};
     ASSERT_EQ(SECURITY_GetCertInfoFromDB(&info), 0u);
     EXPECT_STREQ(info.stSSLConfig.szStartDate, "1970-01-01T00:00:00Z");

@@ -23,17 +23,18 @@ struct TypeCase {
 
 TEST_F(CertLocationTest, FirstCertificateFoundDecidesAndMissingKeyStopsTheSearch) {
     const TypeCase cases[] = {
-        {"user wins over factory", 0, true, true, false, false, false, false, true, true, 1, nullptr},
+        {"user wins over factory", 0, true, true, false, false, false, false, true, true, 1,
+         nullptr},
         {"user key missing stops", 0, true, false, false, false, false, false, true, true, kNone,
          "No SSL actual key file found.\n"},
         {"oem custom", 3, false, false, true, true, true, true, true, true, 2, nullptr},
-        {"oem custom key missing stops", 3, false, false, true, false, true, true, true, true, kNone,
-         "No SSL OEM custom key file found.\n"},
+        {"oem custom key missing stops", 3, false, false, true, false, true, true, true, true,
+         kNone, "No SSL OEM custom key file found.\n"},
         {"oem default", 3, false, false, false, false, true, true, true, true, 3, nullptr},
         {"oem default key missing", 3, false, false, false, false, true, false, true, true, kNone,
          "No SSL OEM default key file found.\n"},
-        {"oem flag 3 falls back to factory", 3, false, false, false, false, false, false, true, true,
-         4, nullptr},
+        {"oem flag 3 falls back to factory", 3, false, false, false, false, false, false, true,
+         true, 4, nullptr},
         {"oem files ignored without flag 3", 2, false, false, true, true, true, true, false, false,
          kNone, "No SSL certificate found.\n"},
         {"factory key missing", 0, false, false, false, false, false, false, true, false, kNone,
@@ -88,8 +89,9 @@ TEST_F(CertLocationTest, PathLookupCopiesBoundedAndRefusesUnknownTypes) {
                   SSLCERT_ERR_GENERAL);
         EXPECT_EQ(cert[0], 'c');
         EXPECT_EQ(key[0], 'k');
-        EXPECT_EQ(ReadDiags(),
-                  (std::vector<Diag>{{31, 3, 2, "Unknown Cert type = " + std::to_string(type) + ".\n"}}));
+        EXPECT_EQ(
+            ReadDiags(),
+            (std::vector<Diag>{{31, 3, 2, "Unknown Cert type = " + std::to_string(type) + ".\n"}}));
     }
 }
 

@@ -136,7 +136,8 @@ TEST_F(TextDumpTest, AttributesRecordTypeFirstAndStopAtAMissingFile) {
 
     info = SSLCertKeyFileInfo{};
     RemoveFile(kFactoryKey);
-    EXPECT_EQ(SECURITY_SSL_GetSSLCertAttributes(SSL_CERT_TYPE_DEFAULT, &info), SSLCERT_ERR_FILE_TIME);
+    EXPECT_EQ(SECURITY_SSL_GetSSLCertAttributes(SSL_CERT_TYPE_DEFAULT, &info),
+              SSLCERT_ERR_FILE_TIME);
     EXPECT_EQ(info.ucCertType, SSL_CERT_TYPE_DEFAULT);
     EXPECT_NE(info.szCertFileTime[0], '\0');
     EXPECT_EQ(info.szKeyFileTime[0], '\0');

@@ -31,9 +31,13 @@ TEST_F(X509ExtractTest, KeyUsageNamesJoinInTableOrder) {
         std::vector<Diag> diags;
     } cases[] = {
         {"no extension", std::nullopt, "", {{31, 3, 7, "Cert may not have keyusage."}}},
-        {"two", kKuDigitalSignature | kKuKeyEncipherment, "Digital Signature, Key Encipherment", {}},
+        {"two",
+         kKuDigitalSignature | kKuKeyEncipherment,
+         "Digital Signature, Key Encipherment",
+         {}},
         {"decipher only", kKuDecipherOnly, "Decipher Only", {}},
-        {"all", 0x80FF,
+        {"all",
+         0x80FF,
          "Digital Signature, Non Repudiation, Key Encipherment, Data Encipherment, Key Agreement, "
          "Certificate Sign, CRL Sign, Encipher Only, Decipher Only",
          {}},
@@ -88,8 +92,8 @@ TEST_F(X509ExtractTest, VersionOneAndEcKeys) {
 TEST_F(X509ExtractTest, NamesTakeFirstEntryAndAreCutToTheirFields) {
     CertRecipe recipe;
     const std::string longName(100, 'n');
-    recipe.subject = {{"CN", "first"}, {"CN", "second"}, {"C", "DEU"}, {"L", "Town"},
-                    {"ST", "State"}, {"OU", "Unit"},   {"O", longName}};
+    recipe.subject = {{"CN", "first"}, {"CN", "second"}, {"C", "DEU"},   {"L", "Town"},
+                      {"ST", "State"}, {"OU", "Unit"},   {"O", longName}};
     recipe.issuer = NameEntries{{"CN", longName}, {"emailAddress", "ca@my-bmc.example.com"}};
     ASSERT_EQ(Extract(MakeCertPem(recipe)), 0u);
 
@@ -127,7 +131,8 @@ TEST_F(X509ExtractTest, FilesThatHoldNoUsableCertificate) {
               (std::vector<Diag>{
                   {31, 3, 2, "Error is opening certificate\n"},
                   {31, 3, 2, "Unknown Cert type = 0.\n"},
-                  {31, 3, 2, "Failed to get Cert and Key Path. Func:[SECURITY_SSL_GetSSLCertX509_Parse]\n"},
+                  {31, 3, 2,
+                   "Failed to get Cert and Key Path. Func:[SECURITY_SSL_GetSSLCertX509_Parse]\n"},
               }));
 }
 

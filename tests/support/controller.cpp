@@ -24,7 +24,8 @@ const FactoryPair &Factory() {
 
 void EmptyDirectory(const fs::path &dir) {
     std::error_code ec;
-    for (const auto &entry : fs::directory_iterator(dir, ec)) fs::remove_all(entry.path(), ec);
+    for (const auto &entry : fs::directory_iterator(dir, ec))
+        fs::remove_all(entry.path(), ec);
 }
 
 } // namespace

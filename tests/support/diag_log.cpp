@@ -55,7 +55,9 @@ std::vector<DiagRecord> ReadDiagLog() {
     return records;
 }
 
-void ClearDiagLog() { std::ofstream(BMCSIM_DIAG_LOG, std::ios::trunc); }
+void ClearDiagLog() {
+    std::ofstream(BMCSIM_DIAG_LOG, std::ios::trunc);
+}
 
 std::string Describe(const std::vector<DiagRecord> &records) {
     std::ostringstream out;
@@ -67,7 +69,8 @@ std::string Describe(const std::vector<DiagRecord> &records) {
 
 std::vector<Diag> ReadDiags() {
     std::vector<Diag> diags;
-    for (const auto &r : ReadDiagLog()) diags.push_back({r.module, r.subModule, r.level, r.message});
+    for (const auto &r : ReadDiagLog())
+        diags.push_back({r.module, r.subModule, r.level, r.message});
     return diags;
 }
 

@@ -25,9 +25,12 @@ void Require(bool ok, const char *what) {
 
 const char *KeyFile(KeyKind key) {
     switch (key) {
-    case KeyKind::Rsa1024: return "rsa1024.key";
-    case KeyKind::Ec256: return "ec256.key";
-    default: return "rsa2048.key";
+    case KeyKind::Rsa1024:
+        return "rsa1024.key";
+    case KeyKind::Ec256:
+        return "ec256.key";
+    default:
+        return "rsa2048.key";
     }
 }
 
@@ -91,14 +94,16 @@ std::string MakeCertPem(const CertRecipe &recipe) {
     Require(cert != nullptr, "new");
     Require(X509_set_version(cert.get(), recipe.rawVersion) == 1, "version");
     Require(ASN1_INTEGER_set(X509_get_serialNumber(cert.get()), recipe.serial) == 1, "serial");
-    Require(ASN1_TIME_set(X509_getm_notBefore(cert.get()), recipe.notBefore) != nullptr, "notBefore");
+    Require(ASN1_TIME_set(X509_getm_notBefore(cert.get()), recipe.notBefore) != nullptr,
+            "notBefore");
     Require(ASN1_TIME_set(X509_getm_notAfter(cert.get()), recipe.notAfter) != nullptr, "notAfter");
     AddNames(X509_get_subject_name(cert.get()), recipe.subject);
     AddNames(X509_get_issuer_name(cert.get()), recipe.issuer.value_or(recipe.subject));
     Require(X509_set_pubkey(cert.get(), key.get()) == 1, "pubkey");
     if (recipe.keyUsage) AddKeyUsage(cert.get(), *recipe.keyUsage);
     if (recipe.serverAuth) {
-        X509_EXTENSION *eku = X509V3_EXT_conf_nid(nullptr, nullptr, NID_ext_key_usage, "serverAuth");
+        X509_EXTENSION *eku =
+            X509V3_EXT_conf_nid(nullptr, nullptr, NID_ext_key_usage, "serverAuth");
         Require(eku != nullptr, "eku");
         const int added = X509_add_ext(cert.get(), eku, -1);
         X509_EXTENSION_free(eku);

@@ -10,8 +10,7 @@ const std::string kHost{kControllerHostName};
 
 } // namespace
 
-std::string server_cert_extensions()
-{
+std::string server_cert_extensions() {
     // Browsers reject a server certificate without a subjectAltName, and
     // clients that check key usage reject one without serverAuth.
     return "# X.509 v3 extensions of the controller's server certificate.\n"
@@ -19,11 +18,11 @@ std::string server_cert_extensions()
            "keyUsage = critical, digitalSignature, keyEncipherment\n"
            "extendedKeyUsage = serverAuth\n"
            "subjectKeyIdentifier = hash\n"
-           "subjectAltName = DNS:" + kHost + "\n";
+           "subjectAltName = DNS:" +
+           kHost + "\n";
 }
 
-std::string factory_request_config()
-{
+std::string factory_request_config() {
     return "[ req ]\n"
            "prompt = no\n"
            "distinguished_name = factory_dn\n"
@@ -33,14 +32,15 @@ std::string factory_request_config()
            "C = US\n"
            "O = Baseboard Management Controller\n"
            "OU = Factory Default Certificate\n"
-           "CN = " + kHost + "\n"
+           "CN = " +
+           kHost +
+           "\n"
            "\n"
            "[ server_cert ]\n" +
            server_cert_extensions();
 }
 
-std::string tunnel_config()
-{
+std::string tunnel_config() {
     return R"(; TLS tunnel of the controller. The remote console and virtual media
 ; services speak plain TCP on the loopback interface; this is their only
 ; face to the network. Installing a server certificate rewrites the pair
@@ -78,8 +78,7 @@ TIMEOUTidle = 600
 )";
 }
 
-std::string web_server_config()
-{
+std::string web_server_config() {
     return R"(# Web server of the controller: the management pages and their REST
 # services, over HTTPS only.
 server.modules = (
@@ -126,8 +125,7 @@ $SERVER["socket"] == ":443" {
 )";
 }
 
-std::string service_manager_script()
-{
+std::string service_manager_script() {
     return R"(#!/bin/sh
 # Service manager of the sandboxed controller. Nothing is started or
 # stopped: each request is recorded, one line per call, so that tests can

@@ -18,8 +18,7 @@
 
 namespace sandbox {
 
-std::string errno_text(std::string_view what, const std::string& path, int err)
-{
+std::string errno_text(std::string_view what, const std::string &path, int err) {
     std::string text(what);
     text += ' ';
     text += path;
@@ -31,9 +30,8 @@ std::string errno_text(std::string_view what, const std::string& path, int err)
 namespace {
 
 // mkdir that accepts an existing directory (or a link to one when FOLLOW).
-[[nodiscard]] bool make_one_dir(const std::string& path, mode_t mode, bool follow,
-                                std::string& why)
-{
+[[nodiscard]] bool make_one_dir(const std::string &path, mode_t mode, bool follow,
+                                std::string &why) {
     if (::mkdir(path.c_str(), mode) == 0) {
         return true;
     }
@@ -51,9 +49,8 @@ namespace {
     return false;
 }
 
-[[nodiscard]] bool make_components(const std::string& start, std::string_view rel,
-                                   mode_t mode, bool follow, std::string& why)
-{
+[[nodiscard]] bool make_components(const std::string &start, std::string_view rel, mode_t mode,
+                                   bool follow, std::string &why) {
     std::string path = start;
     size_t pos = 0;
     while (pos < rel.size()) {
@@ -83,8 +80,7 @@ namespace {
 
 } // namespace
 
-bool make_dirs(const std::string& path, mode_t mode, std::string& why)
-{
+bool make_dirs(const std::string &path, mode_t mode, std::string &why) {
     if (path.empty() || path.front() != '/') {
         why = "not an absolute path: \"" + path + "\"";
         return false;
@@ -92,15 +88,12 @@ bool make_dirs(const std::string& path, mode_t mode, std::string& why)
     return make_components("/", path, mode, true, why);
 }
 
-bool make_dirs_below(const std::string& base, std::string_view rel, mode_t mode,
-                     std::string& why)
-{
+bool make_dirs_below(const std::string &base, std::string_view rel, mode_t mode, std::string &why) {
     return make_components(base, rel, mode, false, why);
 }
 
-bool write_file_atomic(const std::string& path, std::string_view content, mode_t mode,
-                       std::string& why)
-{
+bool write_file_atomic(const std::string &path, std::string_view content, mode_t mode,
+                       std::string &why) {
     const std::string tmp = path + ".tmp";
     ::unlink(tmp.c_str());
     UniqueFd fd(::open(tmp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode));
@@ -151,10 +144,9 @@ struct RemovalState {
 };
 RemovalState removal;
 
-int remove_entry(const char* fpath, const struct stat* /*sb*/, int typeflag, struct FTW* ftwbuf)
-{
+int remove_entry(const char *fpath, const struct stat * /*sb*/, int typeflag, struct FTW *ftwbuf) {
     if (ftwbuf->level == 0) {
-        return 0;  // the directory itself stays
+        return 0; // the directory itself stays
     }
     if (typeflag == FTW_DNR || typeflag == FTW_NS) {
         removal.failed_path = fpath;
@@ -171,8 +163,7 @@ int remove_entry(const char* fpath, const struct stat* /*sb*/, int typeflag, str
 
 } // namespace
 
-bool remove_contents(const std::string& dir, std::string& why)
-{
+bool remove_contents(const std::string &dir, std::string &why) {
     removal = RemovalState{};
     const int rc = ::nftw(dir.c_str(), remove_entry, 32, FTW_DEPTH | FTW_PHYS | FTW_MOUNT);
     if (rc == 0) {
@@ -186,16 +177,14 @@ bool remove_contents(const std::string& dir, std::string& why)
     return false;
 }
 
-bool path_exists(const std::string& path)
-{
+bool path_exists(const std::string &path) {
     struct stat st {};
     return ::lstat(path.c_str(), &st) == 0;
 }
 
-bool list_names(const std::string& dir, std::vector<std::string>& names, std::string& why)
-{
+bool list_names(const std::string &dir, std::vector<std::string> &names, std::string &why) {
     struct CloseDir {
-        void operator()(DIR* d) const { ::closedir(d); }
+        void operator()(DIR *d) const { ::closedir(d); }
     };
     const std::unique_ptr<DIR, CloseDir> stream(::opendir(dir.c_str()));
     if (!stream) {
@@ -203,7 +192,7 @@ bool list_names(const std::string& dir, std::vector<std::string>& names, std::st
         return false;
     }
     errno = 0;
-    while (const dirent* entry = ::readdir(stream.get())) {
+    while (const dirent *entry = ::readdir(stream.get())) {
         const std::string_view name = entry->d_name;
         if (name != "." && name != "..") {
             names.emplace_back(name);
@@ -217,18 +206,16 @@ bool list_names(const std::string& dir, std::vector<std::string>& names, std::st
     return true;
 }
 
-std::optional<std::string> real_path(const std::string& path)
-{
-    const std::unique_ptr<char, decltype(&std::free)> resolved(
-        ::realpath(path.c_str(), nullptr), &std::free);
+std::optional<std::string> real_path(const std::string &path) {
+    const std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr),
+                                                               &std::free);
     if (!resolved) {
         return std::nullopt;
     }
     return std::string(resolved.get());
 }
 
-std::optional<std::string> absolute_path(std::string_view path)
-{
+std::optional<std::string> absolute_path(std::string_view path) {
     if (path.empty()) {
         return std::nullopt;
     }

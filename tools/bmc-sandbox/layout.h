@@ -36,8 +36,8 @@ inline constexpr std::string_view kRequestConfig = ".factory-request.cnf";
 // Everything a sandbox ever has directly under its root; temporary files
 // of interrupted writes end in ".tmp".
 inline constexpr std::array kRootEntries{
-    std::string_view{"conf"}, std::string_view{"var"}, std::string_view{"state"},
-    kBinDir, kProvisionedMarker, kRequestConfig,
+    std::string_view{"conf"}, std::string_view{"var"}, std::string_view{"state"}, kBinDir,
+    kProvisionedMarker,       kRequestConfig,
 };
 
 } // namespace sandbox

@@ -44,21 +44,18 @@ struct Arguments {
     std::vector<std::string> command;
 };
 
-void complain(std::string_view message)
-{
+void complain(std::string_view message) {
     std::fprintf(stderr, "bmc-sandbox: %.*s\n", static_cast<int>(message.size()), message.data());
 }
 
-[[nodiscard]] int usage_error(std::string_view message)
-{
+[[nodiscard]] int usage_error(std::string_view message) {
     complain(message);
     std::fputs("usage: bmc-sandbox [--fresh] ROOT -- COMMAND [ARG...] (see --help)\n", stderr);
     return kExitUsage;
 }
 
 // Returns an exit status when the tool is done before running anything.
-[[nodiscard]] std::optional<int> parse(int argc, char** argv, Arguments& args)
-{
+[[nodiscard]] std::optional<int> parse(int argc, char **argv, Arguments &args) {
     int i = 1;
     for (; i < argc; ++i) {
         const std::string_view arg = argv[i];
@@ -99,8 +96,7 @@ void complain(std::string_view message)
     return std::nullopt;
 }
 
-[[nodiscard]] int run(const Arguments& args)
-{
+[[nodiscard]] int run(const Arguments &args) {
     const auto root = sandbox::absolute_path(args.root);
     if (!root) {
         complain("cannot make " + args.root + " absolute");
@@ -131,7 +127,7 @@ void complain(std::string_view message)
     }
 
     std::vector<sandbox::BindMount> mounts;
-    for (const sandbox::MountPlace& place : sandbox::kMountPlaces) {
+    for (const sandbox::MountPlace &place : sandbox::kMountPlaces) {
         mounts.push_back({*root + "/" + std::string(place.below_root), std::string(place.target)});
     }
     if (!sandbox::enter_private_mounts(mounts, why)) {
@@ -139,7 +135,7 @@ void complain(std::string_view message)
         return kExitSandboxFailed;
     }
 
-    const char* host_path = std::getenv("PATH");
+    const char *host_path = std::getenv("PATH");
     std::string path = *root + "/" + std::string(sandbox::kBinDir) + ":" +
                        (host_path != nullptr ? host_path : "/usr/local/bin:/usr/bin:/bin");
     if (::setenv("PATH", path.c_str(), 1) != 0 ||
@@ -160,8 +156,7 @@ void complain(std::string_view message)
 
 } // namespace
 
-int main(int argc, char** argv)
-{
+int main(int argc, char **argv) {
     Arguments args;
     if (const auto done = parse(argc, argv, args)) {
         return *done;

@@ -15,9 +15,8 @@ namespace sandbox {
 
 namespace {
 
-[[nodiscard]] bool write_proc_file(const std::string& path, const std::string& text,
-                                   bool missing_ok, std::string& why)
-{
+[[nodiscard]] bool write_proc_file(const std::string &path, const std::string &text,
+                                   bool missing_ok, std::string &why) {
     const UniqueFd fd(::open(path.c_str(), O_WRONLY | O_CLOEXEC));
     if (!fd.valid()) {
         if (missing_ok && errno == ENOENT) {
@@ -35,8 +34,7 @@ namespace {
 
 // Without root the only way to a private mount table is a user namespace
 // in which the caller is root; its files on disk keep their real owner.
-[[nodiscard]] bool enter_user_namespace(int root_errno, std::string& why)
-{
+[[nodiscard]] bool enter_user_namespace(int root_errno, std::string &why) {
     const uid_t uid = ::getuid();
     const gid_t gid = ::getgid();
     if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
@@ -60,8 +58,7 @@ namespace {
 
 } // namespace
 
-bool enter_private_mounts(const std::vector<BindMount>& mounts, std::string& why)
-{
+bool enter_private_mounts(const std::vector<BindMount> &mounts, std::string &why) {
     bool entered = false;
     int root_errno = 0;
     if (::geteuid() == 0) {
@@ -79,7 +76,7 @@ bool enter_private_mounts(const std::vector<BindMount>& mounts, std::string& why
         return false;
     }
 
-    for (const BindMount& m : mounts) {
+    for (const BindMount &m : mounts) {
         if (!make_dirs(m.target, 0755, why)) {
             why = "mount point " + m.target + " is missing and cannot be created (" + why + ")";
             return false;

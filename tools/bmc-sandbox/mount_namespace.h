@@ -9,8 +9,8 @@
 namespace sandbox {
 
 struct BindMount {
-    std::string source;  // directory under the sandbox root
-    std::string target;  // where the controller's software looks for it
+    std::string source; // directory under the sandbox root
+    std::string target; // where the controller's software looks for it
 };
 
 // Unshares the mount namespace (inside a new user namespace when the caller
@@ -18,7 +18,7 @@ struct BindMount {
 // points and binds each source onto its target. Must be called while the
 // process is single-threaded. On failure the process may already be in the
 // new namespace, but no mount has reached the host.
-[[nodiscard]] bool enter_private_mounts(const std::vector<BindMount>& mounts, std::string& why);
+[[nodiscard]] bool enter_private_mounts(const std::vector<BindMount> &mounts, std::string &why);
 
 } // namespace sandbox
 

@@ -43,22 +43,20 @@ const std::array kFactoryFiles = {
 constexpr std::string_view kCertPath = "conf/certs/server/default/server.pem";
 constexpr std::string_view kKeyPath = "conf/certs/server/default/privkey.pem";
 
-std::string under(const std::string& root, std::string_view rel)
-{
+std::string under(const std::string &root, std::string_view rel) {
     std::string path = root;
     path += '/';
     path += rel;
     return path;
 }
 
-[[nodiscard]] bool make_factory_certificate(const std::string& root, std::string& why)
-{
+[[nodiscard]] bool make_factory_certificate(const std::string &root, std::string &why) {
     const std::string cert = under(root, kCertPath);
     const std::string key = under(root, kKeyPath);
     const std::string config = under(root, kRequestConfig);
     // openssl follows links when it writes; stale files go first so the
     // pair can only land inside the root.
-    for (const std::string* path : {&cert, &key}) {
+    for (const std::string *path : {&cert, &key}) {
         if (::unlink(path->c_str()) != 0 && errno != ENOENT) {
             why = errno_text("cannot remove", *path, errno);
             return false;
@@ -68,12 +66,11 @@ std::string under(const std::string& root, std::string_view rel)
         return false;
     }
     const std::vector<std::string> argv = {
-        "openssl", "req", "-x509", "-config", config,
-        "-newkey", "rsa:2048", "-nodes", "-sha256", "-days", "5475",
-        "-keyout", key, "-out", cert,
+        "openssl", "req",   "-x509", "-config", config, "-newkey", "rsa:2048", "-nodes",
+        "-sha256", "-days", "5475",  "-keyout", key,    "-out",    cert,
     };
     RunOptions options;
-    options.umask = 077;  // the key is never readable by others, not even briefly
+    options.umask = 077; // the key is never readable by others, not even briefly
     options.capture_output = true;
     RunResult result;
     const bool started = run_program(argv, options, result, why);
@@ -95,9 +92,8 @@ std::string under(const std::string& root, std::string_view rel)
 
 } // namespace
 
-bool provision_if_needed(const std::string& root, std::string& why)
-{
-    for (const MountPlace& place : kMountPlaces) {
+bool provision_if_needed(const std::string &root, std::string &why) {
+    for (const MountPlace &place : kMountPlaces) {
         if (!make_dirs_below(root, place.below_root, 0755, why)) {
             return false;
         }
@@ -111,7 +107,7 @@ bool provision_if_needed(const std::string& root, std::string& why)
             return false;
         }
     }
-    for (const FactoryFile& file : kFactoryFiles) {
+    for (const FactoryFile &file : kFactoryFiles) {
         if (!write_file_atomic(under(root, file.below_root), file.content(), file.mode, why)) {
             return false;
         }

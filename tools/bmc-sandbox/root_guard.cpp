@@ -15,23 +15,21 @@ namespace sandbox {
 
 namespace {
 
-[[nodiscard]] bool is_home_directory(const std::string& real_root)
-{
+[[nodiscard]] bool is_home_directory(const std::string &real_root) {
     std::vector<std::string> homes;
-    if (const char* env = std::getenv("HOME"); env != nullptr && *env != '\0') {
+    if (const char *env = std::getenv("HOME"); env != nullptr && *env != '\0') {
         homes.emplace_back(env);
     }
-    if (const passwd* pw = ::getpwuid(::getuid()); pw != nullptr && pw->pw_dir != nullptr) {
+    if (const passwd *pw = ::getpwuid(::getuid()); pw != nullptr && pw->pw_dir != nullptr) {
         homes.emplace_back(pw->pw_dir);
     }
-    return std::any_of(homes.begin(), homes.end(), [&](const std::string& home) {
+    return std::any_of(homes.begin(), homes.end(), [&](const std::string &home) {
         const auto real_home = real_path(home);
         return real_home && *real_home == real_root;
     });
 }
 
-[[nodiscard]] bool belongs_to_sandbox(std::string_view name)
-{
+[[nodiscard]] bool belongs_to_sandbox(std::string_view name) {
     if (name.ends_with(".tmp")) {
         name.remove_suffix(4);
     }
@@ -40,8 +38,7 @@ namespace {
 
 } // namespace
 
-std::optional<std::string> root_refusal(const std::string& root, bool fresh)
-{
+std::optional<std::string> root_refusal(const std::string &root, bool fresh) {
     const auto real = real_path(root);
     if (!real) {
         return "cannot resolve ROOT " + root;
@@ -63,7 +60,7 @@ std::optional<std::string> root_refusal(const std::string& root, bool fresh)
     if (!list_names(*real, names, why)) {
         return why;
     }
-    for (const std::string& name : names) {
+    for (const std::string &name : names) {
         if (!belongs_to_sandbox(name)) {
             return "refusing to empty " + root + ": it holds \"" + name +
                    "\", which is no part of a sandbox";

@@ -11,7 +11,7 @@ namespace sandbox {
 
 // Why ROOT (an existing directory) must not be used; nullopt when it may.
 // FRESH adds the rule for emptying: ROOT may hold only what a sandbox holds.
-[[nodiscard]] std::optional<std::string> root_refusal(const std::string& root, bool fresh);
+[[nodiscard]] std::optional<std::string> root_refusal(const std::string &root, bool fresh);
 
 } // namespace sandbox
 

@@ -23,16 +23,14 @@ constexpr std::array kTerminalSignals{SIGINT, SIGQUIT};
 
 volatile sig_atomic_t forward_to_pid = 0;
 
-void forward_signal(int sig)
-{
+void forward_signal(int sig) {
     const pid_t pid = forward_to_pid;
     if (pid > 0) {
         ::kill(pid, sig);
     }
 }
 
-void set_handler(int sig, void (*handler)(int))
-{
+void set_handler(int sig, void (*handler)(int)) {
     struct sigaction sa {};
     sa.sa_handler = handler;
     sa.sa_flags = SA_RESTART;
@@ -40,8 +38,7 @@ void set_handler(int sig, void (*handler)(int))
     ::sigaction(sig, &sa, nullptr);
 }
 
-void set_all_handlers(void (*forward)(int), void (*terminal)(int))
-{
+void set_all_handlers(void (*forward)(int), void (*terminal)(int)) {
     for (const int sig : kForwardedSignals) {
         set_handler(sig, forward);
     }
@@ -50,8 +47,7 @@ void set_all_handlers(void (*forward)(int), void (*terminal)(int))
     }
 }
 
-[[nodiscard]] bool make_pipe(UniqueFd& read_end, UniqueFd& write_end)
-{
+[[nodiscard]] bool make_pipe(UniqueFd &read_end, UniqueFd &write_end) {
     int fds[2];
     if (::pipe2(fds, O_CLOEXEC) != 0) {
         return false;
@@ -62,9 +58,8 @@ void set_all_handlers(void (*forward)(int), void (*terminal)(int))
 }
 
 // Runs in the forked child: only async-signal-safe calls until exec.
-[[noreturn]] void exec_child(char* const* argv, const RunOptions& options, int output_fd,
-                             int error_fd, const sigset_t& original_mask)
-{
+[[noreturn]] void exec_child(char *const *argv, const RunOptions &options, int output_fd,
+                             int error_fd, const sigset_t &original_mask) {
     if (options.forward_signals) {
         set_all_handlers(SIG_DFL, SIG_DFL);
     }
@@ -87,8 +82,7 @@ void set_all_handlers(void (*forward)(int), void (*terminal)(int))
     ::_exit(127);
 }
 
-void read_all(int fd, std::string& out)
-{
+void read_all(int fd, std::string &out) {
     char buf[4096];
     for (;;) {
         const ssize_t n = ::read(fd, buf, sizeof buf);
@@ -105,8 +99,7 @@ void read_all(int fd, std::string& out)
     }
 }
 
-[[nodiscard]] int wait_for(pid_t pid)
-{
+[[nodiscard]] int wait_for(pid_t pid) {
     int status = 0;
     while (::waitpid(pid, &status, 0) < 0) {
         if (errno != EINTR) {
@@ -121,17 +114,16 @@ void read_all(int fd, std::string& out)
 
 } // namespace
 
-bool run_program(const std::vector<std::string>& argv, const RunOptions& options,
-                 RunResult& result, std::string& why)
-{
+bool run_program(const std::vector<std::string> &argv, const RunOptions &options, RunResult &result,
+                 std::string &why) {
     if (argv.empty()) {
         why = "no program to run";
         return false;
     }
     std::vector<std::string> args = argv;
-    std::vector<char*> cargs;
+    std::vector<char *> cargs;
     cargs.reserve(args.size() + 1);
-    for (auto& a : args) {
+    for (auto &a : args) {
         cargs.push_back(a.data());
     }
     cargs.push_back(nullptr);

@@ -33,8 +33,8 @@ struct RunResult {
 
 // False when the program could not be started at all (not found, not
 // executable, no process available); WHY then says so.
-[[nodiscard]] bool run_program(const std::vector<std::string>& argv, const RunOptions& options,
-                               RunResult& result, std::string& why);
+[[nodiscard]] bool run_program(const std::vector<std::string> &argv, const RunOptions &options,
+                               RunResult &result, std::string &why);
 
 } // namespace sandbox
 

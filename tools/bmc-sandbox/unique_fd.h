@@ -10,14 +10,13 @@
 namespace sandbox {
 
 class UniqueFd {
-public:
+  public:
     UniqueFd() = default;
     explicit UniqueFd(int fd) : fd_(fd) {}
-    UniqueFd(const UniqueFd&) = delete;
-    UniqueFd& operator=(const UniqueFd&) = delete;
-    UniqueFd(UniqueFd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-    UniqueFd& operator=(UniqueFd&& other) noexcept
-    {
+    UniqueFd(const UniqueFd &) = delete;
+    UniqueFd &operator=(const UniqueFd &) = delete;
+    UniqueFd(UniqueFd &&other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+    UniqueFd &operator=(UniqueFd &&other) noexcept {
         if (this != &other) {
             reset(std::exchange(other.fd_, -1));
         }
@@ -30,15 +29,14 @@ public:
 
     [[nodiscard]] int release() { return std::exchange(fd_, -1); }
 
-    void reset(int fd = -1)
-    {
+    void reset(int fd = -1) {
         if (fd_ >= 0) {
             ::close(fd_);
         }
         fd_ = fd;
     }
 
-private:
+  private:
     int fd_ = -1;
 };
 

@@ -9,11 +9,11 @@ namespace bmccert::cli {
 namespace {
 
 constexpr std::array<std::string_view, SSL_CERT_TYPE_GEN_TMP + 1> kTypeNames = {
-    "none",            // SSL_CERT_TYPE_NONE
-    "user",            // SSL_CERT_TYPE_USER
-    "oem-custom",      // SSL_CERT_TYPE_OEM_CUSTOM
-    "oem-default",     // SSL_CERT_TYPE_OEM_DEFAULT
-    "factory-default", // SSL_CERT_TYPE_DEFAULT
+    "none",                // SSL_CERT_TYPE_NONE
+    "user",                // SSL_CERT_TYPE_USER
+    "oem-custom",          // SSL_CERT_TYPE_OEM_CUSTOM
+    "oem-default",         // SSL_CERT_TYPE_OEM_DEFAULT
+    "factory-default",     // SSL_CERT_TYPE_DEFAULT
     "upload-temporary",    // SSL_CERT_TYPE_UPLOAD_TMP
     "generated-temporary", // SSL_CERT_TYPE_GEN_TMP
 };

@@ -21,13 +21,13 @@ constexpr std::string_view kReplacement = "\\ufffd";
     if (lead >= 0xC2u && lead <= 0xDFu) return continuation(1) ? 2 : 0;
     if (lead >= 0xE0u && lead <= 0xEFu) {
         if (!continuation(1) || !continuation(2)) return 0;
-        if (lead == 0xE0u && byte(1) < 0xA0u) return 0; // overlong
+        if (lead == 0xE0u && byte(1) < 0xA0u) return 0;  // overlong
         if (lead == 0xEDu && byte(1) >= 0xA0u) return 0; // surrogate
         return 3;
     }
     if (lead >= 0xF0u && lead <= 0xF4u) {
         if (!continuation(1) || !continuation(2) || !continuation(3)) return 0;
-        if (lead == 0xF0u && byte(1) < 0x90u) return 0; // overlong
+        if (lead == 0xF0u && byte(1) < 0x90u) return 0;  // overlong
         if (lead == 0xF4u && byte(1) >= 0x90u) return 0; // past U+10FFFF
         return 4;
     }
@@ -38,12 +38,23 @@ void AppendControlEscape(std::string &out, unsigned char c) {
     static constexpr std::array<char, 16> kHex = {'0', '1', '2', '3', '4', '5', '6', '7',
                                                   '8', '9', 'a', 'b', 'c', 'd', 'e', 'f'};
     switch (c) {
-    case '\b': out += "\\b"; return;
-    case '\f': out += "\\f"; return;
-    case '\n': out += "\\n"; return;
-    case '\r': out += "\\r"; return;
-    case '\t': out += "\\t"; return;
-    default: break;
+    case '\b':
+        out += "\\b";
+        return;
+    case '\f':
+        out += "\\f";
+        return;
+    case '\n':
+        out += "\\n";
+        return;
+    case '\r':
+        out += "\\r";
+        return;
+    case '\t':
+        out += "\\t";
+        return;
+    default:
+        break;
     }
     out += "\\u00";
     out += kHex[c >> 4];

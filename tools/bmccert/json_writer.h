@@ -19,7 +19,7 @@ namespace bmccert::cli {
 void AppendJsonString(std::string &out, std::string_view text);
 
 class JsonWriter {
-public:
+  public:
     void BeginObject();
     void EndObject();
     // The name of the next member of the object being written; its value
@@ -32,7 +32,7 @@ public:
     // The document so far; complete once every object is ended.
     [[nodiscard]] const std::string &Text() const { return out_; }
 
-private:
+  private:
     std::string out_;
     std::vector<bool> memberWritten_; // per open object: a member came before
 };

@@ -9,8 +9,7 @@
 namespace bmccert::cli {
 
 // The text of a field up to its first NUL, bounded by the array.
-template <std::size_t N>
-[[nodiscard]] std::string_view FieldText(const char (&field)[N]) {
+template <std::size_t N> [[nodiscard]] std::string_view FieldText(const char (&field)[N]) {
     const void *const nul = std::memchr(field, '\0', N);
     const std::size_t length =
         nul == nullptr ? N : static_cast<std::size_t>(static_cast<const char *>(nul) - field);
