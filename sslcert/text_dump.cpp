@@ -3,6 +3,7 @@
 // fitness as an SSL server certificate.
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 
