@@ -50,18 +50,22 @@ void ControllerTest::TearDown() {
     unsetenv(BMCSIM_ENV_OEM_FLAG);
 }
 
-std::string ControllerTest::CertPath(uint32_t certType) {
+namespace {
+
+std::pair<std::string, std::string> Paths(uint32_t certType) {
     char cert[SSLCERT_PATH_BUF_SIZE] = {};
     char key[SSLCERT_PATH_BUF_SIZE] = {};
     EXPECT_EQ(LIB_SECURITY_GetSSLCertKeyPath(certType, sizeof cert, sizeof key, cert, key), 0u);
-    return cert;
+    return {cert, key};
 }
 
+} // namespace
+
+std::string ControllerTest::CertPath(uint32_t certType) {
+    return Paths(certType).first;
+}
 std::string ControllerTest::KeyPath(uint32_t certType) {
-    char cert[SSLCERT_PATH_BUF_SIZE] = {};
-    char key[SSLCERT_PATH_BUF_SIZE] = {};
-    EXPECT_EQ(LIB_SECURITY_GetSSLCertKeyPath(certType, sizeof cert, sizeof key, cert, key), 0u);
-    return key;
+    return Paths(certType).second;
 }
 
 void ControllerTest::PlaceCert(uint32_t certType, const std::string &certPem,
