@@ -243,6 +243,25 @@ BMCCERT_API int32_t SECURITY_UpdateCertInfo(void);
 BMCCERT_API uint32_t SECURITY_GetCertInfoFromFile(SSLCertInfo *pstSSLCertInfo);
 BMCCERT_API uint32_t SECURITY_GetCertInfoFromDB(SSLCertInfo *pstSSLCertInfo);
 
+/* ---- Generation request, key and certificate generation ------------------ */
+BMCCERT_API uint32_t SECURITY_SSL_GenSSLCert_Check(const SSLCertGenParam *pstSSLCert);
+BMCCERT_API uint32_t SECURITY_SSL_ConfFile_Check(const SSLCertGenParam *pstSSLCert);
+BMCCERT_API uint32_t LIB_SECURITY_GenCert(const SSLCertGenParam *pstSSLCert);
+
+/* ---- Temporary certificate verification -------------------------------- */
+BMCCERT_API uint32_t SECURITY_SSL_VerifyTmpCert(uint32_t uiCertType);
+BMCCERT_API uint32_t SECURITY_SSL_VerifyGENTmpCert(void);
+BMCCERT_API uint32_t LIB_SECURITY_VerifyCert(void);
+
+/* ---- Installation and the tunnel configuration --------------------------- */
+BMCCERT_API uint32_t SECURITY_SSL_UpdateSSLCert(const char *pcTmpCert, const char *pcTmpPrivkey);
+BMCCERT_API uint32_t LIB_SECURITY_SSL_ModStunnelConfFile(const char *pcCertPath,
+                                                         const char *pcKeyPath);
+
+/* ---- Generate and restart the services ----------------------------------- */
+BMCCERT_API uint32_t LIB_SECURITY_GenAndRestartService(const SSLCertGenParam *pstSSLCert,
+                                                       OperateDesc *pstOperateLog);
+
 #ifdef __cplusplus
 }
 #endif

@@ -4,18 +4,14 @@
 #include <cstring>
 
 namespace bmccert {
-namespace {
-
-const char *BaseName(const char *path) {
+const char *SourceBaseName(const char *path) {
     const char *slash = std::strrchr(path, '/');
     return slash == nullptr ? path : slash + 1;
 }
 
-} // namespace
-
 void ReportCloseFailure(const SourcePlace &where) {
     const int savedErrno = errno;
-    BMC_DiagLogOut(0, 0, kLevelNote, where.line, BaseName(where.file),
+    BMC_DiagLogOut(0, 0, kLevelNote, where.line, SourceBaseName(where.file),
                    "[%s-%dL] Close file failed, %s.", where.function, where.line,
                    std::strerror(savedErrno));
 }

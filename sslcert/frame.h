@@ -52,6 +52,9 @@ struct SourcePlace {
         __builtin_FILE(), __builtin_FUNCTION(), __builtin_LINE()                                   \
     }
 
+// The base name of a source path, as reports name their file.
+[[nodiscard]] const char *SourceBaseName(const char *path);
+
 // Writes the close-failure report for a failed fclose at the given place.
 void ReportCloseFailure(const SourcePlace &where);
 

@@ -2,6 +2,7 @@
 // (lib_security_sslcert).
 #pragma once
 
+#include <array>
 #include <cstdint>
 
 #include "lib_security_sslcert.h"
@@ -25,5 +26,45 @@ struct CertKeyPaths {
 
 // Stores the information record in the configuration database.
 [[nodiscard]] uint32_t SECURITY_PutCertInfo(const SSLCertInfo *pstSSLCertInfo);
+
+// Outcomes of a server-certificate operation, as its operation-log
+// description tells them.
+enum SSLCertOutcome : uint32_t {
+    kOutcomeGenFailed = 0,
+    kOutcomeGenDone = 1,
+    kOutcomeImportFailed = 2,
+    kOutcomeImportDone = 3,
+};
+
+// Fills the caller's operation-log description of an outcome.
+void SECURITY_SetSSLCertOperateLogDes(uint32_t uiOutcome, OperateDesc *pstOperateDesc);
+
+// Internal codes that both management entries map to management codes of
+// their own; every other non-zero code gets the entry's default.
+extern const std::array<BMC_ErrCodeMap, 3> SSLCertErrMap;
+
+// Management code of an entry's internal result: 0 stays 0.
+[[nodiscard]] uint32_t ToManagementCode(uint32_t internalCode, uint32_t defaultCode);
+
+inline constexpr const char *kTunnelService = "stunnel.service";
+inline constexpr const char *kWebService = "lighttpd.service";
+inline constexpr int kWebRestartDelaySeconds = 2;
+
+// Asks the service manager to restart a unit now; its result is the
+// restart's result. The calling place is handed on for the service
+// manager's own records.
+[[nodiscard]] int32_t RestartServiceNow(const char *unit,
+                                        const SourcePlace &where = BMCCERT_CALLER_PLACE);
+
+// Starts the web server's restart in the background, after the delay, and
+// returns at once: 0 when the shell command could be started.
+[[nodiscard]] uint32_t RestartWebServerLater();
+
+// Removes a scratch file; a failure is only reported ("File %s unlink
+// failed. %s\n", level 6), never fatal.
+void RemoveScratchFileReported(const char *path);
+
+// Restricts a file that holds private key material to its owner (0600).
+[[nodiscard]] bool RestrictToOwner(const char *path);
 
 } // namespace bmccert::sslcert

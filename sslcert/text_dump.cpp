@@ -18,7 +18,6 @@ constexpr const char *kScratchPath = "/var/certs/certtmp";
 constexpr const char *kScratchLock = "sslcert_tmp_file.lock";
 constexpr size_t kCommandSize = 256;
 constexpr size_t kLineSize = 1024;
-constexpr int kLineReadLimit = 1023;
 constexpr size_t kSlotSize = 256;
 constexpr size_t kFieldSize = 64;
 
@@ -43,7 +42,9 @@ void ParseDump(FILE *dump, Slots &slots) {
     char line[kLineSize];
     do {
         std::memset(line, 0, sizeof line);
-        if (std::fgets(line, kLineReadLimit, dump) == nullptr) break;
+        // Up to 1023 bytes a read: a line of 1022 characters comes whole,
+        // with its line feed.
+        if (std::fgets(line, sizeof line, dump) == nullptr) break;
         for (size_t slot = 0; slot < CertTextParseTable.size(); ++slot)
             SECURITY_SSL_ParseCommon(line, &CertTextParseTable[slot], kSlotSize,
                                      slots[slot].data());

@@ -99,12 +99,20 @@ enum class Keep { All, FirstLine };
 
 } // namespace
 
+namespace bmcsim {
+
+bool RunShell(const char *cmd) noexcept {
+    pid_t pid;
+    if (cmd == nullptr || !Spawn(cmd, -1, &pid)) return false;
+    int status = Wait(pid);
+    return status >= 0 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+} // namespace bmcsim
+
 extern "C" uint32_t BMC_System(const char *pcCmd) {
     if (auto fault = bmcsim::InjectedFault("BMC_System")) return *fault;
-    pid_t pid;
-    if (pcCmd == nullptr || !Spawn(pcCmd, -1, &pid)) return bmcsim::kFail;
-    int status = Wait(pid);
-    return status >= 0 && WIFEXITED(status) && WEXITSTATUS(status) == 0 ? 0 : bmcsim::kFail;
+    return bmcsim::RunShell(pcCmd) ? 0 : bmcsim::kFail;
 }
 
 extern "C" int32_t BMC_GetCmdOutAllBuffer(const char *pcCmd, uint32_t uiSize, char *pcBuf) {

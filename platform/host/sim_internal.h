@@ -83,6 +83,9 @@ class UniqueFd {
 // Decimal or 0x-prefixed hexadecimal, the whole text, at most 32 bits.
 [[nodiscard]] std::optional<uint32_t> ParseNumber(std::string_view text) noexcept;
 
+// Runs "/bin/sh -c cmd" and waits; true when it exited with status 0.
+[[nodiscard]] bool RunShell(const char *cmd) noexcept;
+
 // Creates the directory and its missing parents (mode 0755); true when it
 // exists afterwards.
 [[nodiscard]] bool MakeDirs(const char *path) noexcept;

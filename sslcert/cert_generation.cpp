@@ -1,0 +1,114 @@
+// A new RSA key and self-signed certificate from a validated generation
+// request, made with the openssl tool and installed as the user certificate.
+#include <unistd.h>
+
+#include "sslcert/sslcert_internal.h"
+
+namespace bmccert::sslcert {
+namespace {
+
+using namespace bmccert;
+
+constexpr const char *kRequestConfigPath = "/var/certs/sslconf";
+constexpr const char *kExtensionFilePath = "/conf/certs/server/cert_v3_extfile.ext";
+constexpr const char *kGenKeyPath = "/var/certs/TmpPrivkeyGen.pem";
+constexpr const char *kSigningRequestPath = "/var/certs/cert_tmp.csr";
+constexpr const char *kGenCertPath = "/var/certs/TmpCertGen.pem";
+constexpr size_t kCommandSize = 256;
+
+// Writes the request configuration; the request's texts go in as they
+// stand, since the request check admits no character that could change the
+// file's meaning.
+uint32_t WriteRequestConfig(FILE *conf, const SSLCertGenParam &request) {
+    if (std::fprintf(conf, "[req]\ndistinguished_name = req_distinguished_name\nprompt = no\n") <
+        0) {
+        BMCCERT_DIAG(kLevelFailure,
+                     "Error encountered writing req to conf file during ssl csr gen\n");
+        return SSLCERT_ERR_GENERAL;
+    }
+    if (std::fprintf(conf, "[ req_distinguished_name ]\n") < 0) {
+        BMCCERT_DIAG(kLevelFailure, "Error encountered writing req_distinguished_name to conf "
+                                    "file  during ssl csr gen\n");
+        return SSLCERT_ERR_GENERAL;
+    }
+    if (std::fprintf(conf,
+                     " C = %s\n ST = %s\n L = %s\n O = %s\nOU = %s\nCN = %s\nemailAddress = %s\n",
+                     request.szCountryCode, request.szStateName, request.szLocalityName,
+                     request.szOrganisation, request.szOrganisationUnit, request.szCommonName,
+                     request.szEmailAddress) < 0) {
+        BMCCERT_DIAG(kLevelFailure,
+                     "Error encountered writing C/ST.. to conf file  during ssl csr gen\n");
+        return SSLCERT_ERR_GENERAL;
+    }
+    return SSLCERT_OK;
+}
+
+} // namespace
+} // namespace bmccert::sslcert
+
+using namespace bmccert;
+using namespace bmccert::sslcert;
+
+extern "C" uint32_t SECURITY_SSL_ConfFile_Check(const SSLCertGenParam *pstSSLCert) {
+    BMCCERT_CHECK_NULL(pstSSLCert, SSLCERT_ERR_NULL_POINTER);
+
+    StdioFile conf(kRequestConfigPath, "w");
+    if (!conf.IsOpen()) {
+        BMCCERT_DIAG(kLevelFailure, "Open ssl request conf file %s failed!\n", kRequestConfigPath);
+        return SSLCERT_ERR_FILE_OPEN;
+    }
+    if (const uint32_t result = WriteRequestConfig(conf.get(), *pstSSLCert); result != 0) {
+        conf.Close();
+        return result;
+    }
+    conf.Close();
+
+    if (access(kExtensionFilePath, F_OK) != 0) {
+        BMCCERT_DIAG(kLevelFailure, "SSL cert extension file %s is not exist!\n",
+                     kExtensionFilePath);
+        return SSLCERT_ERR_EXT_FILE_MISSING;
+    }
+    return SSLCERT_OK;
+}
+
+extern "C" uint32_t LIB_SECURITY_GenCert(const SSLCertGenParam *pstSSLCert) {
+    BMCCERT_CHECK_NULL(pstSSLCert, SSLCERT_ERR_NULL_POINTER);
+
+    if (SECURITY_SSL_GenSSLCert_Check(pstSSLCert) != SSLCERT_OK) {
+        BMCCERT_DIAG(kLevelFailure, "Gen cert check data failed!\n");
+        return SSLCERT_ERR_GEN_REQUEST;
+    }
+    if (const uint32_t result = SECURITY_SSL_ConfFile_Check(pstSSLCert); result != SSLCERT_OK) {
+        BMCCERT_DIAG(kLevelFailure, "Gen cert conf file check failed! iRet = %d.\n", result);
+        return SSLCERT_ERR_GENERAL;
+    }
+
+    // Every word of both command lines is a number or a fixed path.
+    char command[kCommandSize] = {};
+    (void)BMC_Scnprintf(command, sizeof command,
+                        "openssl req -newkey rsa:%d -keyout %s -out %s -config %s -nodes",
+                        pstSSLCert->uiKeyLength, kGenKeyPath, kSigningRequestPath,
+                        kRequestConfigPath);
+    if (BMC_System(command) == BMC_PLATFORM_FAIL) {
+        BMCCERT_DIAG(kLevelFailure, "Error creating privkey key and csr!\n");
+        return SSLCERT_ERR_GENERAL;
+    }
+    // The tool's own choice of mode for a new key is not relied on.
+    if (!RestrictToOwner(kGenKeyPath)) return SSLCERT_ERR_GENERAL;
+
+    (void)BMC_Scnprintf(command, sizeof command,
+                        "openssl x509 -req -days %d -in %s -signkey %s -sha256 -extfile %s -out %s",
+                        pstSSLCert->uiValidDays, kSigningRequestPath, kGenKeyPath,
+                        kExtensionFilePath, kGenCertPath);
+    if (BMC_System(command) == BMC_PLATFORM_FAIL) {
+        BMCCERT_DIAG(kLevelFailure, "Error creating certificate!\n");
+        return SSLCERT_ERR_GENERAL;
+    }
+
+    if (const uint32_t result = SECURITY_SSL_UpdateSSLCert(kGenCertPath, kGenKeyPath);
+        result != SSLCERT_OK) {
+        BMCCERT_DIAG(kLevelFailure, "SSL cert gen update failed! iRet=%d.\n", result);
+        return SSLCERT_ERR_GENERAL;
+    }
+    return SSLCERT_OK;
+}

@@ -1,0 +1,93 @@
+// Installation of a certificate and key from a temporary location as the
+// user certificate: the pair, the combined file for the web server, the
+// tunnel configuration and the stored information record.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "sslcert/sslcert_internal.h"
+
+namespace bmccert::sslcert {
+namespace {
+
+using namespace bmccert;
+
+constexpr const char *kUserCertPath = "/conf/certs/server/user/actualcert.pem";
+constexpr const char *kUserKeyPath = "/conf/certs/server/user/actualprivkey.pem";
+constexpr const char *kCombinedPath = "/conf/certs/server/server.pem";
+constexpr size_t kCommandSize = 256;
+
+bool Exists(const char *path) {
+    return access(path, F_OK) == 0;
+}
+
+// The shell's redirection creates a missing file with the process umask
+// and keeps the mode of an existing one, so the combined file is made
+// private before the key is written into it.
+bool PrepareCombinedFile() {
+    const int fd = open(kCombinedPath, O_WRONLY | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    if (fd < 0) return false;
+    const bool restricted = fchmod(fd, S_IRUSR | S_IWUSR) == 0;
+    (void)close(fd);
+    return restricted;
+}
+
+} // namespace
+} // namespace bmccert::sslcert
+
+using namespace bmccert;
+using namespace bmccert::sslcert;
+
+extern "C" uint32_t SECURITY_SSL_UpdateSSLCert(const char *pcTmpCert, const char *pcTmpPrivkey) {
+    BMCCERT_CHECK_NULL(pcTmpCert, SSLCERT_ERR_NULL_POINTER);
+    BMCCERT_CHECK_NULL(pcTmpPrivkey, SSLCERT_ERR_NULL_POINTER);
+
+    if (!Exists(pcTmpCert)) {
+        BMCCERT_DIAG(kLevelFailure, "Tmp Cert File %s is not exist!\n", pcTmpCert);
+        return SSLCERT_ERR_GENERAL;
+    }
+    if (!Exists(pcTmpPrivkey)) {
+        BMCCERT_DIAG(kLevelFailure, "Tmp Privkey File %s is not exist!\n", pcTmpPrivkey);
+        return SSLCERT_ERR_GENERAL;
+    }
+
+    if (BMC_CopyFile(pcTmpCert, kUserCertPath) != 0) {
+        BMCCERT_DIAG(kLevelHandling, "Copy certificate file from %s to %s failed! strerrno:%s\n",
+                     pcTmpCert, kUserCertPath, std::strerror(errno));
+        return SSLCERT_ERR_GENERAL;
+    }
+    // A copy may carry the source's mode: the source is made private first
+    // so that the installed key is never readable by others, not even
+    // between the copy and its own change of mode.
+    if (!RestrictToOwner(pcTmpPrivkey)) return SSLCERT_ERR_GENERAL;
+    if (BMC_CopyFile(pcTmpPrivkey, kUserKeyPath) != 0) {
+        BMCCERT_DIAG(kLevelHandling, "Copy private key file from %s to %s failed! strerrno:%s\n",
+                     pcTmpPrivkey, kUserKeyPath, std::strerror(errno));
+        return SSLCERT_ERR_GENERAL;
+    }
+    if (!RestrictToOwner(kUserKeyPath)) return SSLCERT_ERR_GENERAL;
+
+    char command[kCommandSize] = {};
+    (void)BMC_Scnprintf(command, sizeof command, "cat %s %s > %s", kUserCertPath, kUserKeyPath,
+                        kCombinedPath);
+    if (!PrepareCombinedFile() || BMC_System(command) != 0) {
+        BMCCERT_DIAG(kLevelHandling, "Merging cert file and privkey failed! strerrno:%s\n",
+                     std::strerror(errno));
+        return SSLCERT_ERR_GENERAL;
+    }
+    if (!RestrictToOwner(kCombinedPath)) return SSLCERT_ERR_GENERAL;
+
+    if (const uint32_t result = LIB_SECURITY_SSL_ModStunnelConfFile(kUserCertPath, kUserKeyPath);
+        result != SSLCERT_OK) {
+        BMCCERT_DIAG(kLevelHandling, "Modify stunnel.conf file failed! iRet=%d.\n", result);
+        return SSLCERT_ERR_GENERAL;
+    }
+
+    // The pair is installed whatever the refresh says; a failed refresh
+    // has reported itself and leaves the previous record in place.
+    (void)SECURITY_UpdateCertInfo();
+    return SSLCERT_OK;
+}

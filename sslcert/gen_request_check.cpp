@@ -1,0 +1,91 @@
+// Field-by-field check of a certificate generation request, before any file
+// is written or any key is made.
+#include "sslcert/sslcert_internal.h"
+
+namespace bmccert::sslcert {
+namespace {
+
+using namespace bmccert;
+
+constexpr uint32_t kMinValidDays = 1;
+constexpr uint32_t kInclusiveRange = 1;
+constexpr int32_t kMatched = 1;
+
+constexpr const char *kEmailPattern =
+    "^[a-zA-Z0-9]+([_\\.-]?[a-zA-Z0-9]+)*@([a-zA-Z0-9]+([\\-_]?[a-zA-Z0-9]+)*\\.)+"
+    "([a-zA-Z0-9]{1,128})$";
+constexpr const char *kCountryPattern = "^[a-zA-Z]{2}$";
+// Rejection patterns: a name fails when it is all digits, blank, or holds
+// a character outside the allowed set.
+constexpr const char *kNameRejectPattern = "^(([0-9]+)|(\\s*)|(.*[^0-9a-zA-Z _.-]+.*))$";
+constexpr const char *kOrganisationRejectPattern = "^(([0-9]+)|(\\s*)|(.*[^0-9a-zA-Z _.,-]+.*))$";
+
+bool Matches(const char *text, const char *pattern) {
+    return BMC_RegularJudge(text, pattern) == kMatched;
+}
+
+// A name field, its rejection pattern and its failure report, in the order
+// in which they are checked after the e-mail address and the country.
+struct NameRule {
+    const char *value;
+    const char *pattern;
+    const char *report;
+};
+
+} // namespace
+} // namespace bmccert::sslcert
+
+using namespace bmccert;
+using namespace bmccert::sslcert;
+
+extern "C" uint32_t SECURITY_SSL_GenSSLCert_Check(const SSLCertGenParam *pstSSLCert) {
+    BMCCERT_CHECK_NULL(pstSSLCert, SSLCERT_ERR_NULL_POINTER);
+
+    if (pstSSLCert->uiKeyLength != SSLCERT_GEN_KEYLEN_1024 &&
+        pstSSLCert->uiKeyLength != SSLCERT_GEN_KEYLEN_2048) {
+        BMCCERT_DIAG(kLevelFailure, "SSL cert Gen Keylength verify failed! Keylength = %d.\n",
+                     pstSSLCert->uiKeyLength);
+        return SSLCERT_ERR_GENERAL;
+    }
+    if (CFGM_CheckContinueNum(pstSSLCert->uiValidDays, kMinValidDays, SSLCERT_GEN_MAX_DAYS,
+                              kInclusiveRange) != 0) {
+        BMCCERT_DIAG(kLevelFailure, "SSL cert Gen ValidDays verify failed! ValidDays = %d.\n",
+                     pstSSLCert->uiValidDays);
+        return SSLCERT_ERR_GENERAL;
+    }
+    if (!Matches(pstSSLCert->szEmailAddress, kEmailPattern)) {
+        BMCCERT_DIAG(kLevelFailure,
+                     "SSL cert Gen Email Address verify failed! EmailAddress = %s.\n",
+                     pstSSLCert->szEmailAddress);
+        return SSLCERT_ERR_GENERAL;
+    }
+    if (!Matches(pstSSLCert->szCountryCode, kCountryPattern)) {
+        BMCCERT_DIAG(kLevelFailure, "SSL cert Gen Country Code verify failed! CountryCode = %s.\n",
+                     pstSSLCert->szCountryCode);
+        return SSLCERT_ERR_GENERAL;
+    }
+
+    const NameRule rules[] = {
+        {pstSSLCert->szCommonName, kNameRejectPattern,
+         "SSL cert Gen Common Name verify failed! CommonName = %s.\n"},
+        {pstSSLCert->szOrganisation, kOrganisationRejectPattern,
+         "SSL cert Gen Organisation verify failed! Organisation = %s.\n"},
+        {pstSSLCert->szOrganisationUnit, kNameRejectPattern,
+         "SSL cert Gen Organisation Unit verify failed! OrganisationUnit = %s.\n"},
+        {pstSSLCert->szLocalityName, kNameRejectPattern,
+         "SSL cert Gen Locality Name verify failed! LocalityName = %s.\n"},
+        {pstSSLCert->szStateName, kNameRejectPattern,
+         "SSL cert Gen State Name verify failed! StateName = %s.\n"},
+    };
+    for (const NameRule &rule : rules) {
+        if (Matches(rule.value, rule.pattern)) {
+            // Each report is a constant of the table above with one %s.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+            BMCCERT_DIAG(kLevelFailure, rule.report, rule.value);
+#pragma GCC diagnostic pop
+            return SSLCERT_ERR_GENERAL;
+        }
+    }
+    return SSLCERT_OK;
+}

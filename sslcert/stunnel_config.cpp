@@ -1,0 +1,91 @@
+// Points the TLS tunnel's configuration at a certificate and key. The new
+// configuration is written beside the old one and renamed over it, under
+// the inter-process lock, so that a reader sees the whole old file or the
+// whole new one.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "sslcert/sslcert_internal.h"
+
+namespace bmccert::sslcert {
+namespace {
+
+using namespace bmccert;
+
+constexpr const char *kTunnelConfigPath = "/conf/adviserd/stunnel.conf";
+constexpr const char *kScratchConfigPath = "/conf/adviserd/tmp_stunnel.conf";
+constexpr const char *kTunnelConfigLock = "stunnel_file.lock";
+constexpr size_t kPieceSize = 256;
+
+// Copies the configuration piece by piece (a piece ends after a line feed
+// or after 255 characters), turning every piece that mentions either
+// option into an active line with the new path.
+void RewritePieces(FILE *in, FILE *out, const char *certPath, const char *keyPath) {
+    char piece[kPieceSize];
+    char replacement[kPieceSize];
+    while (std::fgets(piece, sizeof piece, in) != nullptr) {
+        if (std::strstr(piece, "cert =") != nullptr) {
+            (void)BMC_Scnprintf(replacement, sizeof replacement, "cert = %s\n", certPath);
+            (void)std::fputs(replacement, out);
+        } else if (std::strstr(piece, "key =") != nullptr) {
+            (void)BMC_Scnprintf(replacement, sizeof replacement, "key = %s\n", keyPath);
+            (void)std::fputs(replacement, out);
+        } else {
+            (void)std::fputs(piece, out);
+        }
+    }
+}
+
+// Makes the written scratch file durable with the old file's mode; false
+// when any write to it failed, so that a partial file never replaces a
+// whole one.
+bool FinishScratch(FILE *in, FILE *scratch) {
+    struct stat old;
+    return std::ferror(scratch) == 0 && std::fflush(scratch) == 0 &&
+           fstat(fileno(in), &old) == 0 && fchmod(fileno(scratch), old.st_mode & 07777) == 0 &&
+           fsync(fileno(scratch)) == 0;
+}
+
+} // namespace
+} // namespace bmccert::sslcert
+
+using namespace bmccert;
+using namespace bmccert::sslcert;
+
+extern "C" uint32_t LIB_SECURITY_SSL_ModStunnelConfFile(const char *pcCertPath,
+                                                        const char *pcKeyPath) {
+    BMCCERT_CHECK_NULL(pcCertPath, SSLCERT_ERR_NULL_POINTER);
+    BMCCERT_CHECK_NULL(pcKeyPath, SSLCERT_ERR_NULL_POINTER);
+
+    NamedFileLock lock(kTunnelConfigLock);
+
+    StdioFile config(kTunnelConfigPath, "r");
+    if (!config.IsOpen()) {
+        BMCCERT_DIAG(kLevelHandling, "%s open failed.\n", kTunnelConfigPath);
+        return SSLCERT_ERR_GENERAL;
+    }
+    StdioFile scratch(kScratchConfigPath, "w+");
+    if (!scratch.IsOpen()) {
+        BMCCERT_DIAG(kLevelHandling, "%s open failed.\n", kScratchConfigPath);
+        config.Close();
+        return SSLCERT_ERR_GENERAL;
+    }
+
+    RewritePieces(config.get(), scratch.get(), pcCertPath, pcKeyPath);
+    const bool written = FinishScratch(config.get(), scratch.get());
+    const int writeErrno = errno;
+    config.Close();
+    scratch.Close();
+
+    if (!written || std::rename(kScratchConfigPath, kTunnelConfigPath) != 0) {
+        BMCCERT_DIAG(kLevelHandling, "Replace %s with %s failed! strerrno:%s\n", kTunnelConfigPath,
+                     kScratchConfigPath, std::strerror(written ? errno : writeErrno));
+        (void)unlink(kScratchConfigPath);
+        return SSLCERT_ERR_GENERAL;
+    }
+    return SSLCERT_OK;
+}
