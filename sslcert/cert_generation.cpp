@@ -93,8 +93,6 @@ extern "C" uint32_t LIB_SECURITY_GenCert(const SSLCertGenParam *pstSSLCert) {
         BMCCERT_DIAG(kLevelFailure, "Error creating privkey key and csr!\n");
         return SSLCERT_ERR_GENERAL;
     }
-    // The tool's own choice of mode for a new key is not relied on.
-    if (!RestrictToOwner(kGenKeyPath)) return SSLCERT_ERR_GENERAL;
 
     (void)BMC_Scnprintf(command, sizeof command,
                         "openssl x509 -req -days %d -in %s -signkey %s -sha256 -extfile %s -out %s",

@@ -79,7 +79,7 @@ TEST_F(X509ExtractTest, FailingExtractorEndsTheRunWithEarlierFieldsKept) {
 TEST_F(X509ExtractTest, VersionOneAndEcKeys) {
     CertRecipe v1;
     v1.rawVersion = 0;
-    v1.serverAuth = false;
+    v1.extendedKeyUsage.clear();
     ASSERT_EQ(Extract(MakeCertPem(v1)), 0u);
     EXPECT_STREQ(config_.szVersion, "1");
 

@@ -11,15 +11,18 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct FactoryPair {
+struct FactoryFiles {
     std::string cert;
     std::string key;
+    std::string tunnelConfig;
+    std::string extensions;
 };
 
 // Read once, from the sandbox as it was provisioned.
-const FactoryPair &Factory() {
-    static const FactoryPair pair{ReadFile(kFactoryCert), ReadFile(kFactoryKey)};
-    return pair;
+const FactoryFiles &Factory() {
+    static const FactoryFiles files{ReadFile(kFactoryCert), ReadFile(kFactoryKey),
+                                    ReadFile(kTunnelConfig), ReadFile(kExtensionFile)};
+    return files;
 }
 
 void EmptyDirectory(const fs::path &dir) {
@@ -41,6 +44,10 @@ void ControllerTest::SetUp() {
     fs::create_directories("/conf/certs/server/default");
     WriteFile(kFactoryCert, Factory().cert);
     WriteFile(kFactoryKey, Factory().key);
+    WriteFile(kTunnelConfig, Factory().tunnelConfig);
+    WriteFile(kExtensionFile, Factory().extensions);
+    fs::remove(kCombinedFile, ec);
+    fs::remove(kServicesLog, ec);
     ASSERT_EQ(BMCSIM_DbErase(SSLCERT_INFO_DB_KEY), 0);
     ClearDiagLog();
 }

@@ -15,6 +15,10 @@ namespace bmctest {
 
 inline constexpr const char *kFactoryCert = "/conf/certs/server/default/server.pem";
 inline constexpr const char *kFactoryKey = "/conf/certs/server/default/privkey.pem";
+inline constexpr const char *kTunnelConfig = "/conf/adviserd/stunnel.conf";
+inline constexpr const char *kExtensionFile = "/conf/certs/server/cert_v3_extfile.ext";
+inline constexpr const char *kCombinedFile = "/conf/certs/server/server.pem";
+inline constexpr const char *kServicesLog = "/var/lib/bmc-sim/services.log";
 
 class ControllerTest : public ::testing::Test {
   protected:

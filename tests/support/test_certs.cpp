@@ -101,9 +101,9 @@ std::string MakeCertPem(const CertRecipe &recipe) {
     AddNames(X509_get_issuer_name(cert.get()), recipe.issuer.value_or(recipe.subject));
     Require(X509_set_pubkey(cert.get(), key.get()) == 1, "pubkey");
     if (recipe.keyUsage) AddKeyUsage(cert.get(), *recipe.keyUsage);
-    if (recipe.serverAuth) {
-        X509_EXTENSION *eku =
-            X509V3_EXT_conf_nid(nullptr, nullptr, NID_ext_key_usage, "serverAuth");
+    if (!recipe.extendedKeyUsage.empty()) {
+        X509_EXTENSION *eku = X509V3_EXT_conf_nid(nullptr, nullptr, NID_ext_key_usage,
+                                                  recipe.extendedKeyUsage.c_str());
         Require(eku != nullptr, "eku");
         const int added = X509_add_ext(cert.get(), eku, -1);
         X509_EXTENSION_free(eku);

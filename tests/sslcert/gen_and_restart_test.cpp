@@ -1,0 +1,116 @@
+// The generate-and-restart entry: restarts, clean-up of the temporary
+// pair, description and management code on each path.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+#include <thread>
+
+#include "lib_security_sslcert.h"
+#include "tests/support/controller.h"
+
+namespace bmctest {
+namespace {
+
+SSLCertGenParam Request(uint32_t keyLength) {
+    SSLCertGenParam request{};
+    request.uiKeyLength = keyLength;
+    request.uiValidDays = 30;
+    std::strcpy(request.szCommonName, "bmc.test");
+    std::strcpy(request.szOrganisation, "Test Works");
+    std::strcpy(request.szOrganisationUnit, "Lab");
+    std::strcpy(request.szLocalityName, "Town");
+    std::strcpy(request.szStateName, "State");
+    std::strcpy(request.szCountryCode, "DE");
+    std::strcpy(request.szEmailAddress, "ops@bmc.test");
+    return request;
+}
+
+std::string ServicesLog() {
+    return access(kServicesLog, F_OK) == 0 ? ReadFile(kServicesLog) : "";
+}
+
+class GenAndRestartTest : public ControllerTest {};
+
+TEST_F(GenAndRestartTest, SuccessRestartsTheTunnelNowAndTheWebServerLater) {
+    const SSLCertGenParam request = Request(1024);
+    OperateDesc desc{};
+    ASSERT_EQ(LIB_SECURITY_GenAndRestartService(&request, &desc), 0u) << Describe(ReadDiagLog());
+    EXPECT_EQ(ServicesLog(), "restart stunnel.service\n");
+    EXPECT_STREQ(desc.szOperateDesc, "Generated SSL certificate successfully.");
+    EXPECT_EQ(desc.ucLogClass, 37);
+    EXPECT_NE(access("/var/certs/TmpCertGen.pem", F_OK), 0);
+    EXPECT_NE(access("/var/certs/TmpPrivkeyGen.pem", F_OK), 0);
+    EXPECT_EQ(LIB_SECURITY_GetCertType(), SSL_CERT_TYPE_USER);
+
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (ServicesLog().find("lighttpd") == std::string::npos &&
+           std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_EQ(ServicesLog(), "restart stunnel.service\nrestart lighttpd.service\n");
+}
+
+TEST_F(GenAndRestartTest, RefusedRequestIsMappedAndBothTemporariesAreStillRemoved) {
+    const SSLCertGenParam request = Request(512);
+    OperateDesc desc{};
+    EXPECT_EQ(LIB_SECURITY_GenAndRestartService(&request, &desc), 0x1800041Cu);
+    EXPECT_STREQ(desc.szOperateDesc, "Failed to generate SSL certificate.");
+    EXPECT_EQ(desc.ucLogClass, 37);
+    EXPECT_EQ(ServicesLog(), "");
+    EXPECT_EQ(ReadDiags(),
+              (std::vector<Diag>{
+                  {31, 3, 2, "SSL cert Gen Keylength verify failed! Keylength = 512.\n"},
+                  {31, 3, 2, "Gen cert check data failed!\n"},
+                  {31, 3, 2, "Generate Cert:gen cert failed! iRet=-1744830456\n"},
+                  {31, 3, 6,
+                   "File /var/certs/TmpCertGen.pem unlink failed. No such file or directory\n"},
+                  {31, 3, 6,
+                   "File /var/certs/TmpPrivkeyGen.pem unlink failed. No such file or directory\n"},
+              }));
+}
+
+TEST_F(GenAndRestartTest, NullArgumentsDoNothing) {
+    const SSLCertGenParam request = Request(1024);
+    OperateDesc desc{};
+    EXPECT_EQ(LIB_SECURITY_GenAndRestartService(&request, nullptr), 0x1800001Au);
+    EXPECT_EQ(LIB_SECURITY_GenAndRestartService(nullptr, &desc), 0x1800001Au);
+    EXPECT_EQ(access("/var/certs/sslconf", F_OK), -1);
+    EXPECT_EQ(desc.szOperateDesc[0], '\0');
+    const auto diags = ReadDiags();
+    ASSERT_EQ(diags.size(), 2u);
+    EXPECT_EQ(diags[0].message.rfind("Pointer pstOperateLog is Null", 0), 0u);
+    EXPECT_EQ(diags[1].message.rfind("Pointer pstSSLCert is Null", 0), 0u);
+}
+
+TEST_F(GenAndRestartTest, FailedTunnelRestartKeepsTheNewCertificateAndSkipsTheWebServer) {
+    const SSLCertGenParam request = Request(1024);
+    struct Case {
+        const char *fault;
+        uint32_t expected;
+    } cases[] = {{"systemd_run=5", 0x1800001A}, {"systemd_run=0x82000002", 0x1800081B}};
+    for (const Case &c : cases) {
+        SetFaults(c.fault);
+        ClearDiagLog();
+        OperateDesc desc{};
+        EXPECT_EQ(LIB_SECURITY_GenAndRestartService(&request, &desc), c.expected) << c.fault;
+        EXPECT_STREQ(desc.szOperateDesc, "Failed to generate SSL certificate.");
+        EXPECT_EQ(LIB_SECURITY_GetCertType(), SSL_CERT_TYPE_USER);
+        const auto diags = ReadDiags();
+        ASSERT_FALSE(diags.empty());
+        EXPECT_EQ(diags[0].message.rfind("Generate Cert:Restart stunnel service failed! iRet=" +
+                                             std::to_string(static_cast<int32_t>(
+                                                 std::strtoul(std::strchr(c.fault, '=') + 1,
+                                                              nullptr, 0))) +
+                                             ". ERR:",
+                                         0),
+                  0u)
+            << Describe(ReadDiagLog());
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+    EXPECT_EQ(ServicesLog(), "");
+}
+
+} // namespace
+} // namespace bmctest
