@@ -95,8 +95,35 @@ expect "days left as JSON" is "$out" "{\"daysLeft\":$days}"
 run refresh
 expect "refresh succeeds" is "$status/$out/$err" "0/refreshed/"
 
+# --- generate, verify, install -----------------------------------------------
+request=(--cn 'bmc 7' --org 'Works, Inc' --ou Lab --locality Town --state North --country de
+         --email ops@bmc-7.example.org)
+run generate "${request[@]}" --key-length 4096 --email 'not an address'
+expect "the first refused field is named with its rule" is "$status/$out/$err" \
+    "1//bmccert: --key-length refused: must be 1024 or 2048: 0x1800041C"
+run generate "${request[@]}" --ou '12'
+expect "a digits-only unit is refused" matches "$status/$err" '^1/bmccert: --ou refused: .*: 0x1800041C$'
+run verify
+# The openssl tool says why on stderr before the tool's own last line.
+expect "verify without a generated certificate" is "$status/$out/${err##*$'\n'}" \
+    "1//bmccert: generated certificate missing or unreadable: 0x98000002"
+run generate "${request[@]}" --key-length 1024 --days 30 --json
+expect "generate succeeds" is "$status/$out" \
+    '0/{"result":0,"description":"Generated SSL certificate successfully."}'
+run info --json
+expect "the new certificate is in force without a refresh" is \
+    "$(json_get stKeyFileInfo.ucCertType) $(json_get stSSLConfig.stIssueTo.szCommonName)" "1 bmc 7"
+expect "the key is private" is "$(stat -c %a /conf/certs/server/user/actualprivkey.pem)" 600
+run install /conf/certs/server/default/server.pem /conf/certs/server/default/privkey.pem
+expect "install an existing pair" is "$status/$out" "0/installed; tunnel restarted, web server restarting"
+run info --json
+expect "the installed pair is in force" is "$(json_get stSSLConfig.stIssueTo.szCommonName)" bmc.local
+run install /nonexistent.pem /conf/certs/server/default/privkey.pem
+expect "install of a missing file" is "$status/$err" "1/bmccert: installation failed: 0x81000001"
+rm -rf /conf/certs/server/user/* /conf/certs/server/server.pem
+
 # --- help and usage -------------------------------------------------------
-for command in type paths info days-left refresh; do
+for command in type paths info days-left refresh generate verify install; do
     run "$command" --help
     expect "$command --help" matches "$status/$out" "^0/.*Usage"
 done

@@ -6,6 +6,7 @@
 
 #include "cert_type.h"
 #include "commands.h"
+#include "gen_commands.h"
 #include "output.h"
 
 namespace {
@@ -65,6 +66,39 @@ int main(int argc, char **argv) {
     CLI::App *refresh = app.add_subcommand(
         "refresh", "Re-read the certificate in force from its files and store its record");
     refresh->callback([&] { status = RunRefresh(); });
+
+    GenerateOptions request;
+    CLI::App *generate = app.add_subcommand(
+        "generate", "Generate a self-signed certificate, install it and restart the services");
+    // A later option wins, so that a script can override a field it set.
+    generate->option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+    generate->add_option("--cn", request.commonName, "Common name")->required();
+    generate->add_option("--org", request.organisation, "Organisation")->required();
+    generate->add_option("--ou", request.organisationUnit, "Organisational unit")->required();
+    generate->add_option("--locality", request.locality, "Locality")->required();
+    generate->add_option("--state", request.state, "State or province")->required();
+    generate->add_option("--country", request.country, "Two-letter country code")->required();
+    generate->add_option("--email", request.email, "E-mail address")->required();
+    generate->add_option("--key-length", request.keyLength, "RSA key length: 1024 or 2048")
+        ->capture_default_str();
+    generate->add_option("--days", request.validDays, "Days of validity: 1 to 5475")
+        ->capture_default_str();
+    AddJsonFlag(*generate, json);
+    generate->callback([&] { status = RunGenerate(request, json); });
+
+    CLI::App *verify = app.add_subcommand(
+        "verify", "Verify the generated temporary certificate (/var/certs/TmpCertGen.pem)");
+    AddJsonFlag(*verify, json);
+    verify->callback([&] { status = RunVerify(json); });
+
+    std::string installCert;
+    std::string installKey;
+    CLI::App *install = app.add_subcommand(
+        "install", "Install an existing certificate and key, then restart the services");
+    install->add_option("CERT", installCert, "PEM certificate file")->required();
+    install->add_option("KEY", installKey, "PEM private key file (made private: mode 0600)")
+        ->required();
+    install->callback([&] { status = RunInstall(installCert, installKey); });
 
     try {
         app.parse(argc, argv);

@@ -1,0 +1,73 @@
+#include "gen_commands.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include "json_writer.h"
+#include "output.h"
+#include "platform/bmc_platform.h"
+#include "record_text.h"
+
+namespace bmccert::cli {
+namespace {
+
+const char *VerifyFailureText(uint32_t code) {
+    switch (code) {
+    case SSLCERT_ERR_NOT_SERVER_CERT: return "not usable as an SSL server certificate";
+    case SSLCERT_ERR_TMP_CERT_UNREAD: return "generated certificate missing or unreadable";
+    case SSLCERT_ERR_CERT_EXPIRED: return "certificate has expired";
+    case SSLCERT_ERR_MD5_SIGNATURE: return "certificate is signed with MD5";
+    default: return "verification failed";
+    }
+}
+
+int WriteOutcome(std::string_view description, uint32_t code, bool json) {
+    if (!json) return WriteResult(std::string(description) + '\n');
+    JsonWriter writer;
+    writer.BeginObject();
+    writer.Key("result");
+    writer.Uint(code);
+    writer.Key("description");
+    writer.String(description);
+    writer.EndObject();
+    return WriteResult(writer.Text() + '\n');
+}
+
+} // namespace
+
+int RunGenerate(const GenerateOptions &options, bool json) {
+    const SSLCertGenParam request = MakeRequest(options);
+    OperateDesc desc{};
+    const uint32_t result = LIB_SECURITY_GenAndRestartService(&request, &desc);
+    if (result == SSLCERT_OK) return WriteOutcome(FieldText(desc.szOperateDesc), result, json);
+    if (result == SSLCERT_MGMT_GEN_BAD_REQUEST) {
+        if (const auto refused = FindRefusedField(request))
+            return ReportFailure(refused->option + " refused: " + refused->why, result);
+    }
+    return ReportFailure(std::string(FieldText(desc.szOperateDesc)), result);
+}
+
+int RunVerify(bool json) {
+    const uint32_t result = SECURITY_SSL_VerifyGENTmpCert();
+    if (result != SSLCERT_OK) return ReportFailure(VerifyFailureText(result), result);
+    return WriteOutcome("generated certificate verified", result, json);
+}
+
+int RunInstall(const std::string &certPath, const std::string &keyPath) {
+    const uint32_t result = SECURITY_SSL_UpdateSSLCert(certPath.c_str(), keyPath.c_str());
+    if (result != SSLCERT_OK) return ReportFailure("installation failed", result);
+    // The same two restarts as after a generation: the tunnel at once, the
+    // web server in the background a moment later.
+    const int32_t tunnel = systemd_run(__FILE_NAME__, __func__, __LINE__, 0, 0,
+                                       "systemctl restart %s\n", "stunnel.service");
+    if (tunnel != 0)
+        return ReportFailure("installed, but the tunnel did not restart: " +
+                                 std::string(std::strerror(errno)),
+                             static_cast<uint32_t>(tunnel));
+    if (const uint32_t web = BMC_System("sleep 2 && systemctl restart lighttpd.service &");
+        web != 0)
+        return ReportFailure("installed, but the web server restart did not start", web);
+    return WriteResult("installed; tunnel restarted, web server restarting\n");
+}
+
+} // namespace bmccert::cli

@@ -1,0 +1,15 @@
+// The subcommands that change the certificate in force: generate, verify
+// the generated temporary certificate, install an existing pair.
+#pragma once
+
+#include <string>
+
+#include "gen_request.h"
+
+namespace bmccert::cli {
+
+[[nodiscard]] int RunGenerate(const GenerateOptions &options, bool json);
+[[nodiscard]] int RunVerify(bool json);
+[[nodiscard]] int RunInstall(const std::string &certPath, const std::string &keyPath);
+
+} // namespace bmccert::cli
