@@ -7,17 +7,11 @@
 // most 1.25 times the bare run.
 #include <benchmark/benchmark.h>
 
-#include <spawn.h>
-#include <sys/wait.h>
-
 #include <cstdio>
-#include <map>
-#include <string>
 
+#include "bench/bench_support.h"
 #include "lib_security_sslcert.h"
 #include "platform/host/bmc_sim.h"
-
-extern char **environ;
 
 namespace {
 
@@ -52,15 +46,8 @@ void BM_GetCertInfoFromFile(benchmark::State &state) {
 }
 
 void BM_BareOpensslDump(benchmark::State &state) {
-    char shell[] = "sh", dashC[] = "-c";
-    std::string command = kBareCommand;
-    char *argv[] = {shell, dashC, command.data(), nullptr};
     for (auto _ : state) {
-        pid_t child = 0;
-        int status = 0;
-        if (posix_spawn(&child, "/bin/sh", nullptr, nullptr, argv, environ) != 0 ||
-            waitpid(child, &status, 0) != child || !WIFEXITED(status) || WEXITSTATUS(status) != 0)
-            state.SkipWithError("bare openssl run failed");
+        if (!bmcbench::RunShell(kBareCommand)) state.SkipWithError("bare openssl run failed");
     }
     std::remove("/var/certs/bench_dump");
 }
@@ -69,30 +56,11 @@ BENCHMARK(BM_GetCertInfoFromDatabase)->Unit(benchmark::kMicrosecond)->UseRealTim
 BENCHMARK(BM_GetCertInfoFromFile)->Unit(benchmark::kMillisecond)->MinTime(2.0)->UseRealTime();
 BENCHMARK(BM_BareOpensslDump)->Unit(benchmark::kMillisecond)->MinTime(2.0)->UseRealTime();
 
-// Keeps each benchmark's real time per iteration for the ratios at the end.
-class RatioReporter : public benchmark::ConsoleReporter {
-  public:
-    void ReportRuns(const std::vector<Run> &runs) override {
-        for (const Run &run : runs)
-            if (run.run_type == Run::RT_Iteration && run.iterations > 0)
-                seconds_[run.run_name.function_name] =
-                    run.real_accumulated_time / static_cast<double>(run.iterations);
-        ConsoleReporter::ReportRuns(runs);
-    }
-    [[nodiscard]] double Seconds(const std::string &name) const {
-        auto found = seconds_.find(name);
-        return found == seconds_.end() ? 0.0 : found->second;
-    }
-
-  private:
-    std::map<std::string, double> seconds_;
-};
-
 } // namespace
 
 int main(int argc, char **argv) {
     benchmark::Initialize(&argc, argv);
-    RatioReporter reporter;
+    bmcbench::TimeReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
 
