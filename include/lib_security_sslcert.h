@@ -262,6 +262,19 @@ BMCCERT_API uint32_t LIB_SECURITY_SSL_ModStunnelConfFile(const char *pcCertPath,
 BMCCERT_API uint32_t LIB_SECURITY_GenAndRestartService(const SSLCertGenParam *pstSSLCert,
                                                        OperateDesc *pstOperateLog);
 
+/* ---- Upload and import of a certificate and key -------------------------- */
+BMCCERT_API uint32_t SECURITY_SSL_GetUploadCert(const UploadParam *pstUploadPath);
+BMCCERT_API uint32_t SECURITY_SSL_ValidateSSLCert(void);
+BMCCERT_API uint32_t SECURITY_SSL_VerifyUploadTmpCert(void);
+BMCCERT_API uint32_t SECURITY_SSL_RegisterImportTask(const char *pcTaskDesc, TaskHandle *pstTask);
+BMCCERT_API void SECURITY_SSL_UpdateImportTask(uint32_t uiTaskId, uint8_t ucState,
+                                               uint8_t ucProgress, const char *pcTaskAbnormalInfo);
+BMCCERT_API uint32_t LIB_SECURITY_UploadAndRestartService(const UploadParam *pstUploadParam,
+                                                          TaskHandle *pstTask);
+BMCCERT_API uint32_t SECURITY_SSL_ImportCert(const UploadParam *pstUploadParam,
+                                             TaskHandle *pstTask);
+BMCCERT_API void *SECURITY_SSL_ImportServerCertThread(void *pParam);
+
 #ifdef __cplusplus
 }
 #endif

@@ -1,8 +1,6 @@
 // Installation of a certificate and key from a temporary location as the
 // user certificate: the pair, the combined file for the web server, the
 // tunnel configuration and the stored information record.
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -22,17 +20,6 @@ constexpr size_t kCommandSize = 256;
 
 bool Exists(const char *path) {
     return access(path, F_OK) == 0;
-}
-
-// The shell's redirection creates a missing file with the process umask
-// and keeps the mode of an existing one, so the combined file is made
-// private before the key is written into it.
-bool PrepareCombinedFile() {
-    const int fd = open(kCombinedPath, O_WRONLY | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR);
-    if (fd < 0) return false;
-    const bool restricted = fchmod(fd, S_IRUSR | S_IWUSR) == 0;
-    (void)close(fd);
-    return restricted;
 }
 
 } // namespace
@@ -73,7 +60,7 @@ extern "C" uint32_t SECURITY_SSL_UpdateSSLCert(const char *pcTmpCert, const char
     char command[kCommandSize] = {};
     (void)BMC_Scnprintf(command, sizeof command, "cat %s %s > %s", kUserCertPath, kUserKeyPath,
                         kCombinedPath);
-    if (!PrepareCombinedFile() || BMC_System(command) != 0) {
+    if (!PreparePrivateFile(kCombinedPath) || BMC_System(command) != 0) {
         BMCCERT_DIAG(kLevelHandling, "Merging cert file and privkey failed! strerrno:%s\n",
                      std::strerror(errno));
         return SSLCERT_ERR_GENERAL;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 
 #include "lib_security_sslcert.h"
@@ -66,5 +67,34 @@ void RemoveScratchFileReported(const char *path);
 
 // Restricts a file that holds private key material to its owner (0600).
 [[nodiscard]] bool RestrictToOwner(const char *path);
+
+// Makes a file that a shell redirection is about to fill with key material
+// private first: the redirection creates a missing file with the process
+// umask and keeps the mode of an existing one.
+[[nodiscard]] bool PreparePrivateFile(const char *path);
+
+// The temporary upload location and the import's merged scratch file.
+inline constexpr const char *kUploadCertPath = "/var/certs/actualcert.pem";
+inline constexpr const char *kUploadKeyPath = "/var/certs/actualprivkey.pem";
+inline constexpr const char *kUploadCombinedPath = "/var/certs/TmpCombinedCert.pem";
+
+// OpenSSL's pass-phrase callback that supplies none: an encrypted key is
+// refused instead of a pass phrase being asked for on a terminal.
+int SupplyNoPassphrase(char *buf, int size, int rwflag, void *userdata);
+
+// The import thread's own copy of an import request.
+struct ImportProc {
+    UploadParam stUploadParam;
+    uint32_t TaskId;
+};
+static_assert(sizeof(ImportProc) == 2140);
+static_assert(offsetof(ImportProc, TaskId) == 2136);
+
+// The diagnostic event of a certificate refused for its MD5 signature.
+[[nodiscard]] int32_t SECURITY_SSL_AddQdr();
+
+// Checks that the first line of the temporary key does not announce a
+// pass-phrase encrypted key.
+[[nodiscard]] uint32_t SECURITY_SSL_VerifyEncryptedStatus();
 
 } // namespace bmccert::sslcert

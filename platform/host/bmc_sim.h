@@ -17,6 +17,8 @@ extern "C" {
 #define BMCSIM_DIAG_LOG  BMCSIM_STATE_DIR "/diag.log"
 #define BMCSIM_LOCK_DIR  BMCSIM_STATE_DIR "/locks"
 #define BMCSIM_TASKS_LOG BMCSIM_STATE_DIR "/tasks.log"
+#define BMCSIM_OPERATE_LOG BMCSIM_STATE_DIR "/operate.log"
+#define BMCSIM_QDR_LOG   BMCSIM_STATE_DIR "/qdr.log"
 
 /* Environment: value that HW_LIB_GetOemFlag returns (0 when unset). */
 #define BMCSIM_ENV_OEM_FLAG "BMC_SIM_OEM_FLAG"

@@ -107,6 +107,7 @@ extern "C" int32_t BMC_CopyFile(const char *pcSrc, const char *pcDst) {
 }
 
 extern "C" int32_t BMC_GetFileSize(const char *pcPath) {
+    if (auto fault = bmcsim::InjectedFault("BMC_GetFileSize")) return static_cast<int32_t>(*fault);
     struct stat st;
     if (pcPath == nullptr) {
         errno = EINVAL;

@@ -1,0 +1,173 @@
+// Import of an uploaded server certificate as a background task: the entry
+// registers the task and starts a detached thread with its own copy of the
+// request; the thread fetches, validates and installs the pair, restarts
+// the services and reports the outcome.
+#include <sys/prctl.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <thread>
+
+#include "sslcert/sslcert_internal.h"
+
+namespace bmccert::sslcert {
+namespace {
+
+using namespace bmccert;
+
+constexpr const char *kThreadName = "SSL_ImSrvCerThread";
+constexpr const char *kThreadFunctionName = "SECURITY_SSL_ImportServerCertThread";
+constexpr const char *kImportTaskDesc = "Server Cert import task";
+constexpr uint32_t kResultKindFailed = 67;
+constexpr uint32_t kResultKindDone = 99;
+constexpr uint8_t kTaskStateDone = 2;
+constexpr uint8_t kTaskStateFailed = 4;
+constexpr uint8_t kProgressComplete = 100;
+constexpr uint16_t kMd5RefusalEvent = 287;
+constexpr uint8_t kMd5RefusalEventByte3 = 34;
+
+// One operation-log entry of the outcome, from the request's origin.
+void WriteOperateLog(const LogOrigin &origin, uint32_t outcome, uint32_t resultKind,
+                     int line = __builtin_LINE()) {
+    OperateDesc desc{};
+    SECURITY_SetSSLCertOperateLogDes(outcome, &desc);
+    (void)OPERATELOG_AddLogComm(origin.uiInterface, resultKind, desc.szOperateDesc,
+                                origin.szUserName, origin.szClientAddr, line, desc.ucLogClass);
+}
+
+// Fetch, validation, installation and the tunnel restart; the first
+// failure ends the sequence.
+uint32_t ImportPair(const UploadParam &request) {
+    if (const uint32_t result = SECURITY_SSL_GetUploadCert(&request); result != SSLCERT_OK) {
+        BMCCERT_DIAG(kLevelHandling, "SSL cert get upload file failed! iRet=%d.\n", result);
+        return result;
+    }
+    if (const uint32_t result = SECURITY_SSL_ValidateSSLCert(); result != SSLCERT_OK) {
+        BMCCERT_DIAG(kLevelFailure, "SSL cert upload validate failed! iRet=%d.\n", result);
+        return result;
+    }
+    if (const uint32_t result = SECURITY_SSL_UpdateSSLCert(kUploadCertPath, kUploadKeyPath);
+        result != SSLCERT_OK) {
+        BMCCERT_DIAG(kLevelFailure, "SSL cert upload update failed! iRet=%d.\n", result);
+        return result;
+    }
+    if (const int32_t result = RestartServiceNow(kTunnelService); result != 0) {
+        BMCCERT_DIAG(kLevelFailure, "Upload Cert:Restart stunnel service failed! iRet=%d. ERR:%s.\n",
+                     result, std::strerror(errno));
+        return static_cast<uint32_t>(result);
+    }
+    return SSLCERT_OK;
+}
+
+void ReportFailure(const ImportProc &proc, uint32_t result) {
+    if (result == SSLCERT_ERR_MD5_SIGNATURE) {
+        if (const int32_t qdr = SECURITY_SSL_AddQdr(); qdr != 0)
+            BMCCERT_DIAG(kLevelFailure, "Failed to add qdr for SSL Cert. iRet:[%d]", qdr);
+    }
+    WriteOperateLog(proc.stUploadParam.LogOrigin, kOutcomeImportFailed, kResultKindFailed);
+    SECURITY_SSL_UpdateImportTask(proc.TaskId, kTaskStateFailed, kProgressComplete,
+                                  "Failed to import Server Cert");
+}
+
+void ReportSuccessAndRestartWebServer(const ImportProc &proc) {
+    WriteOperateLog(proc.stUploadParam.LogOrigin, kOutcomeImportDone, kResultKindDone);
+    SECURITY_SSL_UpdateImportTask(proc.TaskId, kTaskStateDone, kProgressComplete,
+                                  "Server Cert import successfully");
+    // The pause lets the management caller read the report over the
+    // connection that the web server's restart will cut.
+    std::this_thread::sleep_for(std::chrono::seconds(kWebRestartDelaySeconds));
+    if (const int32_t result = RestartServiceNow(kWebService); result != 0)
+        BMCCERT_DIAG(kLevelFailure,
+                     "Upload Cert:Restart lighttpd service failed! iRet=%d. ERR:%s.\n", result,
+                     std::strerror(errno));
+}
+
+} // namespace
+
+int32_t SECURITY_SSL_AddQdr() {
+    uint32_t cursor = 0;
+    QdrRecord record{};
+    record.usEventCode = kMd5RefusalEvent;
+    record.ucByte3 = kMd5RefusalEventByte3;
+    (void)QDX_QDRTLVSet(0, 0, nullptr, &cursor, record.aucTlv);
+    const int32_t result = QDX_Internal_AddQdrFromBmc(&record, __FILE_NAME__, "SECURITY_SSL_AddQdr");
+    if (result != 0) BMCCERT_DIAG(kLevelFailure, "Failed to add qdr item, iRet:[%d]", result);
+    return result;
+}
+
+} // namespace bmccert::sslcert
+
+using namespace bmccert;
+using namespace bmccert::sslcert;
+
+extern "C" void *SECURITY_SSL_ImportServerCertThread(void *pParam) {
+    if (pParam == nullptr) {
+        BMCCERT_REPORT_NULL(pParam);
+        return nullptr;
+    }
+    if (prctl(PR_SET_NAME, kThreadName) != 0)
+        BMCCERT_DIAG(kLevelNotice,
+                     "Failed to rename SECURITY_SSL_ImportServerCertThread thread name!");
+
+    // The thread owns the request from here on: its copy lives on the stack
+    // and the heap copy goes at once.
+    std::unique_ptr<ImportProc> heapCopy(static_cast<ImportProc *>(pParam));
+    const ImportProc proc = *heapCopy;
+    heapCopy.reset();
+
+    const uint32_t result = ImportPair(proc.stUploadParam);
+    for (const char *path : {kUploadCertPath, kUploadKeyPath, kUploadCombinedPath})
+        RemoveScratchFileReported(path);
+
+    if (result != SSLCERT_OK)
+        ReportFailure(proc, result);
+    else
+        ReportSuccessAndRestartWebServer(proc);
+    return nullptr;
+}
+
+extern "C" uint32_t SECURITY_SSL_ImportCert(const UploadParam *pstUploadParam,
+                                            TaskHandle *pstTask) {
+    BMCCERT_CHECK_NULL(pstUploadParam, SSLCERT_ERR_NULL_POINTER);
+    BMCCERT_CHECK_NULL(pstTask, SSLCERT_ERR_NULL_POINTER);
+
+    TaskHandle task{};
+    if (const uint32_t result = SECURITY_SSL_RegisterImportTask(kImportTaskDesc, &task);
+        result != SSLCERT_OK) {
+        WriteOperateLog(pstUploadParam->LogOrigin, kOutcomeImportFailed, kResultKindFailed);
+        BMCCERT_DIAG(kLevelHandling, "Failed to regist task for import Server Cert, iRet=%d.\n",
+                     result);
+        return result;
+    }
+
+    std::unique_ptr<ImportProc> pstImportProc(new (std::nothrow) ImportProc{});
+    if (!pstImportProc) {
+        BMCCERT_REPORT_NULL(pstImportProc);
+        return SSLCERT_ERR_GENERAL;
+    }
+    pstImportProc->stUploadParam = *pstUploadParam;
+    pstImportProc->TaskId = task.TaskId;
+
+    uint32_t threadId = 0;
+    if (const auto result = static_cast<uint32_t>(BMC_CreateDetachThreadInternal(
+            SECURITY_SSL_ImportServerCertThread, kThreadFunctionName, pstImportProc.get(),
+            &threadId));
+        result != 0) {
+        BMCCERT_DIAG(kLevelHandling, "Failed to create pthread for import ClinetCert.\n");
+        return result; // the copy is freed here; no thread ever saw it
+    }
+    (void)pstImportProc.release(); // the thread frees it
+    *pstTask = task;
+    return SSLCERT_OK;
+}
+
+extern "C" uint32_t LIB_SECURITY_UploadAndRestartService(const UploadParam *pstUploadParam,
+                                                         TaskHandle *pstTask) {
+    BMCCERT_CHECK_NULL(pstUploadParam, SSLCERT_MGMT_IMPORT_FAILED);
+    BMCCERT_CHECK_NULL(pstTask, SSLCERT_MGMT_IMPORT_FAILED);
+    return ToManagementCode(SECURITY_SSL_ImportCert(pstUploadParam, pstTask),
+                            SSLCERT_MGMT_IMPORT_FAILED);
+}

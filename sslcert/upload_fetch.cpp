@@ -1,0 +1,51 @@
+// Fetching an uploaded certificate and key into the temporary upload
+// location, through the platform's file transfer.
+#include "sslcert/sslcert_internal.h"
+
+namespace bmccert::sslcert {
+namespace {
+
+using namespace bmccert;
+
+constexpr uint32_t kTransferMode = 5;
+
+// Zero-filled, as the file transfer expects, with both paths bounded to
+// their fields.
+FileTransferRecord TransferRecord(const char *source, const char *destination) {
+    FileTransferRecord record{};
+    record.ucByte1 = 1;
+    (void)BMC_Strlcpy(record.szDstPath, destination, sizeof record.szDstPath);
+    (void)BMC_Strlcpy(record.szSrcPath, source, sizeof record.szSrcPath);
+    return record;
+}
+
+} // namespace
+} // namespace bmccert::sslcert
+
+using namespace bmccert;
+using namespace bmccert::sslcert;
+
+extern "C" uint32_t SECURITY_SSL_GetUploadCert(const UploadParam *pstUploadPath) {
+    BMCCERT_CHECK_NULL(pstUploadPath, SSLCERT_ERR_NULL_POINTER);
+
+    FileTransferRecord record = TransferRecord(pstUploadPath->CertSrcPath, kUploadCertPath);
+    if (const int32_t result = FILEHANDLE_UploadDownloadFile(&record, kTransferMode);
+        result != 0) {
+        BMCCERT_DIAG(kLevelHandling,
+                     "Failed to download Server Cert. FileStr:%s, FileDst:%s, iRet=%d.",
+                     record.szSrcPath, record.szDstPath, result);
+        return SSLCERT_ERR_GENERAL;
+    }
+    record = TransferRecord(pstUploadPath->PrivkeySrcPath, kUploadKeyPath);
+    if (const int32_t result = FILEHANDLE_UploadDownloadFile(&record, kTransferMode);
+        result != 0) {
+        BMCCERT_DIAG(kLevelHandling,
+                     "Failed to download Server Privkey. FileStr:%s, FileDst:%s, iRet=%d.",
+                     record.szSrcPath, record.szDstPath, result);
+        return SSLCERT_ERR_GENERAL;
+    }
+    // The transfer may keep the uploaded file's mode; the key is made
+    // private before anything else reads it.
+    if (!RestrictToOwner(kUploadKeyPath)) return SSLCERT_ERR_GENERAL;
+    return SSLCERT_OK;
+}
