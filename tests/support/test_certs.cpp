@@ -88,6 +88,25 @@ std::string KeyPem(KeyKind key) {
     return ReadFile(std::string(BMCCERT_TEST_DATA_DIR "/") + KeyFile(key));
 }
 
+std::string EncryptedKeyPem(KeyKind key, KeyEncryption form) {
+    KeyPtr pkey = LoadKey(key);
+    BioPtr out(BIO_new(BIO_s_mem()));
+    Require(out != nullptr, "key output");
+    static const char kPass[] = "test pass phrase";
+    const int written =
+        form == KeyEncryption::Pkcs8
+            ? PEM_write_bio_PKCS8PrivateKey(out.get(), pkey.get(), EVP_aes_128_cbc(), nullptr, 0,
+                                            nullptr, const_cast<char *>(kPass))
+            : PEM_write_bio_PrivateKey_traditional(
+                  out.get(), pkey.get(), EVP_aes_128_cbc(),
+                  reinterpret_cast<unsigned char *>(const_cast<char *>(kPass)),
+                  static_cast<int>(sizeof kPass - 1), nullptr, nullptr);
+    Require(written == 1, "encrypted key");
+    char *data = nullptr;
+    const long size = BIO_get_mem_data(out.get(), &data);
+    return std::string(data, static_cast<size_t>(size));
+}
+
 std::string MakeCertPem(const CertRecipe &recipe) {
     X509Ptr cert(X509_new());
     KeyPtr key = LoadKey(recipe.key);

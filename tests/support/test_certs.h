@@ -34,6 +34,11 @@ inline constexpr uint32_t kKuDecipherOnly = 0x8000;
 
 std::string MakeCertPem(const CertRecipe &recipe);
 std::string KeyPem(KeyKind key);
+
+// The key encrypted under a fixed pass phrase: PKCS #8 ("BEGIN ENCRYPTED
+// PRIVATE KEY") or the older form whose second line says ENCRYPTED.
+enum class KeyEncryption { Pkcs8, Legacy };
+std::string EncryptedKeyPem(KeyKind key, KeyEncryption form);
 std::string ReadFile(const std::string &path);
 void WriteFile(const std::string &path, const std::string &content);
 

@@ -1,0 +1,207 @@
+// Import of an uploaded pair as a task: the task records byte for byte, the
+// thread's single final report, the operation log, the diagnostic event,
+// scratch files gone on every path, and the start's own failures.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+#include <fstream>
+#include <thread>
+
+#include "lib_security_sslcert.h"
+#include "platform/host/bmc_sim.h"
+#include "tests/support/controller.h"
+
+namespace bmctest {
+namespace {
+
+constexpr const char *kUploadedCert = "/var/lib/bmc-sim/upload.crt";
+constexpr const char *kUploadedKey = "/var/lib/bmc-sim/upload.key";
+
+std::vector<std::string> Lines(const char *path) {
+    std::vector<std::string> lines;
+    std::ifstream in(path);
+    for (std::string line; std::getline(in, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+std::string Hex(const void *data, size_t size) {
+    std::string out;
+    char byte[3];
+    for (size_t i = 0; i < size; ++i) {
+        std::snprintf(byte, sizeof byte, "%02x", static_cast<const unsigned char *>(data)[i]);
+        out += byte;
+    }
+    return out;
+}
+
+class ImportTest : public ControllerTest {
+  protected:
+    void SetUp() override {
+        ControllerTest::SetUp();
+        for (const char *log : {BMCSIM_OPERATE_LOG, BMCSIM_QDR_LOG, BMCSIM_TASKS_LOG})
+            RemoveFile(log);
+    }
+
+    static UploadParam Request() {
+        UploadParam request{};
+        std::strcpy(request.LogOrigin.szUserName, "admin");
+        std::strcpy(request.LogOrigin.szClientAddr, "192.0.2.7");
+        request.LogOrigin.uiInterface = 5;
+        std::strcpy(request.CertSrcPath, kUploadedCert);
+        std::strcpy(request.PrivkeySrcPath, kUploadedKey);
+        return request;
+    }
+
+    // Starts an import of the pair and waits for the task's final report.
+    static BMCSIM_TaskState Import(const std::string &cert, const std::string &key) {
+        WriteFile(kUploadedCert, cert);
+        WriteFile(kUploadedKey, key);
+        const UploadParam request = Request();
+        TaskHandle task{};
+        EXPECT_EQ(LIB_SECURITY_UploadAndRestartService(&request, &task), 0u);
+        BMCSIM_TaskState state{};
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        while (std::chrono::steady_clock::now() < deadline &&
+               (BMCSIM_TaskGet(task.TaskId, &state) != 0 || state.ucState == 0))
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        return state;
+    }
+
+    static void ExpectScratchFilesGone() {
+        for (const char *path : {"/var/certs/actualcert.pem", "/var/certs/actualprivkey.pem",
+                                 "/var/certs/TmpCombinedCert.pem"})
+            EXPECT_NE(access(path, F_OK), 0) << path;
+    }
+};
+
+TEST_F(ImportTest, TaskRecordsAreSentByteForByte) {
+    const std::string description(300, 'd');
+    TaskHandle task{};
+    ASSERT_EQ(SECURITY_SSL_RegisterImportTask(description.c_str(), &task), 0u);
+    TaskRegisterRecord expected{};
+    std::memcpy(expected.szTaskDesc, description.data(), 256);
+    std::strcpy(expected.szTaskName, "Import task");
+    std::strcpy(expected.szStateText, "Importing");
+    std::strcpy(expected.szServiceName, "lighttpd");
+    std::strcpy(expected.szComponentId, "NRV.1.0.ImportServerCertComponent");
+    std::strcpy(expected.szTargetName, "Server Certificate");
+    std::strcpy(expected.szActionText, "Import Server Certificate");
+    std::strcpy(expected.szStatusText, "OK");
+    std::strcpy(expected.szResolution, "Automatic.");
+    expected.uiTaskType = 0x01000A05;
+    expected.uiWord1 = 1;
+    expected.uiWord2 = 10;
+    expected.uiWord4 = 5;
+    EXPECT_EQ(Lines(BMCSIM_TASKS_LOG).at(0),
+              "register\t" + std::to_string(task.TaskId) + '\t' + std::to_string(task.TaskTag) +
+                  "\t0x01000A05\t" + Hex(&expected, sizeof expected));
+
+    SECURITY_SSL_UpdateImportTask(task.TaskId, 4, 100, std::string(40, 't').c_str());
+    TaskUpdateRecord update{};
+    update.uiTaskId = task.TaskId;
+    std::memset(update.szAbnormalInfo, 't', 32);
+    update.ucState = 4;
+    update.ucProgress = 100;
+    EXPECT_EQ(Lines(BMCSIM_TASKS_LOG).at(1), "update\t" + std::to_string(task.TaskId) +
+                                                 "\t4\t100\t" + std::string(32, 't') + '\t' +
+                                                 Hex(&update, sizeof update));
+}
+
+TEST_F(ImportTest, SuccessReportsOnceThenRestartsTheWebServer) {
+    const BMCSIM_TaskState state = Import(MakeCertPem({}), KeyPem(KeyKind::Rsa2048));
+    EXPECT_EQ(state.ucState, 2);
+    EXPECT_EQ(state.ucProgress, 100);
+    EXPECT_STREQ(state.szText, "Server Cert import successfully");
+    EXPECT_EQ(LIB_SECURITY_GetCertType(), SSL_CERT_TYPE_USER);
+    ExpectScratchFilesGone();
+    const auto entries = Lines(BMCSIM_OPERATE_LOG);
+    ASSERT_EQ(entries.size(), 1u);
+    EXPECT_EQ(entries[0].rfind("5\t99\tImported SSL certificate successfully.\tadmin\t192.0.2.7\t", 0),
+              0u);
+    EXPECT_EQ(entries[0].substr(entries[0].rfind('\t')), "\t37");
+
+    // The web server follows about two seconds after the report, on the
+    // import thread, which must finish before this process may end.
+    EXPECT_EQ(ReadFile(kServicesLog), "restart stunnel.service\n");
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (ReadFile(kServicesLog).find("lighttpd") == std::string::npos &&
+           std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(ReadFile(kServicesLog), "restart stunnel.service\nrestart lighttpd.service\n");
+    EXPECT_EQ(Lines(BMCSIM_TASKS_LOG).size(), 2u);
+}
+
+TEST_F(ImportTest, RefusalsReportFailureAndOnlyMd5RaisesAnEvent) {
+    CertRecipe md5;
+    md5.digest = "MD5";
+    BMCSIM_TaskState state = Import(MakeCertPem(md5), KeyPem(KeyKind::Rsa2048));
+    EXPECT_EQ(state.ucState, 4);
+    EXPECT_EQ(state.ucProgress, 100);
+    EXPECT_STREQ(state.szText, "Failed to import Server Cert");
+    ExpectScratchFilesGone();
+    const auto events = Lines(BMCSIM_QDR_LOG);
+    ASSERT_EQ(events.size(), 1u);
+    EXPECT_EQ(events[0].rfind("287\t34\timport_thread.cpp\tSECURITY_SSL_AddQdr\t1f0100220000000000000000",
+                              0),
+              0u);
+    auto entries = Lines(BMCSIM_OPERATE_LOG);
+    ASSERT_EQ(entries.size(), 1u);
+    EXPECT_EQ(entries[0].rfind("5\t67\tFailed to import SSL certificate.\tadmin\t192.0.2.7\t", 0), 0u);
+
+    CertRecipe expired;
+    expired.notAfter = std::time(nullptr) - 1;
+    state = Import(MakeCertPem(expired), KeyPem(KeyKind::Rsa2048));
+    EXPECT_EQ(state.ucState, 4);
+    EXPECT_EQ(Lines(BMCSIM_QDR_LOG).size(), 1u);
+    EXPECT_EQ(LIB_SECURITY_GetCertType(), SSL_CERT_TYPE_DEFAULT);
+    EXPECT_FALSE(std::ifstream(kServicesLog).good());
+
+    // A failed key transfer still removes the certificate already fetched;
+    // the files never made are only noted.
+    ClearDiagLog();
+    WriteFile(kUploadedCert, MakeCertPem({}));
+    RemoveFile(kUploadedKey);
+    const UploadParam request = Request();
+    TaskHandle task{};
+    ASSERT_EQ(LIB_SECURITY_UploadAndRestartService(&request, &task), 0u);
+    while (BMCSIM_TaskGet(task.TaskId, &state) == 0 && state.ucState == 0)
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(state.ucState, 4);
+    ExpectScratchFilesGone();
+    const auto diags = ReadDiags();
+    EXPECT_NE(std::find(diags.begin(), diags.end(),
+                        Diag{31, 3, 6,
+                             "File /var/certs/TmpCombinedCert.pem unlink failed. No such file or "
+                             "directory\n"}),
+              diags.end());
+}
+
+TEST_F(ImportTest, FailedStartsNeverReachTheThread) {
+    const UploadParam request = Request();
+    TaskHandle task{};
+    SetFaults("TASK_TaskServiceRegister=0x82000002");
+    EXPECT_EQ(LIB_SECURITY_UploadAndRestartService(&request, &task), 0x1800081Bu);
+    const auto entries = Lines(BMCSIM_OPERATE_LOG);
+    ASSERT_EQ(entries.size(), 1u);
+    EXPECT_EQ(entries[0].rfind("5\t67\tFailed to import SSL certificate.\tadmin\t192.0.2.7\t", 0), 0u);
+
+    // The registration stands, but no thread ever reports on it.
+    SetFaults("BMC_CreateDetachThreadInternal=7");
+    ClearDiagLog();
+    EXPECT_EQ(SECURITY_SSL_ImportCert(&request, &task), 7u);
+    EXPECT_EQ(LIB_SECURITY_UploadAndRestartService(&request, &task), 0x1800001Bu);
+    EXPECT_EQ(ReadDiags().front(),
+              (Diag{31, 3, 4, "Failed to create pthread for import ClinetCert.\n"}));
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    for (const std::string &line : Lines(BMCSIM_TASKS_LOG))
+        EXPECT_EQ(line.rfind("register\t", 0), 0u);
+    EXPECT_EQ(Lines(BMCSIM_OPERATE_LOG).size(), 1u);
+    EXPECT_EQ(LIB_SECURITY_UploadAndRestartService(nullptr, &task), 0x1800001Bu);
+}
+
+} // namespace
+} // namespace bmctest
