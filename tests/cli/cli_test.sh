@@ -122,8 +122,24 @@ run install /nonexistent.pem /conf/certs/server/default/privkey.pem
 expect "install of a missing file" is "$status/$err" "1/bmccert: installation failed: 0x81000001"
 rm -rf /conf/certs/server/user/* /conf/certs/server/server.pem
 
+# --- upload and tasks ---------------------------------------------------------
+openssl req -x509 -newkey rsa:2048 -nodes -keyout "$work/up.key" -out "$work/up.crt" -days 30 \
+    -subj /CN=uploaded.test -addext extendedKeyUsage=serverAuth 2>/dev/null
+run upload "$work/up.crt" "$work/up.key"
+expect "upload waits for the final report" matches "$status/$out" \
+    $'^0/task ([0-9]+): registered\ntask [0-9]+: finished, 100%: Server Cert import successfully\noperation log: Imported SSL certificate successfully. \\(result kind 99, user [^ ]+ from localhost\\)$'
+expect "the web server restart came before the tool ended" is "$(tail -n 1 /var/lib/bmc-sim/services.log)" \
+    "restart lighttpd.service"
+run upload "$work/missing.crt" "$work/up.key" --json
+expect "a failed import exits with the import's code" is "$status/$(json_get task.state)/${err##*$'\n'}" \
+    "1/4/bmccert: import failed (details in /var/lib/bmc-sim/diag.log): 0x1800001B"
+run tasks --json
+expect "tasks lists both imports" is "$(json_get tasks.1.state) $(json_get tasks.2.text)" \
+    "2 Failed to import Server Cert"
+rm -rf /conf/certs/server/user/* /conf/certs/server/server.pem
+
 # --- help and usage -------------------------------------------------------
-for command in type paths info days-left refresh generate verify install; do
+for command in type paths info days-left refresh generate verify install upload tasks; do
     run "$command" --help
     expect "$command --help" matches "$status/$out" "^0/.*Usage"
 done

@@ -7,6 +7,7 @@
 #include "cert_type.h"
 #include "commands.h"
 #include "gen_commands.h"
+#include "upload_commands.h"
 #include "output.h"
 
 namespace {
@@ -99,6 +100,19 @@ int main(int argc, char **argv) {
     install->add_option("KEY", installKey, "PEM private key file (made private: mode 0600)")
         ->required();
     install->callback([&] { status = RunInstall(installCert, installKey); });
+
+    std::string uploadCert;
+    std::string uploadKey;
+    CLI::App *upload = app.add_subcommand(
+        "upload", "Import a certificate and key as a task and wait for its outcome");
+    upload->add_option("CERT", uploadCert, "Uploaded PEM certificate file")->required();
+    upload->add_option("KEY", uploadKey, "Uploaded PEM private key file")->required();
+    AddJsonFlag(*upload, json);
+    upload->callback([&] { status = RunUpload(uploadCert, uploadKey, json); });
+
+    CLI::App *tasks = app.add_subcommand("tasks", "List the tasks with their last state");
+    AddJsonFlag(*tasks, json);
+    tasks->callback([&] { status = RunTasks(json); });
 
     try {
         app.parse(argc, argv);

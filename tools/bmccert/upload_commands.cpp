@@ -1,0 +1,161 @@
+#include "upload_commands.h"
+
+#include <pwd.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+#include <vector>
+
+#include "json_writer.h"
+#include "lib_security_sslcert.h"
+#include "output.h"
+#include "platform/host/bmc_sim.h"
+#include "record_text.h"
+
+namespace bmccert::cli {
+namespace {
+
+// Linux keeps 15 characters of a thread's name.
+constexpr const char *kImportThreadName = "SSL_ImSrvCerThr";
+constexpr auto kPollInterval = std::chrono::milliseconds(50);
+constexpr uint8_t kTaskStateDone = 2;
+
+std::string LoginName() {
+    const passwd *entry = getpwuid(getuid());
+    return entry != nullptr ? entry->pw_name : "unknown";
+}
+
+UploadParam MakeRequest(const std::string &certPath, const std::string &keyPath) {
+    UploadParam request{};
+    (void)BMC_Strlcpy(request.LogOrigin.szUserName, LoginName().c_str(),
+                      sizeof request.LogOrigin.szUserName);
+    (void)BMC_Strlcpy(request.LogOrigin.szClientAddr, "localhost",
+                      sizeof request.LogOrigin.szClientAddr);
+    (void)BMC_Strlcpy(request.CertSrcPath, certPath.c_str(), sizeof request.CertSrcPath);
+    (void)BMC_Strlcpy(request.PrivkeySrcPath, keyPath.c_str(), sizeof request.PrivkeySrcPath);
+    return request;
+}
+
+// The import thread is detached and nobody can join it; the process must
+// still not end while it works (its last act, the web server's restart,
+// comes after its report), so it is waited for by its name.
+bool ImportThreadRunning() {
+    std::error_code ec;
+    for (const auto &task : std::filesystem::directory_iterator("/proc/self/task", ec)) {
+        std::ifstream comm(task.path() / "comm");
+        std::string name;
+        if (std::getline(comm, name) && name == kImportThreadName) return true;
+    }
+    return false;
+}
+
+std::string LastLine(const char *path) {
+    std::ifstream in(path);
+    std::string line, last;
+    while (std::getline(in, line))
+        last = line;
+    return last;
+}
+
+// "<description> (result kind K, user U from A)" from the log line's
+// tab-separated fields: word, kind, description, user, address, line, class.
+std::string DescribeEntry(const std::string &line) {
+    std::vector<std::string> fields;
+    size_t start = 0;
+    for (size_t tab; (tab = line.find('\t', start)) != std::string::npos; start = tab + 1)
+        fields.push_back(line.substr(start, tab - start));
+    fields.push_back(line.substr(start));
+    if (fields.size() < 5) return line;
+    return fields[2] + " (result kind " + fields[1] + ", user " + fields[3] + " from " +
+           fields[4] + ")";
+}
+
+std::string StateName(uint8_t state) {
+    switch (state) {
+    case 0: return "registered";
+    case 2: return "finished";
+    case 4: return "failed";
+    default: return "state " + std::to_string(state);
+    }
+}
+
+void WriteTask(JsonWriter &writer, const BMCSIM_TaskState &task) {
+    writer.BeginObject();
+    writer.Key("id");
+    writer.Uint(task.uiTaskId);
+    writer.Key("description");
+    writer.String(FieldText(task.szDescription));
+    writer.Key("state");
+    writer.Uint(task.ucState);
+    writer.Key("progress");
+    writer.Uint(task.ucProgress);
+    writer.Key("text");
+    writer.String(FieldText(task.szText));
+    writer.EndObject();
+}
+
+std::string TaskLine(const BMCSIM_TaskState &task) {
+    return "task " + std::to_string(task.uiTaskId) + ": " + StateName(task.ucState) + ", " +
+           std::to_string(task.ucProgress) + "%" +
+           (task.szText[0] != '\0' ? ": " + std::string(FieldText(task.szText)) : "");
+}
+
+} // namespace
+
+int RunUpload(const std::string &certPath, const std::string &keyPath, bool json) {
+    const UploadParam request = MakeRequest(certPath, keyPath);
+    TaskHandle handle{};
+    if (const uint32_t result = LIB_SECURITY_UploadAndRestartService(&request, &handle);
+        result != SSLCERT_OK)
+        return ReportFailure("the import could not start", result);
+
+    BMCSIM_TaskState task{};
+    if (!json) (void)WriteResult("task " + std::to_string(handle.TaskId) + ": registered\n");
+    while (BMCSIM_TaskGet(handle.TaskId, &task) == 0 && task.ucState == 0)
+        std::this_thread::sleep_for(kPollInterval);
+    while (ImportThreadRunning())
+        std::this_thread::sleep_for(kPollInterval);
+
+    const std::string entry = LastLine(BMCSIM_OPERATE_LOG);
+    int status;
+    if (json) {
+        JsonWriter writer;
+        writer.BeginObject();
+        writer.Key("task");
+        WriteTask(writer, task);
+        writer.Key("operationLog");
+        writer.String(entry);
+        writer.EndObject();
+        status = WriteResult(writer.Text() + '\n');
+    } else {
+        status = WriteResult(TaskLine(task) + "\noperation log: " + DescribeEntry(entry) + '\n');
+    }
+    if (task.ucState != kTaskStateDone)
+        return ReportFailure("import failed (details in /var/lib/bmc-sim/diag.log)",
+                             SSLCERT_MGMT_IMPORT_FAILED);
+    return status;
+}
+
+int RunTasks(bool json) {
+    JsonWriter writer;
+    std::string text;
+    writer.BeginObject();
+    writer.Key("tasks");
+    writer.BeginObject();
+    BMCSIM_TaskState task{};
+    // Ids are given out 1, 2, 3 ... and never reused.
+    for (uint32_t id = 1; BMCSIM_TaskGet(id, &task) == 0; ++id) {
+        writer.Key(std::to_string(id));
+        WriteTask(writer, task);
+        text += TaskLine(task) + " (" + std::string(FieldText(task.szDescription)) + ")\n";
+    }
+    writer.EndObject();
+    writer.EndObject();
+    return WriteResult(json ? writer.Text() + '\n' : text);
+}
+
+} // namespace bmccert::cli
