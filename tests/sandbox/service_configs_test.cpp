@@ -49,8 +49,8 @@ TEST(TunnelConfig, EachSectionAcceptsOnItsLoopbackPort) {
 
 TEST(TunnelConfig, ForegroundWithPidAndOutputInTheRunDirectory) {
     std::string why;
-    const auto out = derive_tunnel_config(
-        kTunnel, kRun, {{"remote-console", 1}, {"virtual-media", 2}}, why);
+    const auto out =
+        derive_tunnel_config(kTunnel, kRun, {{"remote-console", 1}, {"virtual-media", 2}}, why);
     ASSERT_TRUE(out) << why;
     EXPECT_TRUE(has_line(*out, "foreground = yes"));
     EXPECT_TRUE(has_line(*out, "pid = /var/lib/bmc-sim/run/stunnel.pid"));
@@ -64,8 +64,8 @@ TEST(TunnelConfig, ForegroundWithPidAndOutputInTheRunDirectory) {
 
 TEST(TunnelConfig, CertificateAndKeyLinesStandAsTheyAre) {
     std::string why;
-    const auto out = derive_tunnel_config(
-        kTunnel, kRun, {{"remote-console", 1}, {"virtual-media", 2}}, why);
+    const auto out =
+        derive_tunnel_config(kTunnel, kRun, {{"remote-console", 1}, {"virtual-media", 2}}, why);
     ASSERT_TRUE(out) << why;
     EXPECT_TRUE(has_line(*out, "cert = /conf/certs/server/user/actualcert.pem"));
     EXPECT_TRUE(has_line(*out, "key = /conf/certs/server/user/actualprivkey.pem"));
@@ -93,8 +93,12 @@ const std::string kWeb = "server.modules = (\n"
                          "    ssl.verifyclient.depth = 3\n"
                          "}\n";
 
-bool exists(const std::string &) { return true; }
-bool missing(const std::string &) { return false; }
+bool exists(const std::string &) {
+    return true;
+}
+bool missing(const std::string &) {
+    return false;
+}
 
 TEST(WebConfig, OneLoopbackListenerOnThePort) {
     std::string why;
@@ -136,7 +140,8 @@ TEST(WebConfig, MissingClientAuthorityIsDroppedOnlyWhileClientsAreNotVerified) {
 
 TEST(WebConfig, OtherListenersAreRefused) {
     std::string why;
-    EXPECT_FALSE(derive_web_config("$SERVER[\"socket\"] == \":8080\" {\n}\n", kRun, 1, exists, why));
+    EXPECT_FALSE(
+        derive_web_config("$SERVER[\"socket\"] == \":8080\" {\n}\n", kRun, 1, exists, why));
     EXPECT_NE(why.find(":8080"), std::string::npos);
 }
 

@@ -99,7 +99,8 @@ int request_restarts(const std::vector<std::string> &units) {
         }
         std::string why;
         if (!request_restart(unit, why)) {
-            std::fprintf(stderr, "systemctl: restart of %s failed: %s\n", unit.c_str(), why.c_str());
+            std::fprintf(stderr, "systemctl: restart of %s failed: %s\n", unit.c_str(),
+                         why.c_str());
             return 1;
         }
     }

@@ -75,8 +75,8 @@ const std::regex kWebSocket(R"RE(^(\s*)\$SERVER\["socket"\]\s*==\s*"([^"]*)"(.*)
 constexpr std::array<std::string_view, 5> kWebOwnSettings{
     "server.bind", "server.port", "server.document-root", "server.errorlog", "server.pid-file"};
 constexpr std::array<std::string_view, 6> kWebDropped{
-    "server.username", "server.groupname",    "server.chroot",
-    "server.errorlog-use-syslog", "accesslog.use-syslog", "server.syslog-facility"};
+    "server.username",      "server.groupname",      "server.chroot", "server.errorlog-use-syslog",
+    "accesslog.use-syslog", "server.syslog-facility"};
 
 std::string unquote(std::string_view value) {
     value = trim(value);
@@ -119,8 +119,11 @@ std::optional<std::string> derive_tunnel_config(const std::string &controller_co
     std::string out = "; Derived by bmc-sandbox from /conf/adviserd/stunnel.conf at the last\n"
                       "; (re)start of stunnel.service; changes here are lost.\n"
                       "foreground = yes\n"
-                      "pid = " + run_dir + "/stunnel.pid\n"
-                      "output = " + run_dir + "/stunnel.log\n\n";
+                      "pid = " +
+                      run_dir +
+                      "/stunnel.pid\n"
+                      "output = " +
+                      run_dir + "/stunnel.log\n\n";
     std::string section;
     for (const std::string_view line : split_lines(controller_config)) {
         if (auto name = tunnel_section(line)) {
@@ -153,9 +156,14 @@ derive_web_config(const std::string &controller_config, const std::string &run_d
     std::string out = "# Derived by bmc-sandbox from /conf/lighttpd/lighttpd.conf at the last\n"
                       "# (re)start of lighttpd.service; changes here are lost.\n"
                       "server.bind = \"127.0.0.1\"\n"
-                      "server.port = " + std::to_string(port) + "\n"
-                      "server.document-root = \"" + run_dir + "/www\"\n"
-                      "server.errorlog = \"" + run_dir + "/lighttpd.log\"\n\n";
+                      "server.port = " +
+                      std::to_string(port) +
+                      "\n"
+                      "server.document-root = \"" +
+                      run_dir +
+                      "/www\"\n"
+                      "server.errorlog = \"" +
+                      run_dir + "/lighttpd.log\"\n\n";
     const std::vector<std::string_view> lines = split_lines(controller_config);
     const bool verify_clients = client_verification_enabled(lines);
     for (const std::string_view line : lines) {

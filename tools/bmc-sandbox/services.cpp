@@ -30,6 +30,7 @@ constexpr auto kStartTimeout = std::chrono::seconds(10);
 constexpr auto kStopTimeout = std::chrono::seconds(5);
 constexpr auto kPollInterval = std::chrono::milliseconds(20);
 constexpr size_t kLogTail = 2000;
+constexpr size_t kLogTailLines = 8;
 
 constexpr size_t kTunnel = 0;
 constexpr size_t kWeb = 1;
@@ -89,7 +90,7 @@ std::string status_text(int status) {
     return "exited with status " + std::to_string(WEXITSTATUS(status));
 }
 
-// What the service wrote to its log since FROM, at most the last few lines.
+// What the service wrote to its log since FROM: its last few lines.
 std::string log_since(const std::string &log, off_t from) {
     std::string text;
     std::string ignored;
@@ -102,6 +103,14 @@ std::string log_since(const std::string &log, off_t from) {
     }
     while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) {
         text.pop_back();
+    }
+    size_t start = text.size();
+    for (size_t lines = 0; lines < kLogTailLines && start != std::string::npos && start > 0;
+         ++lines) {
+        start = text.rfind('\n', start - 1);
+    }
+    if (start != std::string::npos && start > 0) {
+        text.erase(0, start + 1);
     }
     return text.empty() ? std::string{} : "; its log " + log + " says:\n" + text;
 }
@@ -169,7 +178,8 @@ bool Services::prepare(size_t unit, Launch &launch, std::string &why) {
             return false;
         }
         launch.ports.push_back(port);
-        derived = derive_web_config(controller, std::string(kServicesRunDir), port, path_exists, why);
+        derived =
+            derive_web_config(controller, std::string(kServicesRunDir), port, path_exists, why);
         config = run_path("lighttpd.conf");
         launch.argv = {find_program("lighttpd"), "-D", "-f", config};
     }
@@ -243,7 +253,8 @@ bool Services::start(size_t unit, std::string &why) {
         }
         if (Clock::now() > deadline) {
             stop(unit);
-            why = name + " did not listen on its port within 10 seconds" + log_since(log, st.st_size);
+            why =
+                name + " did not listen on its port within 10 seconds" + log_since(log, st.st_size);
             return false;
         }
         std::this_thread::sleep_for(kPollInterval);
@@ -275,7 +286,8 @@ void Services::stop(size_t unit) {
 }
 
 bool Services::write_env(std::string &why) const {
-    std::string text = "# Loopback ports of the services of this sandbox (bmc-sandbox --services).\n";
+    std::string text =
+        "# Loopback ports of the services of this sandbox (bmc-sandbox --services).\n";
     const auto &ports = ports_.ports();
     if (const auto it = ports.find("tunnel:" + first_tunnel_section_); it != ports.end()) {
         text += "BMC_SIM_TUNNEL_PORT=" + std::to_string(it->second) + "\n";

@@ -200,7 +200,8 @@ void reap_children(Services &services) {
 bool start_supervisor(pid_t &pid, std::string &why) {
     int fds[2];
     if (::pipe2(fds, O_CLOEXEC) != 0) {
-        why = std::string("cannot create a pipe for the service supervisor: ") + std::strerror(errno);
+        why =
+            std::string("cannot create a pipe for the service supervisor: ") + std::strerror(errno);
         return false;
     }
     UniqueFd report_read(fds[0]);
