@@ -62,6 +62,8 @@ check "server.pem is factory certificate then key" \
     cmp -s "$root/conf/certs/server/server.pem" \
     <(cat "$factory" "$root/conf/certs/server/default/privkey.pem")
 check "server.pem is mode 0600" [ "$(stat -c %a "$root/conf/certs/server/server.pem")" = 600 ]
+"$tool" --services --services "$root" -- true 2>/dev/null
+check "--services twice is a usage error" [ $? -eq 2 ]
 check "controller files keep controller ports" grep -q '^accept = :::7582$' "$root/conf/adviserd/stunnel.conf"
 
 # --- one long sandbox: serve, replace the pair, restart, serve the new one
