@@ -9,6 +9,7 @@ packages=(
   libsqlite3-dev libpcre2-dev
   libgtest-dev libbenchmark-dev libcli11-dev
   util-linux
+  stunnel4 lighttpd lighttpd-mod-openssl
 )
 
 missing=()

@@ -127,11 +127,19 @@ $SERVER["socket"] == ":443" {
 
 std::string service_manager_script() {
     return R"(#!/bin/sh
-# Service manager of the sandboxed controller. Nothing is started or
-# stopped: each request is recorded, one line per call, so that tests can
-# tell which services the software asked to restart.
+# Service manager of the sandboxed controller. Each request is recorded,
+# one line per call, so that tests can tell which services the software
+# asked to restart. Under `bmc-sandbox --services` (its control socket
+# exists) a restart also really restarts the services named, and fails
+# when one of them does not come back; otherwise nothing is started or
+# stopped.
 [ "$#" -gt 0 ] || exit 0
 printf '%s\n' "$*" >> /var/lib/bmc-sim/services.log || exit 1
+run=/var/lib/bmc-sim/run
+if [ "$1" = restart ] && [ -S "$run/control.sock" ]; then
+    shift
+    exec "$run/bmc-sandbox" --service-restart "$@"
+fi
 exit 0
 )";
 }

@@ -163,6 +163,30 @@ int remove_entry(const char *fpath, const struct stat * /*sb*/, int typeflag, st
 
 } // namespace
 
+bool read_file(const std::string &path, std::string &content, std::string &why) {
+    const UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!fd.valid()) {
+        why = errno_text("cannot open", path, errno);
+        return false;
+    }
+    content.clear();
+    char buf[4096];
+    for (;;) {
+        const ssize_t n = ::read(fd.get(), buf, sizeof buf);
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n < 0) {
+            why = errno_text("cannot read", path, errno);
+            return false;
+        }
+        if (n == 0) {
+            return true;
+        }
+        content.append(buf, static_cast<size_t>(n));
+    }
+}
+
 bool remove_contents(const std::string &dir, std::string &why) {
     removal = RemovalState{};
     const int rc = ::nftw(dir.c_str(), remove_entry, 32, FTW_DEPTH | FTW_PHYS | FTW_MOUNT);

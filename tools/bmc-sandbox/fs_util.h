@@ -27,6 +27,9 @@ namespace sandbox {
 [[nodiscard]] bool write_file_atomic(const std::string &path, std::string_view content, mode_t mode,
                                      std::string &why);
 
+// Reads the whole of PATH into CONTENT.
+[[nodiscard]] bool read_file(const std::string &path, std::string &content, std::string &why);
+
 // Removes everything inside DIR but not DIR itself. Symbolic links are
 // removed, never followed, and nothing on another file system is entered.
 [[nodiscard]] bool remove_contents(const std::string &dir, std::string &why);

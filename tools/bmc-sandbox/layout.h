@@ -40,6 +40,18 @@ inline constexpr std::array kRootEntries{
     kProvisionedMarker,       kRequestConfig,
 };
 
+// Paths inside the sandbox of the services that `--services` runs.
+inline constexpr std::string_view kTunnelControllerConfig = "/conf/adviserd/stunnel.conf";
+inline constexpr std::string_view kWebControllerConfig = "/conf/lighttpd/lighttpd.conf";
+// Shell-sourceable BMC_SIM_*_PORT lines.
+inline constexpr std::string_view kServicesEnv = "/var/lib/bmc-sim/services.env";
+// Derived configurations, logs, pid file, document root, control socket.
+inline constexpr std::string_view kServicesRunDir = "/var/lib/bmc-sim/run";
+inline constexpr std::string_view kControlSocket = "/var/lib/bmc-sim/run/control.sock";
+// Link to this tool, which the sandbox's systemctl runs as
+// `bmc-sandbox --service-restart UNIT...`.
+inline constexpr std::string_view kToolLink = "/var/lib/bmc-sim/run/bmc-sandbox";
+
 } // namespace sandbox
 
 #endif

@@ -6,7 +6,9 @@
 #include "mount_namespace.h"
 #include "provision.h"
 #include "root_guard.h"
+#include "service_client.h"
 #include "spawn.h"
+#include "supervisor.h"
 
 #include <unistd.h>
 
@@ -24,7 +26,7 @@ constexpr int kExitSandboxFailed = 125;
 constexpr int kExitCannotExecute = 127;
 
 constexpr std::string_view kUsage =
-    "usage: bmc-sandbox [--fresh] ROOT -- COMMAND [ARG...]\n"
+    "usage: bmc-sandbox [--fresh] [--services] ROOT -- COMMAND [ARG...]\n"
     "\n"
     "Runs COMMAND in a private mount namespace in which ROOT/conf is /conf,\n"
     "ROOT/var/certs is /var/certs and ROOT/state is /var/lib/bmc-sim, with\n"
@@ -32,14 +34,19 @@ constexpr std::string_view kUsage =
     "never provisioned first receives the files of a factory-fresh controller;\n"
     "later runs keep what earlier ones wrote.\n"
     "\n"
-    "  --fresh   empty ROOT first (it may hold only what a sandbox holds)\n"
-    "  --help    show this text\n"
+    "  --fresh     empty ROOT first (it may hold only what a sandbox holds)\n"
+    "  --services  also run stunnel and lighttpd from the controller's files,\n"
+    "              on free loopback ports written to\n"
+    "              /var/lib/bmc-sim/services.env; systemctl restart UNIT then\n"
+    "              really restarts them; they stop when COMMAND ends\n"
+    "  --help      show this text\n"
     "\n"
     "Exit status: that of COMMAND (128+N if signal N ended it), 127 if COMMAND\n"
     "cannot be executed, 125 if the sandbox cannot be set up, 2 on bad usage.\n";
 
 struct Arguments {
     bool fresh = false;
+    bool services = false;
     std::string root;
     std::vector<std::string> command;
 };
@@ -50,7 +57,8 @@ void complain(std::string_view message) {
 
 [[nodiscard]] int usage_error(std::string_view message) {
     complain(message);
-    std::fputs("usage: bmc-sandbox [--fresh] ROOT -- COMMAND [ARG...] (see --help)\n", stderr);
+    std::fputs("usage: bmc-sandbox [--fresh] [--services] ROOT -- COMMAND [ARG...] (see --help)\n",
+               stderr);
     return kExitUsage;
 }
 
@@ -69,6 +77,13 @@ void complain(std::string_view message) {
         }
         if (arg == "--fresh") {
             return usage_error("--fresh given twice");
+        }
+        if (arg == "--services" && !args.services) {
+            args.services = true;
+            continue;
+        }
+        if (arg == "--services") {
+            return usage_error("--services given twice");
         }
         if (arg.starts_with("-")) {
             return usage_error("unknown option " + std::string(arg));
@@ -144,10 +159,19 @@ void complain(std::string_view message) {
         return kExitSandboxFailed;
     }
 
+    sandbox::clear_stale_services();
+    pid_t supervisor = -1;
+    if (args.services && !sandbox::start_supervisor(supervisor, why)) {
+        complain("cannot start the services: " + why);
+        return kExitSandboxFailed;
+    }
+
     sandbox::RunOptions options;
     options.forward_signals = true;
     sandbox::RunResult result;
-    if (!sandbox::run_program(args.command, options, result, why)) {
+    const bool ran = sandbox::run_program(args.command, options, result, why);
+    sandbox::stop_supervisor(supervisor);
+    if (!ran) {
         complain(why);
         return kExitCannotExecute;
     }
@@ -157,6 +181,10 @@ void complain(std::string_view message) {
 } // namespace
 
 int main(int argc, char **argv) {
+    // Hidden: what the sandbox's systemctl runs under --services.
+    if (argc >= 2 && std::string_view(argv[1]) == "--service-restart") {
+        return sandbox::request_restarts(std::vector<std::string>(argv + 2, argv + argc));
+    }
     Arguments args;
     if (const auto done = parse(argc, argv, args)) {
         return *done;

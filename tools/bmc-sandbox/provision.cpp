@@ -37,11 +37,19 @@ const std::array kFactoryFiles = {
     FactoryFile{"conf/certs/server/cert_v3_extfile.ext", server_cert_extensions, 0644},
     FactoryFile{"conf/adviserd/stunnel.conf", tunnel_config, 0644},
     FactoryFile{"conf/lighttpd/lighttpd.conf", web_server_config, 0644},
+};
+
+// The sandbox's own programs, written at every run so that a ROOT made by
+// an older bmc-sandbox gets the current ones.
+const std::array kStandIns = {
     FactoryFile{"bin/systemctl", service_manager_script, 0755},
 };
 
 constexpr std::string_view kCertPath = "conf/certs/server/default/server.pem";
 constexpr std::string_view kKeyPath = "conf/certs/server/default/privkey.pem";
+// What the web server serves: certificate followed by key, as installing a
+// certificate leaves it (and as the controller ships it).
+constexpr std::string_view kCombinedPath = "conf/certs/server/server.pem";
 
 std::string under(const std::string &root, std::string_view rel) {
     std::string path = root;
@@ -87,7 +95,10 @@ std::string under(const std::string &root, std::string_view rel) {
         why = errno_text("cannot set the mode of the factory pair in", root, errno);
         return false;
     }
-    return true;
+    std::string cert_text;
+    std::string key_text;
+    return read_file(cert, cert_text, why) && read_file(key, key_text, why) &&
+           write_file_atomic(under(root, kCombinedPath), cert_text + key_text, 0600, why);
 }
 
 } // namespace
@@ -95,6 +106,14 @@ std::string under(const std::string &root, std::string_view rel) {
 bool provision_if_needed(const std::string &root, std::string &why) {
     for (const MountPlace &place : kMountPlaces) {
         if (!make_dirs_below(root, place.below_root, 0755, why)) {
+            return false;
+        }
+    }
+    if (!make_dirs_below(root, kBinDir, 0755, why)) {
+        return false;
+    }
+    for (const FactoryFile &file : kStandIns) {
+        if (!write_file_atomic(under(root, file.below_root), file.content(), file.mode, why)) {
             return false;
         }
     }

@@ -1,0 +1,148 @@
+// The configurations bmc-sandbox --services derives from the controller's
+// stunnel.conf and lighttpd.conf: pure text, so tested without services.
+#include "service_configs.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+using sandbox::derive_tunnel_config;
+using sandbox::derive_web_config;
+
+const std::string kRun = "/var/lib/bmc-sim/run";
+
+const std::string kTunnel = "; comment\n"
+                            "foreground = no\n"
+                            "pid = /var/run/stunnel.pid\n"
+                            "output = /var/log/stunnel.log\n"
+                            "setuid = stunnel4\n"
+                            "cert = /conf/certs/server/user/actualcert.pem\n"
+                            "key = /conf/certs/server/user/actualprivkey.pem\n"
+                            "\n"
+                            "[remote-console]\n"
+                            "accept = :::7582\n"
+                            "connect = 127.0.0.1:7578\n"
+                            "[virtual-media]\n"
+                            "  Accept = :::5124\n"
+                            "connect = 127.0.0.1:5120\n";
+
+bool has_line(const std::string &text, const std::string &line) {
+    return ("\n" + text).find("\n" + line + "\n") != std::string::npos;
+}
+
+TEST(TunnelConfig, ListsSectionsInOrder) {
+    EXPECT_EQ(sandbox::tunnel_sections(kTunnel),
+              (std::vector<std::string>{"remote-console", "virtual-media"}));
+}
+
+TEST(TunnelConfig, EachSectionAcceptsOnItsLoopbackPort) {
+    std::string why;
+    const auto out = derive_tunnel_config(
+        kTunnel, kRun, {{"remote-console", 40001}, {"virtual-media", 40002}}, why);
+    ASSERT_TRUE(out) << why;
+    EXPECT_TRUE(has_line(*out, "[remote-console]\naccept = 127.0.0.1:40001"));
+    EXPECT_TRUE(has_line(*out, "[virtual-media]\naccept = 127.0.0.1:40002"));
+    EXPECT_EQ(out->find(":::"), std::string::npos);
+}
+
+TEST(TunnelConfig, ForegroundWithPidAndOutputInTheRunDirectory) {
+    std::string why;
+    const auto out =
+        derive_tunnel_config(kTunnel, kRun, {{"remote-console", 1}, {"virtual-media", 2}}, why);
+    ASSERT_TRUE(out) << why;
+    EXPECT_TRUE(has_line(*out, "foreground = yes"));
+    EXPECT_TRUE(has_line(*out, "pid = /var/lib/bmc-sim/run/stunnel.pid"));
+    EXPECT_TRUE(has_line(*out, "output = /var/lib/bmc-sim/run/stunnel.log"));
+    EXPECT_TRUE(has_line(*out, "; bmc-sandbox: foreground = no"));
+    EXPECT_TRUE(has_line(*out, "; bmc-sandbox: pid = /var/run/stunnel.pid"));
+    EXPECT_TRUE(has_line(*out, "; bmc-sandbox: setuid = stunnel4"));
+    // Global options come before the first section.
+    EXPECT_LT(out->find("foreground = yes"), out->find("[remote-console]"));
+}
+
+TEST(TunnelConfig, CertificateAndKeyLinesStandAsTheyAre) {
+    std::string why;
+    const auto out =
+        derive_tunnel_config(kTunnel, kRun, {{"remote-console", 1}, {"virtual-media", 2}}, why);
+    ASSERT_TRUE(out) << why;
+    EXPECT_TRUE(has_line(*out, "cert = /conf/certs/server/user/actualcert.pem"));
+    EXPECT_TRUE(has_line(*out, "key = /conf/certs/server/user/actualprivkey.pem"));
+    EXPECT_TRUE(has_line(*out, "; comment"));
+}
+
+TEST(TunnelConfig, AcceptOutsideASectionIsRefused) {
+    std::string why;
+    EXPECT_FALSE(derive_tunnel_config("accept = 443\n", kRun, {}, why));
+    EXPECT_NE(why.find("accept"), std::string::npos);
+}
+
+const std::string kWeb = "server.modules = (\n"
+                         "    \"mod_openssl\",\n"
+                         ")\n"
+                         "server.document-root = \"/usr/share/www\"\n"
+                         "server.port = 80\n"
+                         "server.pid-file = \"/var/run/lighttpd.pid\"\n"
+                         "server.username = \"www\"\n"
+                         "$SERVER[\"socket\"] == \":443\" {\n"
+                         "    ssl.engine = \"enable\"\n"
+                         "    ssl.pemfile = \"/conf/certs/server/server.pem\"\n"
+                         "    ssl.ca-file = \"/conf/certs/client/ca.pem\"\n"
+                         "    ssl.verifyclient.activate = \"disable\"\n"
+                         "    ssl.verifyclient.depth = 3\n"
+                         "}\n";
+
+bool exists(const std::string &) {
+    return true;
+}
+bool missing(const std::string &) {
+    return false;
+}
+
+TEST(WebConfig, OneLoopbackListenerOnThePort) {
+    std::string why;
+    const auto out = derive_web_config(kWeb, kRun, 40003, exists, why);
+    ASSERT_TRUE(out) << why;
+    EXPECT_TRUE(has_line(*out, "server.bind = \"127.0.0.1\""));
+    EXPECT_TRUE(has_line(*out, "server.port = 40003"));
+    EXPECT_TRUE(has_line(*out, "$SERVER[\"socket\"] == \"127.0.0.1:40003\" {"));
+    EXPECT_TRUE(has_line(*out, "# bmc-sandbox: server.port = 80"));
+    EXPECT_TRUE(has_line(*out, "# bmc-sandbox: server.pid-file = \"/var/run/lighttpd.pid\""));
+    EXPECT_TRUE(has_line(*out, "# bmc-sandbox: server.username = \"www\""));
+    EXPECT_TRUE(has_line(*out, "server.errorlog = \"/var/lib/bmc-sim/run/lighttpd.log\""));
+    EXPECT_TRUE(has_line(*out, "server.document-root = \"/var/lib/bmc-sim/run/www\""));
+}
+
+TEST(WebConfig, TlsOptionsStandAsTheyAre) {
+    std::string why;
+    const auto out = derive_web_config(kWeb, kRun, 1, exists, why);
+    ASSERT_TRUE(out) << why;
+    EXPECT_TRUE(has_line(*out, "    ssl.pemfile = \"/conf/certs/server/server.pem\""));
+    EXPECT_TRUE(has_line(*out, "    ssl.ca-file = \"/conf/certs/client/ca.pem\""));
+    EXPECT_TRUE(has_line(*out, "    ssl.verifyclient.activate = \"disable\""));
+    EXPECT_TRUE(has_line(*out, "    ssl.verifyclient.depth = 3"));
+    EXPECT_TRUE(has_line(*out, "    \"mod_openssl\","));
+}
+
+TEST(WebConfig, MissingClientAuthorityIsDroppedOnlyWhileClientsAreNotVerified) {
+    std::string why;
+    const auto unverified = derive_web_config(kWeb, kRun, 1, missing, why);
+    ASSERT_TRUE(unverified) << why;
+    EXPECT_FALSE(has_line(*unverified, "    ssl.ca-file = \"/conf/certs/client/ca.pem\""));
+
+    std::string verifying = kWeb;
+    verifying.replace(verifying.find("\"disable\""), 9, "\"enable\"");
+    const auto verified = derive_web_config(verifying, kRun, 1, missing, why);
+    ASSERT_TRUE(verified) << why;
+    EXPECT_TRUE(has_line(*verified, "    ssl.ca-file = \"/conf/certs/client/ca.pem\""));
+}
+
+TEST(WebConfig, OtherListenersAreRefused) {
+    std::string why;
+    EXPECT_FALSE(
+        derive_web_config("$SERVER[\"socket\"] == \":8080\" {\n}\n", kRun, 1, exists, why));
+    EXPECT_NE(why.find(":8080"), std::string::npos);
+}
+
+} // namespace
