@@ -1,5 +1,6 @@
 # The two everyday commands:
-#   make demo  - install what is missing, build, run the main job in a sandboxed controller
+#   make demo  - install what is missing, build, run the main job in a sandboxed
+#                controller with its real TLS tunnel and web server
 #   make test  - install what is missing, build, run the whole test suite
 BUILD_DIR ?= build
 DEMO_ROOT ?= $(CURDIR)/demo-root
@@ -20,7 +21,7 @@ test: build
 	cd $(BUILD_DIR) && ctest --output-on-failure -j 2
 
 demo: build
-	$(BUILD_DIR)/bin/bmc-sandbox --fresh $(DEMO_ROOT) -- bash scripts/demo.sh $(CURDIR)/$(BUILD_DIR)/bin/bmccert
+	$(BUILD_DIR)/bin/bmc-sandbox --fresh --services $(DEMO_ROOT) -- bash scripts/demo.sh $(CURDIR)/$(BUILD_DIR)/bin/bmccert
 
 bench: build
 	cmake --build $(BUILD_DIR) --target bench
