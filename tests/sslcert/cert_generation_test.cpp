@@ -23,20 +23,6 @@ constexpr const char *kGenKey = "/var/certs/TmpPrivkeyGen.pem";
 constexpr const char *kUserCert = "/conf/certs/server/user/actualcert.pem";
 constexpr const char *kUserKey = "/conf/certs/server/user/actualprivkey.pem";
 
-SSLCertGenParam Request(uint32_t keyLength) {
-    SSLCertGenParam request{};
-    request.uiKeyLength = keyLength;
-    request.uiValidDays = 365;
-    std::strcpy(request.szCommonName, "bmc-07.lab");
-    std::strcpy(request.szOrganisation, "Test Works, Inc.");
-    std::strcpy(request.szOrganisationUnit, "Platform");
-    std::strcpy(request.szLocalityName, "Old Town");
-    std::strcpy(request.szStateName, "North");
-    std::strcpy(request.szCountryCode, "DE");
-    std::strcpy(request.szEmailAddress, "ops@bmc-07.example.org");
-    return request;
-}
-
 mode_t ModeOf(const char *path) {
     struct stat st {};
     EXPECT_EQ(stat(path, &st), 0) << path;
@@ -58,7 +44,7 @@ TEST_F(CertGenerationTest, GeneratesAndInstallsWithPrivateKeysWhateverTheUmask) 
         SCOPED_TRACE("umask " + std::to_string(mask));
         const mode_t saved = umask(mask);
         RecordedOpenssl openssl;
-        const SSLCertGenParam request = Request(1024);
+        const SSLCertGenParam request = GenRequest(1024);
         const uint32_t result = LIB_SECURITY_GenCert(&request);
         umask(saved);
         ASSERT_EQ(result, 0u) << Describe(ReadDiagLog());
@@ -107,7 +93,7 @@ TEST_F(CertGenerationTest, GeneratesAndInstallsWithPrivateKeysWhateverTheUmask) 
 }
 
 TEST_F(CertGenerationTest, RefusedRequestWritesNothingAndRunsNothing) {
-    SSLCertGenParam request = Request(4096);
+    SSLCertGenParam request = GenRequest(4096);
     const uint64_t spawns = BMCSIM_SpawnCount();
     EXPECT_EQ(LIB_SECURITY_GenCert(&request), 0x98000008u);
     EXPECT_EQ(BMCSIM_SpawnCount(), spawns);
@@ -120,7 +106,7 @@ TEST_F(CertGenerationTest, RefusedRequestWritesNothingAndRunsNothing) {
 
 TEST_F(CertGenerationTest, MissingExtensionFileStopsAfterTheConfiguration) {
     RemoveFile(kExtensionFile);
-    const SSLCertGenParam request = Request(2048);
+    const SSLCertGenParam request = GenRequest(2048);
     EXPECT_EQ(SECURITY_SSL_ConfFile_Check(&request), 0x81000017u);
     RemoveFile(kRequestConfig);
     ClearDiagLog();
@@ -138,7 +124,7 @@ TEST_F(CertGenerationTest, MissingExtensionFileStopsAfterTheConfiguration) {
 }
 
 TEST_F(CertGenerationTest, OnlyTheFailureCodeOfACommandCountsAsFailure) {
-    const SSLCertGenParam request = Request(1024);
+    const SSLCertGenParam request = GenRequest(1024);
     SetFaults("BMC_System=0x81000001");
     EXPECT_EQ(LIB_SECURITY_GenCert(&request), 0x81000001u);
     EXPECT_EQ(ReadDiags().back(), (Diag{31, 3, 2, "Error creating privkey key and csr!\n"}));

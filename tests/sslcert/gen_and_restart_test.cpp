@@ -14,20 +14,6 @@
 namespace bmctest {
 namespace {
 
-SSLCertGenParam Request(uint32_t keyLength) {
-    SSLCertGenParam request{};
-    request.uiKeyLength = keyLength;
-    request.uiValidDays = 30;
-    std::strcpy(request.szCommonName, "bmc.test");
-    std::strcpy(request.szOrganisation, "Test Works");
-    std::strcpy(request.szOrganisationUnit, "Lab");
-    std::strcpy(request.szLocalityName, "Town");
-    std::strcpy(request.szStateName, "State");
-    std::strcpy(request.szCountryCode, "DE");
-    std::strcpy(request.szEmailAddress, "ops@bmc.test");
-    return request;
-}
-
 std::string ServicesLog() {
     return access(kServicesLog, F_OK) == 0 ? ReadFile(kServicesLog) : "";
 }
@@ -35,7 +21,7 @@ std::string ServicesLog() {
 class GenAndRestartTest : public ControllerTest {};
 
 TEST_F(GenAndRestartTest, SuccessRestartsTheTunnelNowAndTheWebServerLater) {
-    const SSLCertGenParam request = Request(1024);
+    const SSLCertGenParam request = GenRequest(1024);
     OperateDesc desc{};
     ASSERT_EQ(LIB_SECURITY_GenAndRestartService(&request, &desc), 0u) << Describe(ReadDiagLog());
     EXPECT_EQ(ServicesLog(), "restart stunnel.service\n");
@@ -53,7 +39,7 @@ TEST_F(GenAndRestartTest, SuccessRestartsTheTunnelNowAndTheWebServerLater) {
 }
 
 TEST_F(GenAndRestartTest, RefusedRequestIsMappedAndBothTemporariesAreStillRemoved) {
-    const SSLCertGenParam request = Request(512);
+    const SSLCertGenParam request = GenRequest(512);
     OperateDesc desc{};
     EXPECT_EQ(LIB_SECURITY_GenAndRestartService(&request, &desc), 0x1800041Cu);
     EXPECT_STREQ(desc.szOperateDesc, "Failed to generate SSL certificate.");
@@ -72,7 +58,7 @@ TEST_F(GenAndRestartTest, RefusedRequestIsMappedAndBothTemporariesAreStillRemove
 }
 
 TEST_F(GenAndRestartTest, NullArgumentsDoNothing) {
-    const SSLCertGenParam request = Request(1024);
+    const SSLCertGenParam request = GenRequest(1024);
     OperateDesc desc{};
     EXPECT_EQ(LIB_SECURITY_GenAndRestartService(&request, nullptr), 0x1800001Au);
     EXPECT_EQ(LIB_SECURITY_GenAndRestartService(nullptr, &desc), 0x1800001Au);
@@ -85,7 +71,7 @@ TEST_F(GenAndRestartTest, NullArgumentsDoNothing) {
 }
 
 TEST_F(GenAndRestartTest, FailedTunnelRestartKeepsTheNewCertificateAndSkipsTheWebServer) {
-    const SSLCertGenParam request = Request(1024);
+    const SSLCertGenParam request = GenRequest(1024);
     struct Case {
         const char *fault;
         uint32_t expected;

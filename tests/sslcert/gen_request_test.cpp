@@ -12,20 +12,6 @@
 namespace bmctest {
 namespace {
 
-SSLCertGenParam ValidRequest() {
-    SSLCertGenParam request{};
-    request.uiKeyLength = 2048;
-    request.uiValidDays = 365;
-    std::strcpy(request.szCommonName, "bmc-01");
-    std::strcpy(request.szOrganisation, "Test Works, Inc.");
-    std::strcpy(request.szOrganisationUnit, "Lab 2");
-    std::strcpy(request.szLocalityName, "Old Town");
-    std::strcpy(request.szStateName, "North");
-    std::strcpy(request.szCountryCode, "DE");
-    std::strcpy(request.szEmailAddress, "ops.team@mail-gw.example.org");
-    return request;
-}
-
 template <size_t N> void Set(char (&field)[N], const char *text) {
     (void)BMC_Strlcpy(field, text, N);
 }
@@ -65,24 +51,24 @@ TEST_F(GenRequestTest, EachRuleAtItsBoundary) {
         {"empty organisation", [](auto &r) { Set(r.szOrganisation, ""); }, false},
     };
     for (const Case &c : cases) {
-        SSLCertGenParam request = ValidRequest();
+        SSLCertGenParam request = GenRequest(2048);
         c.edit(request);
         EXPECT_EQ(SECURITY_SSL_GenSSLCert_Check(&request), c.passes ? 0u : 0x81000001u) << c.name;
     }
 }
 
 TEST_F(GenRequestTest, FirstFailingRuleAloneIsReported) {
-    SSLCertGenParam request = ValidRequest();
+    SSLCertGenParam request = GenRequest(2048);
     request.uiKeyLength = 512;
     Set(request.szEmailAddress, "not an address");
     EXPECT_EQ(SECURITY_SSL_GenSSLCert_Check(&request), 0x81000001u);
 
-    request = ValidRequest();
+    request = GenRequest(2048);
     Set(request.szOrganisation, "Works; Inc");
     Set(request.szStateName, "");
     EXPECT_EQ(SECURITY_SSL_GenSSLCert_Check(&request), 0x81000001u);
 
-    request = ValidRequest();
+    request = GenRequest(2048);
     request.uiValidDays = 0;
     EXPECT_EQ(SECURITY_SSL_GenSSLCert_Check(&request), 0x81000001u);
 

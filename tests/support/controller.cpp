@@ -92,6 +92,21 @@ void ControllerTest::SetFaults(const std::string &faults) {
     setenv(BMCSIM_ENV_FAULTS, faults.c_str(), 1);
 }
 
+SSLCertGenParam GenRequest(uint32_t keyLength) {
+    SSLCertGenParam request{};
+    request.uiKeyLength = keyLength;
+    request.uiValidDays = 365;
+    (void)BMC_Strlcpy(request.szCommonName, "bmc-07.lab", sizeof request.szCommonName);
+    (void)BMC_Strlcpy(request.szOrganisation, "Test Works, Inc.", sizeof request.szOrganisation);
+    (void)BMC_Strlcpy(request.szOrganisationUnit, "Platform", sizeof request.szOrganisationUnit);
+    (void)BMC_Strlcpy(request.szLocalityName, "Old Town", sizeof request.szLocalityName);
+    (void)BMC_Strlcpy(request.szStateName, "North", sizeof request.szStateName);
+    (void)BMC_Strlcpy(request.szCountryCode, "DE", sizeof request.szCountryCode);
+    (void)BMC_Strlcpy(request.szEmailAddress, "ops@bmc-07.example.org",
+                      sizeof request.szEmailAddress);
+    return request;
+}
+
 void ControllerTest::SetOemFlag(uint32_t flag) {
     setenv(BMCSIM_ENV_OEM_FLAG, std::to_string(flag).c_str(), 1);
 }

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "tests/support/diag_log.h"
+#include "lib_security_sslcert.h"
 #include "tests/support/test_certs.h"
 
 namespace bmctest {
@@ -19,6 +20,11 @@ inline constexpr const char *kTunnelConfig = "/conf/adviserd/stunnel.conf";
 inline constexpr const char *kExtensionFile = "/conf/certs/server/cert_v3_extfile.ext";
 inline constexpr const char *kCombinedFile = "/conf/certs/server/server.pem";
 inline constexpr const char *kServicesLog = "/var/lib/bmc-sim/services.log";
+
+// A generation request that passes every rule: 365 days, C=DE, ST=North,
+// L=Old Town, O=Test Works, Inc., OU=Platform, CN=bmc-07.lab,
+// emailAddress=ops@bmc-07.example.org.
+SSLCertGenParam GenRequest(uint32_t keyLength);
 
 class ControllerTest : public ::testing::Test {
   protected:
