@@ -16,6 +16,7 @@ extern "C" {
 #define BMCSIM_CONFIG_DB BMCSIM_STATE_DIR "/config.db"
 #define BMCSIM_DIAG_LOG  BMCSIM_STATE_DIR "/diag.log"
 #define BMCSIM_LOCK_DIR  BMCSIM_STATE_DIR "/locks"
+#define BMCSIM_TASKS_LOG BMCSIM_STATE_DIR "/tasks.log"
 
 /* Environment: value that HW_LIB_GetOemFlag returns (0 when unset). */
 #define BMCSIM_ENV_OEM_FLAG "BMC_SIM_OEM_FLAG"
@@ -27,6 +28,20 @@ extern "C" {
 BMC_PLATFORM_API uint64_t BMCSIM_SpawnCount(void);
 /* Removes the record stored under the key; 0 also when there was none. */
 BMC_PLATFORM_API int32_t BMCSIM_DbErase(uint32_t uiKey);
+
+/* Task service: a task as it stands after its last report. State and
+ * progress are 0 until the first TASK_TaskServiceUpdate. */
+typedef struct BMCSIM_TaskState_s {
+    uint32_t uiTaskId;
+    uint32_t uiTaskTag; /* the handle's second word: registration time, low 32 bits */
+    uint32_t uiTaskType;
+    uint8_t ucState;
+    uint8_t ucProgress;
+    char szText[33];         /* the last abnormal-information text */
+    char szDescription[257]; /* the description it was registered with */
+} BMCSIM_TaskState;
+/* 0 and the task's state, or a failure for an id never given out. */
+BMC_PLATFORM_API int32_t BMCSIM_TaskGet(uint32_t uiTaskId, BMCSIM_TaskState *pstState);
 
 #ifdef __cplusplus
 }

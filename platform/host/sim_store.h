@@ -1,0 +1,71 @@
+// The stand-in's own tables in config.db (tasks, users), reached through
+// connections of their own so that the library's record reads and their
+// fault switches never get in the way of the services behind them.
+#pragma once
+
+#include <sqlite3.h>
+
+#include <memory>
+
+#include "sim_internal.h"
+
+namespace bmcsim {
+
+using SqlConnection = Owned<sqlite3, sqlite3_close_v2>;
+using SqlStatement = Owned<sqlite3_stmt, sqlite3_finalize>;
+
+class Store {
+  public:
+    // A new connection to config.db (created when missing), or nullptr.
+    [[nodiscard]] static std::unique_ptr<Store> Open() noexcept;
+
+    [[nodiscard]] sqlite3 *Db() const noexcept { return db_.get(); }
+    // Runs SQL without results, waiting while another writer holds the file.
+    [[nodiscard]] bool Exec(const char *sql) noexcept;
+    // A prepared statement, or an empty holder when the SQL cannot be prepared.
+    [[nodiscard]] SqlStatement Prepare(const char *sql) noexcept;
+
+  private:
+    SqlConnection db_;
+};
+
+// A write transaction. BEGIN IMMEDIATE takes the write lock at once, so the
+// read-modify-write sequences of several processes take turns instead of
+// failing half way; without Commit() the destructor rolls back.
+class WriteTransaction {
+  public:
+    explicit WriteTransaction(Store &store) noexcept
+        : store_(store), begun_(store.Exec("BEGIN IMMEDIATE")) {}
+    WriteTransaction(const WriteTransaction &) = delete;
+    WriteTransaction &operator=(const WriteTransaction &) = delete;
+    ~WriteTransaction() {
+        if (begun_) (void)store_.Exec("ROLLBACK");
+    }
+    [[nodiscard]] bool Begun() const noexcept { return begun_; }
+    [[nodiscard]] bool Commit() noexcept {
+        if (!begun_ || !store_.Exec("COMMIT")) return false;
+        begun_ = false;
+        return true;
+    }
+
+  private:
+    Store &store_;
+    bool begun_;
+};
+
+// Gives a statement back for its next use when it goes out of scope.
+class StatementReset {
+  public:
+    explicit StatementReset(sqlite3_stmt *stmt) noexcept : stmt_(stmt) {}
+    StatementReset(const StatementReset &) = delete;
+    StatementReset &operator=(const StatementReset &) = delete;
+    ~StatementReset() {
+        (void)sqlite3_reset(stmt_);
+        (void)sqlite3_clear_bindings(stmt_);
+    }
+
+  private:
+    sqlite3_stmt *stmt_;
+};
+
+} // namespace bmcsim
