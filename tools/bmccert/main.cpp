@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "auth_commands.h"
 #include "cert_type.h"
 #include "commands.h"
 #include "output.h"
@@ -65,6 +66,8 @@ int main(int argc, char **argv) {
     CLI::App *refresh = app.add_subcommand(
         "refresh", "Re-read the certificate in force from its files and store its record");
     refresh->callback([&] { status = RunRefresh(); });
+
+    AddAuthCommands(app, status);
 
     try {
         app.parse(argc, argv);
