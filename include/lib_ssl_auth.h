@@ -43,6 +43,10 @@ extern "C" {
 #define SSL_AUTH_ERR_NO_ISSUER      0x9200002Bu
 #define SSL_AUTH_ERR_NOT_GOOD       0x9200002Du
 
+/* Management codes of the state switches. */
+#define SSL_AUTH_MGMT_SET_STATE_FAILED  0x18000004u
+#define SSL_AUTH_MGMT_SET_REVOKE_FAILED 0x18000005u
+
 /* ---- Stored records ------------------------------------------------------ */
 
 typedef struct RootCertInfo_s {
@@ -166,6 +170,36 @@ typedef struct UserBasicInfo_s {
     char szUserName[80];
 } UserBasicInfo;
 BMCCERT_LAYOUT_ASSERT(UserBasicInfo_size, sizeof(UserBasicInfo) == 81);
+
+/* ---- Records and state queries -------------------------------------------
+ * Each call reads the database afresh; nothing is cached. */
+BMCCERT_API uint32_t LIB_SSL_GetCertAuthState(uint8_t *pbState);
+BMCCERT_API uint8_t LIB_SSL_IsEnableCertAuth(void);
+BMCCERT_API uint32_t LIB_SSL_GetCertRevokeCheck(uint8_t *pbState);
+BMCCERT_API uint32_t LIB_SSL_GetRootCertList(RootCertList *pstRootCertList);
+BMCCERT_API uint32_t LIB_SSL_GetActiveRootCertId(uint32_t *puiRootCertId);
+BMCCERT_API uint8_t LIB_SSL_IsExistRootCert(uint32_t uiCertId, RootCertInfo *pstRootCertInfo);
+BMCCERT_API uint32_t LIB_SSL_GetRootCertInfo(uint32_t uiCertId, RootCertInfo *pstRootCertInfo);
+BMCCERT_API uint32_t LIB_SSL_GetClientCertList(CliCertList *pstCliCertList);
+BMCCERT_API uint8_t LIB_SSL_IsExistClientCert(uint32_t uiCertId, CliCertInfo *pstCliCertInfo);
+BMCCERT_API uint32_t LIB_SSL_GetClientCertUserList(CliCertUserList *pstCertUserList);
+BMCCERT_API uint8_t LIB_SSL_IsSupportCertAuthFunc(void);
+
+/* ---- Queries over several records ----------------------------------------- */
+BMCCERT_API uint32_t LIB_SSL_GetClientCertListByRoot(uint32_t uiRootCertId,
+                                                     uint32_t *puiCliCertCnt,
+                                                     CliCertInfo *pstCliCertList);
+BMCCERT_API uint32_t LIB_SSL_GetClientCertInfo(uint32_t uiCertId, CliCertDetail *pstCliCertInfo);
+BMCCERT_API uint32_t LIB_SSL_GetUsableUserList(UsableUserList *pstUsableUser);
+BMCCERT_API uint8_t LIB_SSL_IsCorrectCertRelation(uint32_t uiRootCertId, uint32_t uiCliCertId);
+
+/* ---- State changes, sent to the records' owner ----------------------------
+ * The wait limit is passed to the platform's call unchanged; the
+ * description is what the caller writes to the operation log. */
+BMCCERT_API uint32_t LIB_SSL_SetCertAuthState(uint8_t ucState, uint32_t uiRootCertId,
+                                              uint32_t uiWaitLimit, OperateDesc *pstRespData);
+BMCCERT_API uint32_t LIB_SSL_SetCertRevokeCheck(uint8_t ucState, uint32_t uiWaitLimit,
+                                                OperateDesc *pstRespData);
 
 #ifdef __cplusplus
 }

@@ -2,8 +2,9 @@
 // null-pointer and close-failure reports, and owners for OpenSSL objects,
 // C streams and named file locks.
 //
-// A unit's internal header defines kDiagSubModule in its namespace before
-// the macros below are used there.
+// A unit's internal header defines kDiagSubModule, kNullReportModule and
+// kNullReportSubModule in its namespace before the macros below are used
+// there.
 #pragma once
 
 #include <cstdint>
@@ -107,9 +108,12 @@ class NamedFileLock {
     ::BMC_DiagLogOut(::bmccert::kDiagModule, kDiagSubModule, (level), __LINE__, __FILE_NAME__,     \
                      __VA_ARGS__)
 
-// The null-pointer report names the parameter as written in the code.
+// The null-pointer report names the parameter as written in the code and
+// goes out with the module and sub-module of the current source unit.
 #define BMCCERT_REPORT_NULL(name)                                                                  \
-    ::BMC_DiagLogOut(0, 0, ::bmccert::kLevelNote, __LINE__, __FILE_NAME__,                         \
+    BMCCERT_REPORT_NULL_AS(kNullReportModule, kNullReportSubModule, name)
+#define BMCCERT_REPORT_NULL_AS(module, subModule, name)                                            \
+    ::BMC_DiagLogOut((module), (subModule), ::bmccert::kLevelNote, __LINE__, __FILE_NAME__,        \
                      "Pointer " #name " is Null, File:%s Func:%s Line:%d", __FILE_NAME__,          \
                      __func__, __LINE__)
 

@@ -12,6 +12,10 @@
 namespace bmccert::sslcert {
 
 inline constexpr uint32_t kDiagSubModule = 3;
+// This unit's null-pointer reports carry module 0 and sub-module 0, which
+// the management daemons' log filters already expect.
+inline constexpr uint32_t kNullReportModule = 0;
+inline constexpr uint32_t kNullReportSubModule = 0;
 
 // The certificate and key paths of one certificate type, looked up into
 // zero-filled buffers of the size every caller uses.

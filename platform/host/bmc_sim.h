@@ -19,6 +19,13 @@ extern "C" {
 #define BMCSIM_TASKS_LOG BMCSIM_STATE_DIR "/tasks.log"
 #define BMCSIM_OPERATE_LOG BMCSIM_STATE_DIR "/operate.log"
 #define BMCSIM_QDR_LOG   BMCSIM_STATE_DIR "/qdr.log"
+#define BMCSIM_RPC_LOG   BMCSIM_STATE_DIR "/rpc.log"
+#define BMCSIM_USER_KEY  BMCSIM_STATE_DIR "/user.key"
+
+/* The users of a factory-fresh controller: 1, the anonymous user (no
+ * access, empty password), and 2, this administrator. */
+#define BMCSIM_FACTORY_ADMIN_NAME     "admin"
+#define BMCSIM_FACTORY_ADMIN_PASSWORD "admin-password"
 
 /* Environment: value that HW_LIB_GetOemFlag returns (0 when unset). */
 #define BMCSIM_ENV_OEM_FLAG "BMC_SIM_OEM_FLAG"
@@ -44,6 +51,17 @@ typedef struct BMCSIM_TaskState_s {
 } BMCSIM_TaskState;
 /* 0 and the task's state, or a failure for an id never given out. */
 BMC_PLATFORM_API int32_t BMCSIM_TaskGet(uint32_t uiTaskId, BMCSIM_TaskState *pstState);
+
+/* User service: creates or replaces user 1..16 (name of 1 to 32
+ * characters, role 0..255, password of at most 40 characters; a null
+ * password keeps the present one, or an empty one for a new user). */
+BMC_PLATFORM_API int32_t BMCSIM_UserSet(uint32_t uiUserId, const char *pcName, uint32_t uiRole,
+                                        int32_t iAnonymous, const char *pcPassword);
+/* Removes a user; fails when the slot holds none. */
+BMC_PLATFORM_API int32_t BMCSIM_UserDel(uint32_t uiUserId);
+/* Puts the users and the six client-authentication records back to their
+ * factory state (files under /conf are left alone). */
+BMC_PLATFORM_API int32_t BMCSIM_AuthFactoryReset(void);
 
 #ifdef __cplusplus
 }

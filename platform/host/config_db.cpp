@@ -15,6 +15,7 @@
 #include <pthread.h>
 
 #include "sim_internal.h"
+#include "sim_store.h"
 
 using Connection = bmcsim::Owned<sqlite3, sqlite3_close_v2>;
 using Statement = bmcsim::Owned<sqlite3_stmt, sqlite3_finalize>;
@@ -88,6 +89,9 @@ class StatementUse {
         Prepare(raw, "SELECT value FROM records WHERE key = ?1", db->get) &&
         Prepare(raw, "INSERT OR REPLACE INTO records(key, value) VALUES(?1, ?2)", db->put) &&
         Prepare(raw, "DELETE FROM records WHERE key = ?1", db->erase);
+    // A controller's first database holds its factory records; a failure
+    // shows as records that cannot be read.
+    if (ready) (void)bmcsim::EnsureFactoryState();
     return ready ? std::move(db) : nullptr;
 }
 
@@ -150,6 +154,7 @@ extern "C" BMC_Db *DB_GetCurrentDb(void) {
 
 extern "C" int32_t DB_Get(BMC_Db *pDb, uint32_t uiKey, uint32_t uiSize, void *pBuf) {
     if (auto fault = bmcsim::InjectedFault("DB_Get")) return static_cast<int32_t>(*fault);
+    if (auto fault = bmcsim::InjectedFault("DB_Get", uiKey)) return static_cast<int32_t>(*fault);
     BMC_Db *db = Usable(pDb);
     if (db == nullptr || pBuf == nullptr) return bmcsim::kFailSigned;
     std::lock_guard lock(db->mutex);

@@ -48,4 +48,23 @@ std::optional<uint32_t> InjectedFault(std::string_view call) noexcept {
     return std::nullopt;
 }
 
+std::optional<uint32_t> InjectedFault(std::string_view call, uint32_t qualifier) noexcept {
+    const char *env = std::getenv(BMCSIM_ENV_FAULTS);
+    if (env == nullptr || *env == '\0') return std::nullopt;
+    std::string_view rest(env);
+    while (!rest.empty()) {
+        size_t comma = rest.find(',');
+        std::string_view item = rest.substr(0, comma);
+        rest = comma == std::string_view::npos ? std::string_view() : rest.substr(comma + 1);
+        size_t eq = item.find('=');
+        std::string_view name = item.substr(0, eq);
+        if (eq == std::string_view::npos || name.size() <= call.size() + 1 ||
+            name.substr(0, call.size()) != call || name[call.size()] != '.')
+            continue;
+        if (ParseNumber(name.substr(call.size() + 1)) != qualifier) continue;
+        if (auto value = ParseNumber(item.substr(eq + 1))) return value;
+    }
+    return std::nullopt;
+}
+
 } // namespace bmcsim

@@ -80,6 +80,12 @@ class UniqueFd {
 // doing its work, if any. Cheap and allocation-free when the variable is unset.
 [[nodiscard]] std::optional<uint32_t> InjectedFault(std::string_view call) noexcept;
 
+// The same for one instance of a call, named "CALL.QUALIFIER" in the
+// variable: a record key of DB_Get (DB_Get.0x214104FF, either letter case)
+// or a command of MRPC_Call (MRPC_Call.40).
+[[nodiscard]] std::optional<uint32_t> InjectedFault(std::string_view call,
+                                                    uint32_t qualifier) noexcept;
+
 // Decimal or 0x-prefixed hexadecimal, the whole text, at most 32 bits.
 [[nodiscard]] std::optional<uint32_t> ParseNumber(std::string_view text) noexcept;
 

@@ -1,6 +1,8 @@
 #include "sim_store.h"
 
 #include <chrono>
+#include <climits>
+#include <cstring>
 #include <new>
 #include <thread>
 
@@ -42,6 +44,29 @@ SqlStatement Store::Prepare(const char *sql) noexcept {
     sqlite3_stmt *raw = nullptr;
     (void)sqlite3_prepare_v2(db_.get(), sql, -1, &raw, nullptr);
     return SqlStatement(raw);
+}
+
+} // namespace bmcsim
+
+namespace bmcsim {
+
+bool GetRecord(Store &store, uint32_t key, uint32_t size, void *buffer) noexcept {
+    auto select = store.Prepare("SELECT value FROM records WHERE key = ?1");
+    if (!select) return false;
+    (void)sqlite3_bind_int64(select.get(), 1, key);
+    if (sqlite3_step(select.get()) != SQLITE_ROW) return false;
+    if (sqlite3_column_bytes(select.get(), 0) != static_cast<int64_t>(size)) return false;
+    if (size > 0) std::memcpy(buffer, sqlite3_column_blob(select.get(), 0), size);
+    return true;
+}
+
+bool PutRecord(Store &store, uint32_t key, uint32_t size, const void *data) noexcept {
+    if (size > INT_MAX) return false;
+    auto insert = store.Prepare("INSERT OR REPLACE INTO records(key, value) VALUES(?1, ?2)");
+    if (!insert) return false;
+    (void)sqlite3_bind_int64(insert.get(), 1, key);
+    (void)sqlite3_bind_blob(insert.get(), 2, data, static_cast<int>(size), SQLITE_STATIC);
+    return sqlite3_step(insert.get()) == SQLITE_DONE;
 }
 
 } // namespace bmcsim

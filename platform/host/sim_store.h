@@ -5,6 +5,7 @@
 
 #include <sqlite3.h>
 
+#include <cstdint>
 #include <memory>
 
 #include "sim_internal.h"
@@ -67,5 +68,16 @@ class StatementReset {
   private:
     sqlite3_stmt *stmt_;
 };
+
+// Whole records of the `records` table, the library's configuration
+// database, read and written without the fault switch: the services behind
+// the platform calls keep working when a test makes a call fail.
+[[nodiscard]] bool GetRecord(Store &store, uint32_t key, uint32_t size, void *buffer) noexcept;
+[[nodiscard]] bool PutRecord(Store &store, uint32_t key, uint32_t size, const void *data) noexcept;
+
+// Puts the users and the six client-authentication records of a
+// factory-fresh controller in place unless that was done before for this
+// controller (config.db remembers it). Works on its own connection.
+[[nodiscard]] bool EnsureFactoryState() noexcept;
 
 } // namespace bmcsim

@@ -40,8 +40,8 @@ void LogRegister(uint32_t id, uint32_t tag, uint32_t type, const TaskRegisterRec
 
 void LogUpdate(const TaskUpdateRecord &record) {
     char head[64];
-    (void)std::snprintf(head, sizeof head, "update\t%u\t%u\t%u\t", record.uiTaskId,
-                        record.ucState, record.ucProgress);
+    (void)std::snprintf(head, sizeof head, "update\t%u\t%u\t%u\t", record.uiTaskId, record.ucState,
+                        record.ucProgress);
     std::string line = head;
     bmcsim::AppendEscaped(line, record.szAbnormalInfo, sizeof record.szAbnormalInfo);
     line += '\t';

@@ -101,8 +101,8 @@ TEST(TaskService, KeepsTheLastReportAndLogsWholeRecords) {
                                            std::to_string(tag) + "\t0x01000A05\t" +
                                            Hex(&reg, sizeof reg));
     EXPECT_EQ(lines[lines.size() - 2], expectedFailed);
-    EXPECT_EQ(lines[lines.size() - 1].rfind("update\t" + std::to_string(id) + "\t2\t100\tdone\t", 0),
-              0u);
+    EXPECT_EQ(
+        lines[lines.size() - 1].rfind("update\t" + std::to_string(id) + "\t2\t100\tdone\t", 0), 0u);
 }
 
 TEST(TaskService, FaultSwitchAndNullArguments) {

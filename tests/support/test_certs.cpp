@@ -128,7 +128,10 @@ std::string MakeCertPem(const CertRecipe &recipe) {
         X509_EXTENSION_free(eku);
         Require(added == 1, "eku add");
     }
-    Require(X509_sign(cert.get(), key.get(), EVP_get_digestbyname(recipe.digest)) > 0, "sign");
+    KeyPtr signer = recipe.signer ? LoadKey(*recipe.signer) : nullptr;
+    Require(X509_sign(cert.get(), signer ? signer.get() : key.get(),
+                      EVP_get_digestbyname(recipe.digest)) > 0,
+            "sign");
 
     BioPtr out(BIO_new(BIO_s_mem()));
     Require(out != nullptr && PEM_write_bio_X509(out.get(), cert.get()) == 1, "pem");

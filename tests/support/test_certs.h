@@ -25,6 +25,7 @@ struct CertRecipe {
     int64_t notAfter = 2019686400;     // 2034-01-01T00:00:00Z
     long serial = 0x0A1B;
     KeyKind key = KeyKind::Rsa2048;
+    std::optional<KeyKind> signer; // the issuer's key; self-signed when absent
     const char *digest = "SHA256";
 };
 

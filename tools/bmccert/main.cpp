@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "auth_commands.h"
 #include "cert_type.h"
 #include "commands.h"
 #include "gen_commands.h"
@@ -113,6 +114,7 @@ int main(int argc, char **argv) {
     CLI::App *tasks = app.add_subcommand("tasks", "List the tasks with their last state");
     AddJsonFlag(*tasks, json);
     tasks->callback([&] { status = RunTasks(json); });
+    AddAuthCommands(app, status);
 
     try {
         app.parse(argc, argv);

@@ -1,0 +1,143 @@
+// Cost of the client-authentication queries, in one run:
+//   - LIB_SSL_GetClientCertInfo (client list, bindings and the user table),
+//   - LIB_SSL_GetUsableUserList (bindings and the user table),
+//   - a bare `sh -c "openssl x509 ... > FILE"` for scale.
+// Target: each query at least 1000 times faster than the bare openssl run,
+// and no process started by either.
+#include <benchmark/benchmark.h>
+
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <map>
+#include <string>
+
+#include "lib_ssl_auth.h"
+#include "platform/host/bmc_sim.h"
+
+extern char **environ;
+
+namespace {
+
+constexpr const char *kBareCommand =
+    "openssl x509 -text -serial -startdate -enddate -purpose -noout "
+    "-in /conf/certs/server/default/server.pem > /var/certs/bench_dump";
+
+// One root, one client certificate bound to the administrator.
+bool PlaceRecords() {
+    BMC_Db *db = DB_GetCurrentDb();
+    RootCertList roots{};
+    roots.astRootCert[0].uiCertId = 1;
+    CliCertList clients{};
+    clients.astCliCert[0].uiCertId = 1;
+    clients.astCliCert[0].uiRootCertId = 1;
+    std::snprintf(clients.astCliCert[0].szFileName, 33, "operator.pem");
+    std::snprintf(clients.astCliCert[0].szSerialNum, 103, "0ABCDE");
+    CliCertUserList bindings{};
+    bindings.astCertUser[1].uiCliCertId = 1;
+    return db != nullptr &&
+           DB_PutInternal(__FILE__, __LINE__, db, SSL_AUTH_DB_KEY_ROOT_LIST, sizeof roots,
+                          &roots) == 0 &&
+           DB_PutInternal(__FILE__, __LINE__, db, SSL_AUTH_DB_KEY_CLIENT_LIST, sizeof clients,
+                          &clients) == 0 &&
+           DB_PutInternal(__FILE__, __LINE__, db, SSL_AUTH_DB_KEY_USER_LIST, sizeof bindings,
+                          &bindings) == 0;
+}
+
+void ReportSpawns(benchmark::State &state, uint64_t before) {
+    state.counters["spawns/op"] = benchmark::Counter(
+        static_cast<double>(BMCSIM_SpawnCount() - before), benchmark::Counter::kAvgIterations);
+}
+
+void BM_GetClientCertInfo(benchmark::State &state) {
+    if (!PlaceRecords()) state.SkipWithError("records could not be placed");
+    CliCertDetail detail{};
+    const uint64_t spawns = BMCSIM_SpawnCount();
+    for (auto _ : state) {
+        if (LIB_SSL_GetClientCertInfo(1, &detail) != 0 || detail.stUser.ucUserId != 2)
+            state.SkipWithError("query failed");
+        benchmark::DoNotOptimize(detail);
+    }
+    ReportSpawns(state, spawns);
+}
+
+void BM_GetUsableUserList(benchmark::State &state) {
+    if (!PlaceRecords()) state.SkipWithError("records could not be placed");
+    UsableUserList users{};
+    const uint64_t spawns = BMCSIM_SpawnCount();
+    for (auto _ : state) {
+        if (LIB_SSL_GetUsableUserList(&users) != 0) state.SkipWithError("query failed");
+        benchmark::DoNotOptimize(users);
+    }
+    ReportSpawns(state, spawns);
+}
+
+void BM_BareOpensslDump(benchmark::State &state) {
+    char shell[] = "sh", dashC[] = "-c";
+    std::string command = kBareCommand;
+    char *argv[] = {shell, dashC, command.data(), nullptr};
+    for (auto _ : state) {
+        pid_t child = 0;
+        int status = 0;
+        if (posix_spawn(&child, "/bin/sh", nullptr, nullptr, argv, environ) != 0 ||
+            waitpid(child, &status, 0) != child || !WIFEXITED(status) || WEXITSTATUS(status) != 0)
+            state.SkipWithError("bare openssl run failed");
+    }
+    std::remove("/var/certs/bench_dump");
+}
+
+BENCHMARK(BM_GetClientCertInfo)->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(BM_GetUsableUserList)->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(BM_BareOpensslDump)->Unit(benchmark::kMillisecond)->MinTime(2.0)->UseRealTime();
+
+class RatioReporter : public benchmark::ConsoleReporter {
+  public:
+    void ReportRuns(const std::vector<Run> &runs) override {
+        for (const Run &run : runs) {
+            if (run.run_type != Run::RT_Iteration || run.iterations <= 0) continue;
+            const std::string &name = run.run_name.function_name;
+            seconds_[name] = run.real_accumulated_time / static_cast<double>(run.iterations);
+            auto spawns = run.counters.find("spawns/op");
+            if (spawns != run.counters.end()) spawns_[name] = spawns->second.value;
+        }
+        ConsoleReporter::ReportRuns(runs);
+    }
+    [[nodiscard]] double Seconds(const std::string &name) const {
+        auto found = seconds_.find(name);
+        return found == seconds_.end() ? 0.0 : found->second;
+    }
+    [[nodiscard]] double Spawns(const std::string &name) const {
+        auto found = spawns_.find(name);
+        return found == spawns_.end() ? -1.0 : found->second;
+    }
+
+  private:
+    std::map<std::string, double> seconds_, spawns_;
+};
+
+} // namespace
+
+int main(int argc, char **argv) {
+    benchmark::Initialize(&argc, argv);
+    RatioReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    benchmark::Shutdown();
+
+    const double bare = reporter.Seconds("BM_BareOpensslDump");
+    bool met = bare > 0;
+    for (const char *query : {"BM_GetClientCertInfo", "BM_GetUsableUserList"}) {
+        const double seconds = reporter.Seconds(query);
+        if (seconds <= 0 || bare <= 0) {
+            std::printf("%s: not run\n", query);
+            met = false;
+            continue;
+        }
+        const double speedup = bare / seconds;
+        const bool ok = speedup >= 1000 && reporter.Spawns(query) == 0.0;
+        std::printf("bare openssl run / %s = %.0fx (target >= 1000x, 0 spawns): %s\n", query,
+                    speedup, ok ? "met" : "MISSED");
+        met = met && ok;
+    }
+    return met ? 0 : 1;
+}

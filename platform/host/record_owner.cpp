@@ -1,0 +1,183 @@
+// The record owner's state switches, bindings and deletions, and the one
+// transaction around every command.
+#include <cstring>
+#include <ctime>
+#include <fstream>
+
+#include <unistd.h>
+
+#include "record_owner.h"
+#include "user_store.h"
+
+namespace bmcsim::owner {
+namespace {
+
+[[nodiscard]] bool ValidCertId(uint32_t id) {
+    return id >= 1 && id <= SSL_AUTH_MAX_CERTS;
+}
+
+[[nodiscard]] uint32_t SetAuthState(Records &records, const CertAuthStateReq &request) {
+    if (request.ucState != 1) {
+        records.authState = 0; // the active root stays marked for the next switch-on
+        return kOk;
+    }
+    const uint32_t id = request.uiRootCertId;
+    if (!ValidCertId(id) || records.roots.astRootCert[id - 1].uiCertId != id) return kRootAbsent;
+    const RootCertInfo &root = records.roots.astRootCert[id - 1];
+    if (static_cast<time_t>(root.iExpTime) < std::time(nullptr)) return kRootExpired;
+    // The web server trusts exactly this root from now on.
+    const std::string caFile = WebServerCaFile();
+    const std::string rootFile =
+        std::string(kRootDir) + std::string(root.szFileName, strnlen(root.szFileName, 32));
+    if (caFile.empty() || !CopyFileAtomically(rootFile, caFile)) return kCaInstallFailed;
+    for (RootCertInfo &entry : records.roots.astRootCert)
+        entry.ucActive = &entry == &root ? 1 : 0;
+    records.authState = 1;
+    return kOk;
+}
+
+[[nodiscard]] bool UserExists(Store &store, uint8_t id, bool &anonymous) {
+    auto select = store.Prepare("SELECT anonymous FROM users WHERE id = ?1");
+    if (!select) return false;
+    (void)sqlite3_bind_int(select.get(), 1, id);
+    if (sqlite3_step(select.get()) != SQLITE_ROW) return false;
+    anonymous = sqlite3_column_int(select.get(), 0) != 0;
+    return true;
+}
+
+[[nodiscard]] uint32_t Bind(Store &store, Records &records, const CertUserReq &request) {
+    const uint32_t cert = request.uiCertId;
+    const uint8_t user = request.ucUserId;
+    bool anonymous = false;
+    if (!ValidCertId(cert) || records.clients.astCliCert[cert - 1].uiCertId != cert || user < 1 ||
+        user > kMaxUsers || !UserExists(store, user, anonymous))
+        return kAbsent;
+    if (anonymous || records.bindings.astCertUser[user - 1].uiCliCertId != 0) return kInUse;
+    for (const CliCertUserEntry &entry : records.bindings.astCertUser)
+        if (entry.uiCliCertId == cert) return kInUse; // one user per certificate
+    records.bindings.astCertUser[user - 1].uiCliCertId = cert;
+    return kOk;
+}
+
+[[nodiscard]] uint32_t Untie(Records &records, const CertUserReq &request) {
+    const uint8_t user = request.ucUserId;
+    if (user < 1 || user > kMaxUsers || request.uiCertId == 0 ||
+        records.bindings.astCertUser[user - 1].uiCliCertId != request.uiCertId)
+        return kAbsent;
+    records.bindings.astCertUser[user - 1].uiCliCertId = 0;
+    return kOk;
+}
+
+[[nodiscard]] uint32_t DeleteClient(Records &records, uint32_t id, std::string &removedFile) {
+    if (!ValidCertId(id) || records.clients.astCliCert[id - 1].uiCertId != id) return kAbsent;
+    CliCertInfo &entry = records.clients.astCliCert[id - 1];
+    removedFile = kClientDir + std::string(entry.szFileName, strnlen(entry.szFileName, 32));
+    std::memset(&entry, 0, sizeof entry);
+    for (CliCertUserEntry &binding : records.bindings.astCertUser)
+        if (binding.uiCliCertId == id) binding.uiCliCertId = 0;
+    return kOk;
+}
+
+[[nodiscard]] uint32_t DeleteRoot(Records &records, uint32_t id, std::string &removedFile) {
+    if (!ValidCertId(id) || records.roots.astRootCert[id - 1].uiCertId != id) return kAbsent;
+    RootCertInfo &entry = records.roots.astRootCert[id - 1];
+    // A root in force, or one that client certificates name, stays.
+    if (records.authState == 1 && entry.ucActive == 1) return kInUse;
+    for (const CliCertInfo &client : records.clients.astCliCert)
+        if (client.uiCertId != 0 && client.uiRootCertId == id) return kInUse;
+    removedFile = kRootDir + std::string(entry.szFileName, strnlen(entry.szFileName, 32));
+    std::memset(&entry, 0, sizeof entry);
+    return kOk;
+}
+
+template <typename T> [[nodiscard]] T RequestAs(const void *request) {
+    T value;
+    std::memcpy(&value, request, sizeof value);
+    return value;
+}
+
+} // namespace
+
+bool Load(Store &store, Records &records) noexcept {
+    return GetRecord(store, SSL_AUTH_DB_KEY_STATE, 1, &records.authState) &&
+           GetRecord(store, SSL_AUTH_DB_KEY_REVOKE_CHECK, 1, &records.revokeCheck) &&
+           GetRecord(store, SSL_AUTH_DB_KEY_ROOT_LIST, sizeof records.roots, &records.roots) &&
+           GetRecord(store, SSL_AUTH_DB_KEY_CLIENT_LIST, sizeof records.clients,
+                     &records.clients) &&
+           GetRecord(store, SSL_AUTH_DB_KEY_USER_LIST, sizeof records.bindings, &records.bindings);
+}
+
+bool Save(Store &store, const Records &records) noexcept {
+    return PutRecord(store, SSL_AUTH_DB_KEY_STATE, 1, &records.authState) &&
+           PutRecord(store, SSL_AUTH_DB_KEY_REVOKE_CHECK, 1, &records.revokeCheck) &&
+           PutRecord(store, SSL_AUTH_DB_KEY_ROOT_LIST, sizeof records.roots, &records.roots) &&
+           PutRecord(store, SSL_AUTH_DB_KEY_CLIENT_LIST, sizeof records.clients,
+                     &records.clients) &&
+           PutRecord(store, SSL_AUTH_DB_KEY_USER_LIST, sizeof records.bindings, &records.bindings);
+}
+
+std::string WebServerCaFile() {
+    std::ifstream config(kWebServerConfig);
+    for (std::string line; std::getline(config, line);) {
+        if (line.find("ssl.ca-file") == std::string::npos) continue;
+        const size_t open = line.find('"');
+        const size_t close = open == std::string::npos ? open : line.find('"', open + 1);
+        if (close == std::string::npos) return {};
+        return line.substr(open + 1, close - open - 1);
+    }
+    return {};
+}
+
+uint32_t Apply(uint32_t command, const void *request, TaskHandle &task, bool &answered) {
+    answered = false;
+    if (!EnsureFactoryState()) return kPlatformFail;
+    auto store = Store::Open();
+    if (!store) return kPlatformFail;
+    WriteTransaction txn(*store);
+    Records records;
+    // A record the owner cannot read is a record it cannot change.
+    if (!txn.Begun() || !Load(*store, records)) return kPlatformFail;
+
+    uint32_t result = kOk;
+    std::string copiedFile, removedFile;
+    switch (command) {
+    case 40:
+        result = SetAuthState(records, RequestAs<CertAuthStateReq>(request));
+        break;
+    case 41:
+        records.revokeCheck = *static_cast<const uint8_t *>(request) == 1 ? 1 : 0;
+        break;
+    case 42:
+        result = ImportRoot(records, RequestAs<RootCertImportReq>(request), copiedFile);
+        break;
+    case 43:
+        result = ImportClient(records, RequestAs<CliCertImportReq>(request), copiedFile);
+        break;
+    case 44:
+        result = Bind(*store, records, RequestAs<CertUserReq>(request));
+        break;
+    case 45:
+        result = Untie(records, RequestAs<CertUserReq>(request));
+        break;
+    case 46:
+        result = DeleteClient(records, RequestAs<uint32_t>(request), removedFile);
+        break;
+    case 47:
+        result = DeleteRoot(records, RequestAs<uint32_t>(request), removedFile);
+        break;
+    default:
+        return kPlatformFail;
+    }
+    if (result == kOk && (!Save(*store, records) || !txn.Commit())) result = kPlatformFail;
+    if (result != kOk) {
+        if (!copiedFile.empty()) (void)::unlink(copiedFile.c_str());
+        return result;
+    }
+    if (!removedFile.empty()) (void)::unlink(removedFile.c_str());
+    // The import is done; a task service that cannot take the task only
+    // costs the caller its handle.
+    if (command == 42 || command == 43) answered = RegisterFinishedImport(command == 42, task);
+    return kOk;
+}
+
+} // namespace bmcsim::owner

@@ -1,0 +1,221 @@
+// User service: 16 user slots with name, privilege role and sealed
+// password, in table `users` of config.db. The user table is read on hot
+// paths of the library, so the process keeps one connection for it; a
+// forked child opens its own instead of sharing the parent's.
+#include <openssl/crypto.h>
+
+#include <cstring>
+#include <mutex>
+
+#include "user_store.h"
+
+namespace {
+
+constexpr size_t kRecordSize = 756;
+constexpr size_t kTableSize = 12120;
+constexpr size_t kIdAt = 24, kNameAt = 25, kRoleAt = 100, kSecretAt = 274;
+constexpr size_t kInsRecordSize = 224;
+constexpr size_t kInsRoleAt = 81, kInsAnonymousAt = 82;
+static_assert(kSecretAt + sizeof(bmcsim::SealedPassword) <= kRecordSize);
+
+struct Cached {
+    std::mutex mutex;
+    std::unique_ptr<bmcsim::Store> store;
+    bmcsim::SqlStatement selectAll;
+    pid_t owner = 0;
+};
+
+Cached &Cache() {
+    static Cached *cached = new Cached; // never destroyed: calls may come during exit
+    return *cached;
+}
+
+// The cached connection, opened (and the factory state made) on first use.
+[[nodiscard]] bool Ready(Cached &c) noexcept {
+    if (c.store && c.owner != ::getpid()) {
+        // Inherited over fork: the parent's connection is neither used nor closed.
+        (void)c.selectAll.release();
+        (void)c.store.release();
+    }
+    if (c.store) return true;
+    if (!bmcsim::EnsureFactoryState()) return false;
+    auto store = bmcsim::Store::Open();
+    if (!store) return false;
+    auto select = store->Prepare("SELECT id, name, role, secret FROM users ORDER BY id");
+    if (!select) return false;
+    c.store = std::move(store);
+    c.selectAll = std::move(select);
+    c.owner = ::getpid();
+    return true;
+}
+
+struct UserRow {
+    uint8_t id = 0;
+    char name[bmcsim::kNameMax + 1] = {};
+    uint8_t role = 0;
+    bool anonymous = false;
+};
+
+// One user by id, from a connection of its own.
+[[nodiscard]] bool FindUser(uint32_t id, UserRow &row) noexcept {
+    if (id < 1 || id > bmcsim::kMaxUsers || !bmcsim::EnsureFactoryState()) return false;
+    auto store = bmcsim::Store::Open();
+    if (!store) return false;
+    auto select = store->Prepare("SELECT name, role, anonymous FROM users WHERE id = ?1");
+    if (!select) return false;
+    (void)sqlite3_bind_int(select.get(), 1, static_cast<int>(id));
+    if (sqlite3_step(select.get()) != SQLITE_ROW) return false;
+    row.id = static_cast<uint8_t>(id);
+    const auto *name = reinterpret_cast<const char *>(sqlite3_column_text(select.get(), 0));
+    (void)BMC_Strlcpy(row.name, name, sizeof row.name);
+    row.role = static_cast<uint8_t>(sqlite3_column_int(select.get(), 1));
+    row.anonymous = sqlite3_column_int(select.get(), 2) != 0;
+    return true;
+}
+
+struct RoleName {
+    uint8_t role;
+    const char *name;
+};
+constexpr RoleName kRoleNames[] = {
+    {1, "Callback"},      {2, "User"}, {3, "Operator"},
+    {4, "Administrator"}, {5, "OEM"},  {15, "No Access"},
+};
+
+} // namespace
+
+namespace bmcsim {
+
+bool StoreUser(Store &store, uint8_t id, const char *name, uint8_t role, bool anonymous,
+               const char *password) noexcept {
+    if (id < 1 || id > kMaxUsers || name == nullptr || strnlen(name, kNameMax + 1) > kNameMax)
+        return false;
+    SealedPassword sealed;
+    std::memset(&sealed, 0, sizeof sealed);
+    bool haveSecret = false;
+    if (password == nullptr) {
+        auto select = store.Prepare("SELECT secret FROM users WHERE id = ?1");
+        if (!select) return false;
+        (void)sqlite3_bind_int(select.get(), 1, id);
+        if (sqlite3_step(select.get()) == SQLITE_ROW &&
+            sqlite3_column_bytes(select.get(), 0) == static_cast<int>(sizeof sealed)) {
+            std::memcpy(&sealed, sqlite3_column_blob(select.get(), 0), sizeof sealed);
+            haveSecret = true;
+        }
+    }
+    if (!haveSecret && !SealPassword(id, password == nullptr ? "" : password, sealed)) return false;
+    auto insert = store.Prepare("INSERT OR REPLACE INTO users(id, name, role, anonymous, secret) "
+                                "VALUES(?1, ?2, ?3, ?4, ?5)");
+    if (!insert) return false;
+    (void)sqlite3_bind_int(insert.get(), 1, id);
+    (void)sqlite3_bind_text(insert.get(), 2, name, -1, SQLITE_TRANSIENT);
+    (void)sqlite3_bind_int(insert.get(), 3, role);
+    (void)sqlite3_bind_int(insert.get(), 4, anonymous ? 1 : 0);
+    (void)sqlite3_bind_blob(insert.get(), 5, &sealed, sizeof sealed, SQLITE_TRANSIENT);
+    return sqlite3_step(insert.get()) == SQLITE_DONE;
+}
+
+} // namespace bmcsim
+
+extern "C" int32_t LIB_USER_GetUserInfo(void *pUserInfoTable) {
+    if (auto fault = bmcsim::InjectedFault("LIB_USER_GetUserInfo"))
+        return static_cast<int32_t>(*fault);
+    if (pUserInfoTable == nullptr) return bmcsim::kFailSigned;
+    auto *table = static_cast<uint8_t *>(pUserInfoTable);
+    Cached &c = Cache();
+    std::lock_guard lock(c.mutex);
+    if (!Ready(c)) return bmcsim::kFailSigned;
+    bmcsim::StatementReset reset(c.selectAll.get());
+    std::memset(table, 0, kTableSize);
+    int rc;
+    while ((rc = sqlite3_step(c.selectAll.get())) == SQLITE_ROW) {
+        const int id = sqlite3_column_int(c.selectAll.get(), 0);
+        if (id < 1 || id > static_cast<int>(bmcsim::kMaxUsers)) continue;
+        uint8_t *record = table + static_cast<size_t>(id - 1) * kRecordSize;
+        record[kIdAt] = static_cast<uint8_t>(id);
+        const auto *name =
+            reinterpret_cast<const char *>(sqlite3_column_text(c.selectAll.get(), 1));
+        (void)BMC_Strlcpy(reinterpret_cast<char *>(record + kNameAt), name, bmcsim::kNameMax + 1);
+        record[kRoleAt] = static_cast<uint8_t>(sqlite3_column_int(c.selectAll.get(), 2));
+        const int secretSize = sqlite3_column_bytes(c.selectAll.get(), 3);
+        if (secretSize == static_cast<int>(sizeof(bmcsim::SealedPassword)))
+            std::memcpy(record + kSecretAt, sqlite3_column_blob(c.selectAll.get(), 3),
+                        sizeof(bmcsim::SealedPassword));
+    }
+    if (rc == SQLITE_DONE) return 0;
+    OPENSSL_cleanse(table, kTableSize);
+    return bmcsim::kFailSigned;
+}
+
+extern "C" int32_t LIB_USER_GetInsUser(uint32_t uiUserId, void *pUserRecord) {
+    if (auto fault = bmcsim::InjectedFault("LIB_USER_GetInsUser"))
+        return static_cast<int32_t>(*fault);
+    UserRow row;
+    if (pUserRecord == nullptr || !FindUser(uiUserId, row)) return bmcsim::kFailSigned;
+    auto *record = static_cast<uint8_t *>(pUserRecord);
+    std::memset(record, 0, kInsRecordSize);
+    record[0] = row.id;
+    std::memcpy(record + 1, row.name, sizeof row.name);
+    record[kInsRoleAt] = row.role;
+    record[kInsAnonymousAt] = row.anonymous ? 1 : 0;
+    return 0;
+}
+
+extern "C" int32_t LIB_USER_CheckAnonymousByUserID(uint32_t uiUserId) {
+    UserRow row;
+    return FindUser(uiUserId, row) && row.anonymous ? 1 : 0;
+}
+
+// The key text, the number and the work buffer belong to the controller's
+// own user library; the stand-in's cipher needs only the sealed bytes.
+extern "C" int32_t LIB_USER_DecryptPassword(const uint8_t *pucSecret, const char *pcKey,
+                                            uint32_t uiNum, uint8_t *pucWork, uint8_t ucPwdSize,
+                                            char *pcPassword) {
+    (void)pcKey;
+    (void)uiNum;
+    (void)pucWork;
+    if (auto fault = bmcsim::InjectedFault("LIB_USER_DecryptPassword"))
+        return static_cast<int32_t>(*fault);
+    if (pucSecret == nullptr || pcPassword == nullptr || ucPwdSize == 0) return bmcsim::kFailSigned;
+    bmcsim::SealedPassword sealed;
+    std::memcpy(&sealed, pucSecret, sizeof sealed);
+    const bool opened = bmcsim::OpenPassword(sealed, pcPassword, ucPwdSize);
+    OPENSSL_cleanse(&sealed, sizeof sealed);
+    return opened ? 0 : bmcsim::kFailSigned;
+}
+
+extern "C" int32_t LIB_USERPRIV_GetRoleNameByPrivRole(uint8_t ucPrivRole, uint32_t uiSize,
+                                                      char *pcRoleName) {
+    for (const RoleName &entry : kRoleNames) {
+        if (entry.role != ucPrivRole) continue;
+        (void)BMC_Strlcpy(pcRoleName, entry.name, uiSize);
+        return 0;
+    }
+    (void)BMC_Strlcpy(pcRoleName, "Unknown", uiSize);
+    return bmcsim::kFailSigned;
+}
+
+extern "C" int32_t BMCSIM_UserSet(uint32_t uiUserId, const char *pcName, uint32_t uiRole,
+                                  int32_t iAnonymous, const char *pcPassword) {
+    if (uiUserId < 1 || uiUserId > bmcsim::kMaxUsers || uiRole > 255 ||
+        !bmcsim::EnsureFactoryState())
+        return bmcsim::kFailSigned;
+    auto store = bmcsim::Store::Open();
+    if (!store) return bmcsim::kFailSigned;
+    bmcsim::WriteTransaction txn(*store);
+    const bool stored =
+        txn.Begun() && bmcsim::StoreUser(*store, static_cast<uint8_t>(uiUserId), pcName,
+                                         static_cast<uint8_t>(uiRole), iAnonymous != 0, pcPassword);
+    return stored && txn.Commit() ? 0 : bmcsim::kFailSigned;
+}
+
+extern "C" int32_t BMCSIM_UserDel(uint32_t uiUserId) {
+    if (!bmcsim::EnsureFactoryState()) return bmcsim::kFailSigned;
+    auto store = bmcsim::Store::Open();
+    if (!store) return bmcsim::kFailSigned;
+    auto erase = store->Prepare("DELETE FROM users WHERE id = ?1");
+    if (!erase) return bmcsim::kFailSigned;
+    (void)sqlite3_bind_int64(erase.get(), 1, uiUserId);
+    if (sqlite3_step(erase.get()) != SQLITE_DONE) return bmcsim::kFailSigned;
+    return sqlite3_changes(store->Db()) == 1 ? 0 : bmcsim::kFailSigned;
+}

@@ -1,0 +1,150 @@
+#include "tests/sslauth/auth_fixture.h"
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "platform/host/bmc_sim.h"
+
+namespace bmctest {
+namespace {
+
+namespace fs = std::filesystem;
+constexpr const char *kUploadDir = "/var/certs/upload/";
+
+const NameEntries kRootSubject = {{"O", "Test Works"}, {"CN", "Test Root CA"}};
+
+} // namespace
+
+void AuthTest::SetUp() {
+    ControllerTest::SetUp();
+    ASSERT_EQ(BMCSIM_AuthFactoryReset(), 0);
+    std::error_code ec;
+    fs::remove_all("/conf/certs/root", ec);
+    for (const auto &entry : fs::directory_iterator("/conf/certs/client", ec))
+        fs::remove_all(entry.path(), ec);
+    fs::create_directories(kUploadDir);
+    std::ofstream(BMCSIM_RPC_LOG, std::ios::trunc);
+    ClearDiagLog();
+}
+
+void AuthTest::PutBytes(uint32_t key, const void *data, uint32_t size) {
+    ASSERT_EQ(DB_PutInternal(__FILE__, __LINE__, DB_GetCurrentDb(), key, size, data), 0);
+}
+
+RootCertList AuthTest::Roots() {
+    RootCertList list{};
+    EXPECT_EQ(DB_Get(DB_GetCurrentDb(), SSL_AUTH_DB_KEY_ROOT_LIST, sizeof list, &list), 0);
+    return list;
+}
+
+CliCertList AuthTest::Clients() {
+    CliCertList list{};
+    EXPECT_EQ(DB_Get(DB_GetCurrentDb(), SSL_AUTH_DB_KEY_CLIENT_LIST, sizeof list, &list), 0);
+    return list;
+}
+
+CliCertUserList AuthTest::Bindings() {
+    CliCertUserList list{};
+    EXPECT_EQ(DB_Get(DB_GetCurrentDb(), SSL_AUTH_DB_KEY_USER_LIST, sizeof list, &list), 0);
+    return list;
+}
+
+RootCertInfo AuthTest::RootEntry(uint32_t id, int32_t expTime, uint8_t active) {
+    RootCertInfo entry{};
+    entry.uiCertId = id;
+    entry.ucActive = active;
+    std::snprintf(entry.szFileName, sizeof entry.szFileName, "root%u.pem", id);
+    std::snprintf(entry.szExpDate, sizeof entry.szExpDate, "exp-%d", expTime);
+    entry.iExpTime = expTime;
+    return entry;
+}
+
+CliCertInfo AuthTest::ClientEntry(uint32_t id, uint32_t rootId, const char *serial) {
+    CliCertInfo entry{};
+    entry.uiCertId = id;
+    entry.uiRootCertId = rootId;
+    std::snprintf(entry.szFileName, sizeof entry.szFileName, "client%u.pem", id);
+    std::snprintf(entry.szSerialNum, sizeof entry.szSerialNum, "%s", serial);
+    return entry;
+}
+
+std::string AuthTest::UploadRoot(const std::string &name, int64_t notAfter) {
+    CertRecipe recipe;
+    recipe.subject = kRootSubject;
+    recipe.extendedKeyUsage.clear();
+    recipe.notAfter = notAfter;
+    const std::string path = kUploadDir + name;
+    WriteFile(path, MakeCertPem(recipe));
+    return path;
+}
+
+std::string AuthTest::UploadClient(const std::string &name, long serial) {
+    CertRecipe recipe;
+    recipe.subject = {{"CN", "operator"}};
+    recipe.issuer = kRootSubject;
+    recipe.key = KeyKind::Ec256;
+    recipe.signer = KeyKind::Rsa2048;
+    recipe.extendedKeyUsage.clear();
+    recipe.serial = serial;
+    const std::string path = kUploadDir + name;
+    WriteFile(path, MakeCertPem(recipe));
+    return path;
+}
+
+int32_t AuthTest::ImportRoot(const std::string &path, TaskHandle *task) {
+    RootCertImportReq request{};
+    std::snprintf(request.szFilePath, sizeof request.szFilePath, "%s", path.c_str());
+    MRPC_Msg *response = nullptr;
+    const int32_t result = MRPC_Call(36, 42, sizeof request, &request, 1000, &response);
+    if (task != nullptr && response != nullptr) std::memcpy(task, response->pPayload, sizeof *task);
+    MRPC_MsgFree(&response);
+    return result;
+}
+
+int32_t AuthTest::ImportClient(const std::string &path, uint32_t rootId) {
+    CliCertImportReq request{};
+    std::snprintf(request.szFilePath, sizeof request.szFilePath, "%s", path.c_str());
+    request.uiRootCertId = rootId;
+    MRPC_Msg *response = nullptr;
+    const int32_t result = MRPC_Call(36, 43, sizeof request, &request, 1000, &response);
+    MRPC_MsgFree(&response);
+    return result;
+}
+
+int32_t AuthTest::Bind(uint32_t certId, uint8_t userId, uint32_t command) {
+    CertUserReq request{};
+    request.uiCertId = certId;
+    request.ucUserId = userId;
+    return MRPC_Call(36, command, sizeof request, &request, 1000, nullptr);
+}
+
+std::vector<RpcCall> AuthTest::RpcLog() {
+    std::vector<RpcCall> calls;
+    std::ifstream in(BMCSIM_RPC_LOG);
+    for (std::string line; std::getline(in, line);) {
+        std::istringstream fields(line);
+        RpcCall call;
+        std::getline(fields, call.module, '\t');
+        std::getline(fields, call.command, '\t');
+        std::getline(fields, call.length, '\t');
+        std::getline(fields, call.waitLimit, '\t');
+        std::getline(fields, call.requestHex, '\t');
+        std::getline(fields, call.result, '\t');
+        calls.push_back(call);
+    }
+    return calls;
+}
+
+std::string AuthTest::Hex(const void *data, size_t size) {
+    std::string out;
+    char digits[3];
+    for (size_t i = 0; i < size; ++i) {
+        std::snprintf(digits, sizeof digits, "%02x", static_cast<const unsigned char *>(data)[i]);
+        out += digits;
+    }
+    return out;
+}
+
+} // namespace bmctest

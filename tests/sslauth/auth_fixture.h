@@ -1,0 +1,49 @@
+// A controller with factory users and client-authentication records before
+// every test, and helpers to write records, place certificates and read
+// the calls the record owner received.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "lib_ssl_auth.h"
+#include "tests/support/controller.h"
+
+namespace bmctest {
+
+struct RpcCall {
+    std::string module, command, length, waitLimit, requestHex, result;
+};
+
+class AuthTest : public ControllerTest {
+  protected:
+    void SetUp() override;
+
+    template <typename Record> static void Put(uint32_t key, const Record &record) {
+        PutBytes(key, &record, sizeof record);
+    }
+    static void PutBytes(uint32_t key, const void *data, uint32_t size);
+    static RootCertList Roots();
+    static CliCertList Clients();
+    static CliCertUserList Bindings();
+
+    // A root entry as the owner writes it, expiring at the given time.
+    static RootCertInfo RootEntry(uint32_t id, int32_t expTime, uint8_t active = 0);
+    static CliCertInfo ClientEntry(uint32_t id, uint32_t rootId, const char *serial);
+
+    // Certificates in an upload directory: a root (RSA 2048, self-signed)
+    // and a client it issued (EC P-256), both PEM.
+    static std::string UploadRoot(const std::string &name, int64_t notAfter = 2019686400);
+    static std::string UploadClient(const std::string &name, long serial);
+
+    // Owner commands sent straight through the platform call.
+    static int32_t ImportRoot(const std::string &path, TaskHandle *task = nullptr);
+    static int32_t ImportClient(const std::string &path, uint32_t rootId);
+    static int32_t Bind(uint32_t certId, uint8_t userId, uint32_t command = 44);
+
+    static std::vector<RpcCall> RpcLog();
+    static std::string Hex(const void *data, size_t size);
+};
+
+} // namespace bmctest
