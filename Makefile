@@ -6,7 +6,7 @@ BUILD_DIR ?= build
 DEMO_ROOT ?= $(CURDIR)/demo-root
 JOBS ?= $(shell nproc)
 
-.PHONY: all deps build test demo bench clean
+.PHONY: all deps build test demo bench fuzz hardening clean
 
 all: build
 
@@ -26,5 +26,14 @@ demo: build
 bench: build
 	cmake --build $(BUILD_DIR) --target bench
 
+# Every fuzz target for FUZZ_SECONDS (default 60) each; fails on a crash,
+# leak or timeout.
+fuzz: deps
+	bash scripts/fuzz.sh
+
+# What CI runs after the tests: sanitizer builds, valgrind, fuzz smoke run.
+hardening: build
+	bash scripts/hardening.sh
+
 clean:
-	rm -rf $(BUILD_DIR) $(DEMO_ROOT)
+	rm -rf $(BUILD_DIR) $(DEMO_ROOT) build-fuzz build-asan build-tsan

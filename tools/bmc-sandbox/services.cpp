@@ -32,8 +32,8 @@ constexpr auto kPollInterval = std::chrono::milliseconds(20);
 constexpr size_t kLogTail = 2000;
 constexpr size_t kLogTailLines = 8;
 
+// Positions in kUnits: the tunnel first, then the web server.
 constexpr size_t kTunnel = 0;
-constexpr size_t kWeb = 1;
 
 struct UnitInfo {
     std::string_view unit;
