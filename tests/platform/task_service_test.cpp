@@ -105,16 +105,4 @@ TEST(TaskService, KeepsTheLastReportAndLogsWholeRecords) {
         lines[lines.size() - 1].rfind("update\t" + std::to_string(id) + "\t2\t100\tdone\t", 0), 0u);
 }
 
-TEST(TaskService, FaultSwitchAndNullArguments) {
-    uint32_t id = 0, tag = 0;
-    TaskRegisterRecord reg{};
-    EXPECT_NE(TASK_TaskServiceRegister(nullptr, &id, &tag, 1), 0);
-    EXPECT_NE(TASK_TaskServiceRegister(&reg, nullptr, &tag, 1), 0);
-    EXPECT_NE(TASK_TaskServiceUpdate(nullptr), 0);
-    setenv(BMCSIM_ENV_FAULTS, "TASK_TaskServiceRegister=0x81000009", 1);
-    EXPECT_EQ(TASK_TaskServiceRegister(&reg, &id, &tag, 1), static_cast<int32_t>(0x81000009));
-    unsetenv(BMCSIM_ENV_FAULTS);
-    EXPECT_EQ(id, 0u);
-}
-
 } // namespace
