@@ -2,11 +2,18 @@
 #   make demo  - install what is missing, build, run the main job in a sandboxed
 #                controller with its real TLS tunnel and web server
 #   make test  - install what is missing, build, run the whole test suite
+# For the controller's targets (see README, "Firmware integration"):
+#   make test-armhf      - cross build for 32-bit ARM, the whole suite under qemu-arm
+#   make test-openssl11  - the whole suite against OpenSSL 1.1.1 and its openssl tool
 BUILD_DIR ?= build
+ARMHF_DIR ?= build-armhf
+OPENSSL11_DIR ?= build-openssl11
 DEMO_ROOT ?= $(CURDIR)/demo-root
 JOBS ?= $(shell nproc)
+# Release builds without the benchmarks: only what the suite needs.
+LEAN = -DCMAKE_BUILD_TYPE=Release -DBMCCERT_BENCH=OFF
 
-.PHONY: all deps build test demo bench clean
+.PHONY: all deps build test demo bench clean host-tools test-armhf test-openssl11
 
 all: build
 
@@ -26,5 +33,27 @@ demo: build
 bench: build
 	cmake --build $(BUILD_DIR) --target bench
 
+# The sandbox runs on this machine whatever the target: taken from the host build.
+host-tools: deps
+	test -f $(BUILD_DIR)/CMakeCache.txt || cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo
+	cmake --build $(BUILD_DIR) -j $(JOBS) --target bmc-sandbox
+
+test-armhf: host-tools
+	bash scripts/install-deps.sh armhf
+	bash scripts/armhf-sysroot.sh $(ARMHF_DIR)/sysroot
+	cmake -S . -B $(ARMHF_DIR) $(LEAN) -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-armhf.cmake \
+	  -DBMCCERT_SYSROOT=$(CURDIR)/$(ARMHF_DIR)/sysroot -DBMCCERT_HOST_TOOLS_DIR=$(CURDIR)/$(BUILD_DIR)/bin
+	cmake --build $(ARMHF_DIR) -j $(JOBS)
+	cd $(ARMHF_DIR) && ctest --output-on-failure -j 2
+
+test-openssl11: host-tools
+	bash scripts/openssl11-prefix.sh $(OPENSSL11_DIR)/openssl11
+	cmake -S . -B $(OPENSSL11_DIR) $(LEAN) -DBMCCERT_HOST_TOOLS_DIR=$(CURDIR)/$(BUILD_DIR)/bin \
+	  -C $(OPENSSL11_DIR)/openssl11/cache.cmake
+	cmake --build $(OPENSSL11_DIR) -j $(JOBS)
+	bash scripts/check-openssl11.sh $(OPENSSL11_DIR)
+	cd $(OPENSSL11_DIR) && PATH=$(CURDIR)/$(OPENSSL11_DIR)/openssl11/bin:$$PATH \
+	  ctest --output-on-failure -j 2
+
 clean:
-	rm -rf $(BUILD_DIR) $(DEMO_ROOT)
+	rm -rf $(BUILD_DIR) $(ARMHF_DIR) $(OPENSSL11_DIR) $(DEMO_ROOT)
