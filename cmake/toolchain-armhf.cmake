@@ -19,7 +19,8 @@ endif()
 # try_compile projects read this file again and must see the same sysroot.
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES BMCCERT_SYSROOT)
 
-set(CMAKE_FIND_ROOT_PATH ${BMCCERT_SYSROOT})
+# A caller may add roots of its own (a staging directory bmccert was installed to).
+list(APPEND CMAKE_FIND_ROOT_PATH ${BMCCERT_SYSROOT})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
