@@ -2,11 +2,18 @@
 #   make demo  - install what is missing, build, run the main job in a sandboxed
 #                controller with its real TLS tunnel and web server
 #   make test  - install what is missing, build, run the whole test suite
+# For the controller's targets (see README, "Firmware integration"):
+#   make test-armhf      - cross build for 32-bit ARM, the whole suite under qemu-arm
+#   make test-openssl11  - the whole suite against OpenSSL 1.1.1 and its openssl tool
 BUILD_DIR ?= build
+ARMHF_DIR ?= build-armhf
+OPENSSL11_DIR ?= build-openssl11
 DEMO_ROOT ?= $(CURDIR)/demo-root
 JOBS ?= $(shell nproc)
+# Release builds without the benchmarks: only what the suite needs.
+LEAN = -DCMAKE_BUILD_TYPE=Release -DBMCCERT_BENCH=OFF -DBMCCERT_SYSTEM_LINK_TEST=OFF
 
-.PHONY: all deps build test demo bench fuzz hardening clean
+.PHONY: all deps build test demo bench fuzz hardening clean host-tools test-armhf test-openssl11
 
 all: build
 
@@ -26,14 +33,4 @@ demo: build
 bench: build
 	cmake --build $(BUILD_DIR) --target bench
 
-# Every fuzz target for FUZZ_SECONDS (default 60) each; fails on a crash,
-# leak or timeout.
-fuzz: deps
-	bash scripts/fuzz.sh
-
-# What CI runs after the tests: sanitizer builds, valgrind, fuzz smoke run.
-hardening: build
-	bash scripts/hardening.sh
-
-clean:
-	rm -rf $(BUILD_DIR) $(DEMO_ROOT) build-fuzz build-asan build-tsan
+.PHONY: all deps build test demo bench fuzz hardening clean host-tools test-armhf test-openssl11

@@ -201,21 +201,57 @@ BMCCERT_LAYOUT_ASSERT(UploadParam_cert, offsetof(UploadParam, CertSrcPath) == 84
 BMCCERT_LAYOUT_ASSERT(UploadParam_key, offsetof(UploadParam, PrivkeySrcPath) == 1109);
 BMCCERT_LAYOUT_ASSERT(UploadParam_size, sizeof(UploadParam) == 2136);
 
+/*
+ * Every function below returns a result code (SSLCERT_* above) unless its
+ * comment says otherwise; the details of a failure go to the platform's
+ * diagnostics log. "Runs the openssl tool" means the call starts a process
+ * and waits for it; all others do their work in the calling thread. Any
+ * function may be called from several threads at once.
+ */
+
 /* ---- Server certificate locations and type ------------------------------ */
+
+/* The type of the server certificate in force: SSL_CERT_TYPE_USER,
+ * _OEM_CUSTOM or _OEM_DEFAULT (with the OEM flag only) or _DEFAULT, the
+ * first whose certificate and key files both exist; SSL_CERT_TYPE_NONE when
+ * none has. Returns the type code, not a result code. Reads file metadata. */
 BMCCERT_API uint32_t LIB_SECURITY_GetCertType(void);
+
+/* Copies the certificate and key file paths of uiCertType (1 to 6) into
+ * pcCertPath and pcKeyPath, cut to the given buffer sizes (terminator
+ * included; SSLCERT_PATH_BUF_SIZE suffices). Results: 0;
+ * SSLCERT_ERR_GENERAL for a type outside 1..6 (buffers untouched);
+ * SSLCERT_ERR_NULL_POINTER. Does no I/O. */
 BMCCERT_API uint32_t LIB_SECURITY_GetSSLCertKeyPath(uint32_t uiCertType, uint32_t uiCertPathSize,
                                                     uint32_t uiKeyPathSize, char *pcCertPath,
                                                     char *pcKeyPath);
 
 /* ---- X.509 field extraction -------------------------------------------- */
+
+/* Reads the first PEM certificate of uiCertType's file and fills issuer,
+ * subject, key usage, version and key length of pstSSLConfig, in that
+ * order, stopping at the first field that fails. Results: 0;
+ * SSLCERT_ERR_GENERAL (no path for the type); SSLCERT_ERR_FILE_OPEN;
+ * SSLCERT_ERR_CERT_PARSE (no certificate, or a field failed);
+ * SSLCERT_ERR_NULL_POINTER. Reads the file; no process. */
 BMCCERT_API uint32_t SECURITY_SSL_GetSSLCertX509_Parse(uint32_t uiCertType,
                                                        SSLConfig *pstSSLConfig);
+/* The five extractors over a certificate the caller holds (only read):
+ * issuer name into stIssueFrom, subject name into stIssueTo (both 0,
+ * SSLCERT_ERR_CERT_PARSE), key usage text into szKeyUsage (0,
+ * SSLCERT_ERR_GENERAL when the certificate has none), "1" to "3" into
+ * szVersion (SSLCERT_ERR_GENERAL for another version), key size in bits
+ * into uiPublicKeyLen (SSLCERT_ERR_GENERAL without a key). Each returns
+ * SSLCERT_ERR_NULL_POINTER for a null argument. No I/O. */
 BMCCERT_API uint32_t SECURITY_SSL_GetIssueFrom(struct x509_st *pstCert, SSLConfig *pstSSLConfig);
 BMCCERT_API uint32_t SECURITY_SSL_GetIssueTo(struct x509_st *pstCert, SSLConfig *pstSSLConfig);
 BMCCERT_API uint32_t SECURITY_SSL_ParseKeyUsage(struct x509_st *pstCert, SSLConfig *pstSSLConfig);
 BMCCERT_API uint32_t SECURITY_SSL_GetCertVersion(struct x509_st *pstCert, SSLConfig *pstSSLConfig);
 BMCCERT_API uint32_t SECURITY_SSL_GetPublicKeyLength(struct x509_st *pstCert,
                                                      SSLConfig *pstSSLConfig);
+/* Copies CN, C, L, ST, O, OU and emailAddress of an X509_NAME (only read)
+ * into the text fields of pstSSLCert, as stored and cut to each field;
+ * absent attributes stay empty. Results: 0, SSLCERT_ERR_NULL_POINTER. */
 BMCCERT_API uint32_t SECURITY_SSL_ParseSSLCert(const struct X509_name_st *pstContentName,
                                                SSLCertGenParam *pstSSLCert);
 
@@ -229,50 +265,162 @@ typedef struct CertTextParseRow_s {
     uint32_t uiDelimiter; /* one character */
 } CertTextParseRow;
 
+/* Fills serial number, signature algorithm, public key, start and expiry
+ * dates (ISO text, UTC) and SSL-server purpose of pstSSLConfig from the
+ * openssl tool's text dump of uiCertType's certificate, and nothing else.
+ * Results (signed): 0; SSLCERT_ERR_GENERAL (no path, or the tool failed);
+ * SSLCERT_ERR_FILE_OPEN (dump unreadable); SSLCERT_ERR_NULL_POINTER.
+ * Runs the openssl tool, holding the named lock sslcert_tmp_file.lock
+ * (other callers wait for it). */
 BMCCERT_API int32_t SECURITY_SSL_GetSSLCertCommon(uint32_t uiCertType, SSLConfig *pstSSLConfig);
+/* Copies into pcBuffer (uiBufferSize bytes) the value that a parse-table
+ * row finds in one dump line; leaves pcBuffer alone when the line does not
+ * hold the row's keyword. No result; no I/O. */
 BMCCERT_API void SECURITY_SSL_ParseCommon(const char *pcReadline,
                                           const CertTextParseRow *pstParseTable,
                                           uint32_t uiBufferSize, char *pcBuffer);
+/* The type code and the modification times (ISO text) of uiCertType's
+ * certificate and key files. Results: 0; SSLCERT_ERR_GENERAL (no path);
+ * SSLCERT_ERR_FILE_TIME (a file's time unreadable: the certificate's time
+ * may already be written); SSLCERT_ERR_NULL_POINTER. Reads metadata. */
 BMCCERT_API uint32_t SECURITY_SSL_GetSSLCertAttributes(uint32_t uiCertType,
                                                        SSLCertKeyFileInfo *pstSSLCertKeyFileInfo);
 
 /* ---- Information record and its cache ----------------------------------- */
+
+/* The information record of the certificate in force: the stored record
+ * when there is one, otherwise read from the files and then stored.
+ * Results: 0; SSLCERT_MGMT_INFO_UNAVAILABLE (neither source answered, or a
+ * null pointer). Served from the database it starts no process; the
+ * fallback runs the openssl tool once. */
 BMCCERT_API uint32_t LIB_SECURITY_GetCertInfo(SSLCertInfo *pstSSLCertInfo);
+/* Whole days until the certificate in force expires: 0 when it has expired
+ * or cannot be read; 24855 at most (the seconds saturate at 32 bits).
+ * Returns the count, not a result code. As LIB_SECURITY_GetCertInfo. */
 BMCCERT_API int32_t LIB_SECURITY_GetCertLeftExpires(void);
+/* The refresh after an installation: reads the certificate in force from
+ * its files and stores its record. Results (signed): 0 (also when only the
+ * store failed); the failure of the read. Runs the openssl tool once. */
 BMCCERT_API int32_t SECURITY_UpdateCertInfo(void);
+/* Reads the record from the files of the certificate in force, without
+ * storing it. Results: 0; SSLCERT_ERR_GENERAL (no certificate in force, or
+ * a step failed); SSLCERT_ERR_NULL_POINTER. Runs the openssl tool once. */
 BMCCERT_API uint32_t SECURITY_GetCertInfoFromFile(SSLCertInfo *pstSSLCertInfo);
+/* Reads the stored record. Results: 0; SSLCERT_MGMT_INFO_UNAVAILABLE (no
+ * database, no record or a null pointer). No process. */
 BMCCERT_API uint32_t SECURITY_GetCertInfoFromDB(SSLCertInfo *pstSSLCertInfo);
 
 /* ---- Generation request, key and certificate generation ------------------ */
+
+/* Checks a generation request field by field and stops at the first
+ * refused one: key length 1024 or 2048, 1 to 5475 days, e-mail address,
+ * two-letter country, names. Results: 0; SSLCERT_ERR_GENERAL (a field is
+ * refused: the diagnostics name it); SSLCERT_ERR_NULL_POINTER. No I/O. */
 BMCCERT_API uint32_t SECURITY_SSL_GenSSLCert_Check(const SSLCertGenParam *pstSSLCert);
+/* Writes the openssl request configuration /var/certs/sslconf from the
+ * request. Results: 0; SSLCERT_ERR_FILE_OPEN; SSLCERT_ERR_EXT_FILE_MISSING
+ * (no /conf/certs/server/cert_v3_extfile.ext); SSLCERT_ERR_NULL_POINTER.
+ * Writes a file; no process. */
 BMCCERT_API uint32_t SECURITY_SSL_ConfFile_Check(const SSLCertGenParam *pstSSLCert);
+/* Makes a new RSA key and a self-signed certificate from the request and
+ * installs them as the user certificate (SECURITY_SSL_UpdateSSLCert); the
+ * services are not restarted. Results: 0; SSLCERT_ERR_GEN_REQUEST (request
+ * refused); the codes of SECURITY_SSL_ConfFile_Check; SSLCERT_ERR_GENERAL
+ * (a tool run or the installation failed); SSLCERT_ERR_NULL_POINTER. Runs
+ * the openssl tool several times; key generation takes seconds. */
 BMCCERT_API uint32_t LIB_SECURITY_GenCert(const SSLCertGenParam *pstSSLCert);
 
 /* ---- Temporary certificate verification -------------------------------- */
+
+/* Verifies the temporary certificate of uiCertType (SSL_CERT_TYPE_UPLOAD_TMP
+ * or _GEN_TMP): it must serve SSL, not be signed with MD5 and not have
+ * expired. Results: 0; SSLCERT_ERR_NOT_SERVER_CERT; SSLCERT_ERR_TMP_CERT_UNREAD;
+ * SSLCERT_ERR_MD5_SIGNATURE; SSLCERT_ERR_CERT_EXPIRED; SSLCERT_ERR_GENERAL
+ * (another type, or the dump failed). Runs the openssl tool once. */
 BMCCERT_API uint32_t SECURITY_SSL_VerifyTmpCert(uint32_t uiCertType);
+/* SECURITY_SSL_VerifyTmpCert of the generated temporary certificate
+ * /var/certs/TmpCertGen.pem, with its results. */
 BMCCERT_API uint32_t SECURITY_SSL_VerifyGENTmpCert(void);
+/* The same verification, its failures folded: 0 or SSLCERT_ERR_GENERAL. */
 BMCCERT_API uint32_t LIB_SECURITY_VerifyCert(void);
 
 /* ---- Installation and the tunnel configuration --------------------------- */
+
+/* Installs a certificate and key pair as the user certificate: copies them
+ * under /conf/certs/server/user/ (the key private, mode 0600), writes the
+ * combined /conf/certs/server/server.pem, points the tunnel at the pair and
+ * refreshes the stored record. The services are not restarted. Results: 0;
+ * SSLCERT_ERR_GENERAL (a step failed); SSLCERT_ERR_NULL_POINTER. Runs shell
+ * commands and the openssl tool. */
 BMCCERT_API uint32_t SECURITY_SSL_UpdateSSLCert(const char *pcTmpCert, const char *pcTmpPrivkey);
+/* Rewrites the cert = and key = lines of /conf/adviserd/stunnel.conf
+ * atomically (a scratch file renamed over it), holding the named lock
+ * stunnel_file.lock. Results: 0; SSLCERT_ERR_GENERAL (the old file stays);
+ * SSLCERT_ERR_NULL_POINTER. Waits for the lock; no process. */
 BMCCERT_API uint32_t LIB_SECURITY_SSL_ModStunnelConfFile(const char *pcCertPath,
                                                          const char *pcKeyPath);
 
 /* ---- Generate and restart the services ----------------------------------- */
+
+/* The management entry of a generation: checks the request, generates and
+ * installs a new certificate, restarts stunnel.service (and waits for
+ * systemctl) and lighttpd.service 2 seconds later in the background, and
+ * writes the outcome's description into pstOperateLog. Results (management
+ * codes): 0; SSLCERT_MGMT_GEN_BAD_REQUEST (request refused);
+ * SSLCERT_MGMT_PLATFORM_BUSY (the platform refused); SSLCERT_MGMT_GEN_FAILED
+ * (any other failure, a null pointer included). Runs the openssl tool,
+ * systemctl and a background shell; takes seconds. */
 BMCCERT_API uint32_t LIB_SECURITY_GenAndRestartService(const SSLCertGenParam *pstSSLCert,
                                                        OperateDesc *pstOperateLog);
 
 /* ---- Upload and import of a certificate and key -------------------------- */
+
+/* Fetches the uploaded certificate and key named by the request into
+ * /var/certs/actualcert.pem and /var/certs/actualprivkey.pem through the
+ * platform's file transfer. Results: 0; SSLCERT_ERR_GENERAL (a transfer
+ * failed); SSLCERT_ERR_NULL_POINTER. Copies files; no process. */
 BMCCERT_API uint32_t SECURITY_SSL_GetUploadCert(const UploadParam *pstUploadPath);
+/* Validates the fetched pair: both exist (SSLCERT_ERR_FILE_MISSING), at
+ * most 8191 bytes each (SSLCERT_ERR_FILE_TOO_BIG; SSLCERT_ERR_GENERAL when
+ * a size is unreadable), the key is not pass-phrase encrypted
+ * (SSLCERT_ERR_KEY_ENCRYPTED; SSLCERT_ERR_FILE_OPEN), the certificate
+ * passes SECURITY_SSL_VerifyTmpCert (its codes), both read as PEM
+ * (SSLCERT_ERR_GENERAL) and match in a TLS server context
+ * (SSLCERT_ERR_KEY_MISMATCH). 0 when acceptable. Runs the openssl tool. */
 BMCCERT_API uint32_t SECURITY_SSL_ValidateSSLCert(void);
+/* The key and certificate checks of SECURITY_SSL_ValidateSSLCert alone:
+ * 0, SSLCERT_ERR_FILE_OPEN, SSLCERT_ERR_KEY_ENCRYPTED or the codes of
+ * SECURITY_SSL_VerifyTmpCert. Runs the openssl tool once. */
 BMCCERT_API uint32_t SECURITY_SSL_VerifyUploadTmpCert(void);
+/* Registers an import task with the task service, described by
+ * pcTaskDesc, and fills pstTask. Results: 0; the task service's own
+ * failure code; SSLCERT_ERR_NULL_POINTER. No process. */
 BMCCERT_API uint32_t SECURITY_SSL_RegisterImportTask(const char *pcTaskDesc, TaskHandle *pstTask);
+/* Reports a task's state (2 finished, 4 failed), progress (percent) and
+ * abnormal-information text to the task service. No result: a refused
+ * report goes to the diagnostics only. No process. */
 BMCCERT_API void SECURITY_SSL_UpdateImportTask(uint32_t uiTaskId, uint8_t ucState,
                                                uint8_t ucProgress, const char *pcTaskAbnormalInfo);
+/* The management entry of an upload: registers the import task, fills
+ * pstTask, starts the import thread (SSL_ImSrvCerThr) and returns at once;
+ * the outcome arrives through the task service and the operation log.
+ * Results (management codes): 0; SSLCERT_MGMT_PLATFORM_BUSY (the platform
+ * refused); SSLCERT_MGMT_IMPORT_FAILED (any other failure to start, a null
+ * pointer included). Starts a thread that runs the openssl tool and
+ * restarts both services; the process must outlive it. */
 BMCCERT_API uint32_t LIB_SECURITY_UploadAndRestartService(const UploadParam *pstUploadParam,
                                                           TaskHandle *pstTask);
+/* The start of an import without the management mapping: registers the
+ * task, copies the request for the thread and starts it. Results: 0;
+ * SSLCERT_ERR_GENERAL; the platform's codes (0x82000001, 0x82000002);
+ * SSLCERT_ERR_NULL_POINTER. Starts a thread as above. */
 BMCCERT_API uint32_t SECURITY_SSL_ImportCert(const UploadParam *pstUploadParam,
                                              TaskHandle *pstTask);
+/* The import thread's body: takes over and frees pParam (the copy that
+ * SECURITY_SSL_ImportCert makes), fetches, validates and installs the pair,
+ * restarts stunnel.service, reports the task, writes the operation log and
+ * restarts lighttpd.service 2 seconds later. Returns NULL. Blocks for
+ * seconds; meant to run on its own thread only. */
 BMCCERT_API void *SECURITY_SSL_ImportServerCertThread(void *pParam);
 
 #ifdef __cplusplus

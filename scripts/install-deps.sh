@@ -1,6 +1,9 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that building and testing bmccert need,
 # but only those that are missing, so a prepared machine pays nothing.
+# `install-deps.sh armhf` adds the cross compiler and qemu-user of the
+# armhf build (its target libraries are unpacked, not installed: see
+# scripts/armhf-sysroot.sh).
 set -euo pipefail
 
 packages=(
@@ -12,6 +15,12 @@ packages=(
   stunnel4 lighttpd lighttpd-mod-openssl
   clang libclang-rt-14-dev valgrind
 )
+for group in "$@"; do
+  case $group in
+    armhf) packages+=(g++-arm-linux-gnueabihf qemu-user) ;;
+    *) echo "install-deps: unknown group $group" >&2; exit 2 ;;
+  esac
+done
 
 missing=()
 for p in "${packages[@]}"; do

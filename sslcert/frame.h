@@ -17,6 +17,7 @@
 #include <openssl/ssl.h>
 #include <openssl/x509.h>
 
+#include "sslcert/openssl_no_time_t.h"
 #include "platform/bmc_platform.h"
 
 namespace bmccert {

@@ -66,7 +66,9 @@ constexpr std::array<NameAttribute, 7> kNameAttributes = {{
 // Copies the data of the first entry of the attribute as stored, without
 // character-set conversion, into the slot; leaves the slot empty otherwise.
 void ReadNameAttribute(const X509_NAME *name, int nid, char (&slot)[kNameSlotSize]) {
-    const int index = X509_NAME_get_index_by_NID(name, nid, -1);
+    // OpenSSL 1.1 declares the lookup on a mutable name (3.0 on a const
+    // one); neither changes it.
+    const int index = X509_NAME_get_index_by_NID(const_cast<X509_NAME *>(name), nid, -1);
     if (index < 0) return;
     const X509_NAME_ENTRY *entry = X509_NAME_get_entry(name, index);
     if (entry == nullptr) return;

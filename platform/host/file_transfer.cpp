@@ -1,7 +1,8 @@
 // File transfer of uploaded files, and detached threads.
-#include <pthread.h>
-
 #include <cstring>
+#include <type_traits>
+
+#include <pthread.h>
 
 #include "sim_internal.h"
 
@@ -38,6 +39,8 @@ extern "C" int32_t BMC_CreateDetachThreadInternal(void *(*pfnThread)(void *), co
     if (!started) return bmcsim::kFailSigned;
     // The controller's identifiers are 32-bit; the low bits tell threads
     // apart in a log, which is all they are used for.
-    *puiThreadId = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(thread));
+    // glibc's pthread_t is an unsigned long on every target, 32 bits on ARM.
+    static_assert(std::is_integral_v<pthread_t>);
+    *puiThreadId = static_cast<uint32_t>(thread);
     return 0;
 }

@@ -106,6 +106,10 @@ extern "C" int32_t BMC_CopyFile(const char *pcSrc, const char *pcDst) {
     }
 }
 
+// A file past 2 GiB and a modification time past 2038 must read back
+// whole on a 32-bit controller too.
+static_assert(sizeof(off_t) == 8 && sizeof(time_t) == 8, "built without 64-bit off_t and time_t");
+
 extern "C" int32_t BMC_GetFileSize(const char *pcPath) {
     if (auto fault = bmcsim::InjectedFault("BMC_GetFileSize")) return static_cast<int32_t>(*fault);
     struct stat st;

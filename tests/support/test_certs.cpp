@@ -1,5 +1,7 @@
 #include "tests/support/test_certs.h"
 
+#include <cstdio>
+#include <ctime>
 #include <fstream>
 #include <memory>
 #include <sstream>
@@ -68,6 +70,20 @@ void AddKeyUsage(X509 *cert, uint32_t bits) {
             "key usage extension");
 }
 
+// Dates reach OpenSSL as text: its calls that take a time_t may use a
+// narrower one than this code on a 32-bit controller.
+static_assert(sizeof(time_t) == 8, "test dates past 2038 need a 64-bit time_t");
+
+void SetDate(ASN1_TIME *field, int64_t seconds, const char *what) {
+    const time_t when = static_cast<time_t>(seconds);
+    struct tm utc {};
+    Require(gmtime_r(&when, &utc) != nullptr, what);
+    char text[32];
+    std::snprintf(text, sizeof text, "%04d%02d%02d%02d%02d%02dZ", utc.tm_year + 1900,
+                  utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec);
+    Require(ASN1_TIME_set_string_X509(field, text) == 1, what);
+}
+
 } // namespace
 
 std::string ReadFile(const std::string &path) {
@@ -113,9 +129,8 @@ std::string MakeCertPem(const CertRecipe &recipe) {
     Require(cert != nullptr, "new");
     Require(X509_set_version(cert.get(), recipe.rawVersion) == 1, "version");
     Require(ASN1_INTEGER_set(X509_get_serialNumber(cert.get()), recipe.serial) == 1, "serial");
-    Require(ASN1_TIME_set(X509_getm_notBefore(cert.get()), recipe.notBefore) != nullptr,
-            "notBefore");
-    Require(ASN1_TIME_set(X509_getm_notAfter(cert.get()), recipe.notAfter) != nullptr, "notAfter");
+    SetDate(X509_getm_notBefore(cert.get()), recipe.notBefore, "notBefore");
+    SetDate(X509_getm_notAfter(cert.get()), recipe.notAfter, "notAfter");
     AddNames(X509_get_subject_name(cert.get()), recipe.subject);
     AddNames(X509_get_issuer_name(cert.get()), recipe.issuer.value_or(recipe.subject));
     Require(X509_set_pubkey(cert.get(), key.get()) == 1, "pubkey");

@@ -2,11 +2,14 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdint>
+#include <cstdio>
 #include <string>
 
 #include "auth_commands.h"
 #include "cert_type.h"
 #include "commands.h"
+#include "controller_check.h"
+#include "explain_command.h"
 #include "gen_commands.h"
 #include "upload_commands.h"
 #include "output.h"
@@ -26,6 +29,11 @@ using namespace bmccert::cli;
 
 void AddJsonFlag(CLI::App &command, bool &json) {
     command.add_flag("--json", json, "Print the result as one JSON object");
+}
+
+[[nodiscard]] bool IsSubcommand(const CLI::App &app, const char *name) {
+    return !app.get_subcommands([name](const CLI::App *sub) { return sub->check_name(name); })
+                .empty();
 }
 
 } // namespace
@@ -116,8 +124,27 @@ int main(int argc, char **argv) {
     tasks->callback([&] { status = RunTasks(json); });
     AddAuthCommands(app, status);
 
+    std::string codeText;
+    CLI::App *explain =
+        app.add_subcommand("explain", "Print the name and meaning of a result code");
+    explain->add_option("CODE", codeText, "Result code, hexadecimal (0x98000004)")->required();
+    explain->callback([&] { status = RunExplain(codeText); });
+
+    // Every other subcommand reads the controller, so it runs only on one;
+    // --help still works anywhere (help is handled before this).
+    app.parse_complete_callback([&] {
+        for (const CLI::App *chosen : app.get_subcommands())
+            if (chosen != explain && !RequireController()) throw CLI::RuntimeError(kExitFailure);
+    });
+
+    if (argc > 1 && argv[1][0] != '-' && !IsSubcommand(app, argv[1])) {
+        std::fprintf(stderr, "bmccert: unknown subcommand '%s'; see bmccert --help\n", argv[1]);
+        return kExitUsage;
+    }
     try {
         app.parse(argc, argv);
+    } catch (const CLI::RuntimeError &error) {
+        return error.get_exit_code();
     } catch (const CLI::ParseError &error) {
         // Help and version end the parse with a success code; every other
         // parse error is a usage error.

@@ -1,0 +1,30 @@
+#include "explain_command.h"
+
+#include <cstdio>
+#include <string>
+
+#include "output.h"
+#include "result_codes.h"
+
+namespace bmccert::cli {
+
+int RunExplain(std::string_view codeText) {
+    const auto code = ParseResultCode(codeText);
+    if (!code) {
+        std::fprintf(stderr, "bmccert: explain: '%.*s' is not a hexadecimal code such as 0x98000004\n",
+                     static_cast<int>(codeText.size()), codeText.data());
+        return kExitUsage;
+    }
+    const auto entry = FindResultCode(*code);
+    if (!entry) {
+        std::fprintf(stderr, "bmccert: explain: 0x%08X is not a result code of the library\n",
+                     *code);
+        return kExitFailure;
+    }
+    char head[16];
+    std::snprintf(head, sizeof head, "0x%08X ", entry->code);
+    return WriteResult(std::string(head) + std::string(entry->name) + ": " +
+                       std::string(entry->meaning) + "\n");
+}
+
+} // namespace bmccert::cli
