@@ -33,4 +33,36 @@ demo: build
 bench: build
 	cmake --build $(BUILD_DIR) --target bench
 
-.PHONY: all deps build test demo bench fuzz hardening clean host-tools test-armhf test-openssl11
+# Every fuzz target for FUZZ_SECONDS (default 60) each; fails on a crash,
+# leak or timeout.
+fuzz: deps
+	bash scripts/fuzz.sh
+
+# What CI runs after the tests: sanitizer builds, valgrind, fuzz smoke run.
+hardening: build
+	bash scripts/hardening.sh
+
+# The sandbox runs on this machine whatever the target: taken from the host build.
+host-tools: deps
+	test -f $(BUILD_DIR)/CMakeCache.txt || cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo
+	cmake --build $(BUILD_DIR) -j $(JOBS) --target bmc-sandbox
+
+test-armhf: host-tools
+	bash scripts/install-deps.sh armhf
+	bash scripts/armhf-sysroot.sh $(ARMHF_DIR)/sysroot
+	cmake -S . -B $(ARMHF_DIR) $(LEAN) -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-armhf.cmake \
+	  -DBMCCERT_SYSROOT=$(CURDIR)/$(ARMHF_DIR)/sysroot -DBMCCERT_HOST_TOOLS_DIR=$(CURDIR)/$(BUILD_DIR)/bin
+	cmake --build $(ARMHF_DIR) -j $(JOBS)
+	cd $(ARMHF_DIR) && ctest --output-on-failure -j 2
+
+test-openssl11: host-tools
+	bash scripts/openssl11-prefix.sh $(OPENSSL11_DIR)/openssl11
+	cmake -S . -B $(OPENSSL11_DIR) $(LEAN) -DBMCCERT_HOST_TOOLS_DIR=$(CURDIR)/$(BUILD_DIR)/bin \
+	  -C $(OPENSSL11_DIR)/openssl11/cache.cmake
+	cmake --build $(OPENSSL11_DIR) -j $(JOBS)
+	bash scripts/check-openssl11.sh $(OPENSSL11_DIR)
+	cd $(OPENSSL11_DIR) && PATH=$(CURDIR)/$(OPENSSL11_DIR)/openssl11/bin:$$PATH \
+	  ctest --output-on-failure -j 2
+
+clean:
+	rm -rf $(BUILD_DIR) $(ARMHF_DIR) $(OPENSSL11_DIR) $(DEMO_ROOT) build-fuzz build-asan build-tsan
