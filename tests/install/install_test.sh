@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # cmake --install of this build, then a C program built against the
 # installed tree twice, through the CMake package and through pkg-config,
-# and run in a fresh sandboxed controller. In a cross build CONSUMER_CMAKE_ARGS
-# names the toolchain, CONSUMER_LDFLAGS the target's library paths and RUN
-# the emulator.
+# and run in a fresh sandboxed controller. CONSUMER_LDFLAGS says where the
+# library's own dependencies lie when they are not the system's; in a cross
+# build CONSUMER_CMAKE_ARGS names the toolchain and RUN the emulator.
 set -euo pipefail
 build=$1 sandbox=$2 work=$3 source=$4 cc=$5
 rm -rf "$work"
@@ -31,7 +31,8 @@ read -r -a run <<<"${RUN:-}"
 roots=()
 [ -z "${CONSUMER_CMAKE_ARGS:-}" ] || roots=(-DCMAKE_FIND_ROOT_PATH="$prefix")
 cmake -S "$(dirname "$0")/consumer" -B "$work/cmake" -DCMAKE_PREFIX_PATH="$prefix" "${roots[@]}" \
-  -DCONSUMER_SOURCE="$source" -DCMAKE_C_COMPILER="$cc" ${CONSUMER_CMAKE_ARGS:-} >"$work.log" 2>&1 ||
+  -DCONSUMER_SOURCE="$source" -DCMAKE_C_COMPILER="$cc" -DCMAKE_EXE_LINKER_FLAGS="${CONSUMER_LDFLAGS:-}" \
+  ${CONSUMER_CMAKE_ARGS:-} >"$work.log" 2>&1 ||
   { cat "$work.log"; exit 1; }
 cmake --build "$work/cmake" >"$work.log" 2>&1 || { cat "$work.log"; exit 1; }
 "$sandbox" --fresh "$work/root" -- "${run[@]}" "$work/cmake/consumer"
