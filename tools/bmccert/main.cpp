@@ -5,6 +5,7 @@
 #include <string>
 
 #include "auth_commands.h"
+#include "cert_commands.h"
 #include "cert_type.h"
 #include "commands.h"
 #include "gen_commands.h"
@@ -115,6 +116,7 @@ int main(int argc, char **argv) {
     AddJsonFlag(*tasks, json);
     tasks->callback([&] { status = RunTasks(json); });
     AddAuthCommands(app, status);
+    AddCertCommands(app, status);
 
     try {
         app.parse(argc, argv);
