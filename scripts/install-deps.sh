@@ -10,6 +10,7 @@ packages=(
   libgtest-dev libbenchmark-dev libcli11-dev
   util-linux
   stunnel4 lighttpd lighttpd-mod-openssl
+  curl
 )
 
 missing=()
