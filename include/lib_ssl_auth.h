@@ -201,6 +201,65 @@ BMCCERT_API uint32_t LIB_SSL_SetCertAuthState(uint8_t ucState, uint32_t uiRootCe
 BMCCERT_API uint32_t LIB_SSL_SetCertRevokeCheck(uint8_t ucState, uint32_t uiWaitLimit,
                                                 OperateDesc *pstRespData);
 
+/* ---- Certificate import and removal --------------------------------------
+ * Imports hand the uploaded file to the records' owner, which runs the
+ * import as a task and answers with its handle; a failed import writes its
+ * own operation-log entry. Deletions fill the caller's description. */
+#define SSL_AUTH_MGMT_ROOT_IMPORT_FAILED   0x18000006u
+#define SSL_AUTH_MGMT_CLIENT_IMPORT_FAILED 0x18000007u
+#define SSL_AUTH_MGMT_CLIENT_DEL_FAILED    0x18000012u
+#define SSL_AUTH_MGMT_ROOT_DEL_FAILED      0x18000013u
+BMCCERT_API uint32_t LIB_SSL_ImportRootCert(const LogOrigin *pstLogOrigin, const char *pcFilePath,
+                                            uint32_t uiWaitLimit, TaskHandle *pstTask);
+BMCCERT_API uint32_t LIB_SSL_ImportClientCert(const LogOrigin *pstLogOrigin,
+                                              const char *pcFilePath, uint32_t uiRootCertId,
+                                              uint32_t uiWaitLimit, TaskHandle *pstTask);
+BMCCERT_API uint32_t LIB_SSL_DelClientCert(uint32_t uiCertId, uint32_t uiWaitLimit,
+                                           OperateDesc *pstRespData);
+BMCCERT_API uint32_t LIB_SSL_DelRootCert(uint32_t uiCertId, uint32_t uiWaitLimit,
+                                         OperateDesc *pstRespData);
+
+/* ---- Binding client certificates to users -------------------------------- */
+#define SSL_AUTH_MGMT_BIND_FAILED      0x1800000Du
+#define SSL_AUTH_MGMT_UNTIE_FAILED     0x1800000Eu
+#define SSL_AUTH_MGMT_BIND_ANONYMOUS   0x1800040Du
+#define SSL_AUTH_MGMT_UNTIE_ANONYMOUS  0x1800040Eu
+#define SSL_AUTH_MGMT_USER_ABSENT      0x18000411u
+#define SSL_AUTH_MGMT_CERT_ABSENT      0x1800060Fu
+BMCCERT_API uint32_t LIB_SSL_CheckClientCertOperUser(uint32_t uiCertId, uint32_t uiUserId,
+                                                     CliCertInfo *pstCliCertInfo,
+                                                     UserBasicInfo *pstUserBasicInfo);
+BMCCERT_API uint32_t LIB_SSL_ClientCertBindUser(uint32_t uiCertId, uint32_t uiUserId,
+                                                uint32_t uiWaitLimit, OperateDesc *pstRespData);
+BMCCERT_API uint32_t LIB_SSL_ClientCertUntieUser(uint32_t uiCertId, uint32_t uiUserId,
+                                                 uint32_t uiWaitLimit, OperateDesc *pstRespData);
+
+/* ---- Revocation check over OCSP -------------------------------------------
+ * The responder's address comes from the client certificate, the issuer
+ * from the web server's ssl.ca-file; only an explicit "good" passes. */
+BMCCERT_API uint32_t LIB_SSL_CheckCertRevokeState(const char *pcRootCertPath,
+                                                  const char *pcUserCertPath,
+                                                  const char *pcOCSPUrl);
+BMCCERT_API void LIB_SSL_GetConfCertPath(const char *pcLineBuf, uint32_t uiSize,
+                                         char *pcCertPath);
+BMCCERT_API uint32_t LIB_SSL_GetAuthRootCertPath(uint32_t uiSize, char *pcRootCertPath);
+BMCCERT_API uint32_t LIB_SSL_CertRevokeCheck(uint32_t uiCertId);
+
+/* ---- Login by certificate and user clean-up -------------------------------
+ * The password is written in clear into the caller's buffer: wipe it once
+ * used. */
+#define SSL_AUTH_MGMT_LOGIN_NO_CERT    0x18000E15u
+#define SSL_AUTH_MGMT_LOGIN_NO_USER    0x18000E16u
+#define SSL_AUTH_MGMT_LOGIN_REVOKED    0x18000E17u
+#define SSL_AUTH_MGMT_LOGIN_READ       0x18000E18u
+BMCCERT_API uint32_t LIB_SSL_GetNamePwdById(uint8_t ucUserId, uint32_t uiNameSize,
+                                            char *pcUserName, uint32_t uiPwdSize,
+                                            char *pcPassword);
+BMCCERT_API uint32_t LIB_SSL_GetNamePwdBySerial(const char *pcSerialNum, uint32_t uiNameSize,
+                                                char *pcUserName, uint32_t uiPwdSize,
+                                                char *pcPassword);
+BMCCERT_API void LIB_SSL_ClearCertUserInfo(uint8_t ucUserId);
+
 #ifdef __cplusplus
 }
 #endif

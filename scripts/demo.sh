@@ -3,14 +3,21 @@
 # tunnel and web server: which server certificate is in force and its
 # information (read from the files the first time, served from the
 # database afterwards); then a new certificate generated, and one uploaded
-# as a task, each seen by TLS clients of both services.
+# as a task, each seen by TLS clients of both services; finally a login by
+# client certificate through the web server, with revocation checking
+# against a local OCSP responder, and a revoked certificate refused.
 set -euo pipefail
 bmccert=$1
 state=/var/lib/bmc-sim
 diag=$state/diag.log
 . "$state/services.env"
 work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+responder=''
+cleanup() {
+    if [ -n "$responder" ]; then kill "$responder" 2>/dev/null; wait "$responder" 2>/dev/null || true; fi
+    rm -rf "$work"
+}
+trap cleanup EXIT
 
 step() { printf '\n$ bmccert %s\n' "$*"; "$bmccert" "$@"; }
 diag_lines() { if [ -e "$diag" ]; then wc -l <"$diag"; else echo 0; fi; }
@@ -69,3 +76,58 @@ openssl req -x509 -newkey rsa:2048 -nodes -sha256 -days 90 -keyout "$work/upload
 step upload "$work/upload.crt" "$work/upload.key"
 show_clients "$work/upload.crt"
 step tasks
+
+# --- Login by client certificate ---------------------------------------------------------
+# A lab authority, its OCSP responder (a real `openssl ocsp`, in this
+# sandbox's loopback-only network) and an operator's certificate that
+# names the responder.
+cd "$work"
+openssl req -x509 -newkey rsa:2048 -nodes -keyout lab-root.key -out lab-root.pem -days 30 \
+    -subj '/O=Example Works, Inc./CN=Example Lab Root' -addext basicConstraints=critical,CA:TRUE \
+    -addext keyUsage=keyCertSign,cRLSign 2>/dev/null
+issue() {  # NAME SERIAL EXTENSION
+    openssl req -newkey rsa:2048 -nodes -keyout "$1.key" -out "$1.csr" -subj "/CN=$1" 2>/dev/null
+    printf '%s\n' "$3" >"$1.ext"
+    openssl x509 -req -in "$1.csr" -CA lab-root.pem -CAkey lab-root.key -set_serial "$2" \
+        -days 10 -out "$1.pem" -extfile "$1.ext" 2>/dev/null
+}
+serve() {  # V|R PORT: the responder, knowing the operator's certificate as good or revoked
+    local revoked=''
+    [ "$1" = R ] && revoked=240601000000Z
+    printf '%s\t340101000000Z\t%s\t0ABCDE\tunknown\t/CN=operator\n' "$1" "$revoked" >index.txt
+    : >responder.out
+    openssl ocsp -index index.txt -port "$2" -rsigner responder.pem -rkey responder.key \
+        -CA lab-root.pem -ignore_err >responder.out 2>/dev/null &
+    responder=$!
+    for _ in $(seq 50); do grep -q '^ACCEPT' responder.out && break; sleep 0.1; done
+    port=$(sed -n 's/^ACCEPT .*:\([0-9]*\) PID=.*/\1/p' responder.out)
+}
+issue responder 0x01 extendedKeyUsage=OCSPSigning
+serve V 0
+issue operator 0x0ABCDE "authorityInfoAccess=OCSP;URI:http://127.0.0.1:$port/"
+echo
+echo "(OCSP responder on 127.0.0.1:$port; operator certificate $(openssl x509 -noout -serial -in operator.pem))"
+
+step roots import lab-root.pem
+step clients import operator.pem --root 1
+step bind 1 2
+step auth enable 1
+step auth revocation on
+step auth status
+
+login_url="https://127.0.0.1:$BMC_SIM_HTTPS_PORT/login"
+login() {
+    printf '\n$ curl --cert operator.pem --key operator.key %s\n' "$login_url"
+    curl -sk --max-time 20 -w 'HTTP %{http_code}\n' --cert operator.pem --key operator.key "$login_url"
+}
+login
+printf '\n$ curl %s   # no client certificate\n' "$login_url"
+curl -sk --max-time 20 -w 'HTTP %{http_code}\n' "$login_url"
+
+echo
+echo "(the responder now reports the operator's certificate revoked)"
+kill "$responder"; wait "$responder" 2>/dev/null || true
+serve R "$port"
+seen=$(diag_lines)
+login
+new_diagnostics "$seen"

@@ -14,6 +14,7 @@ packages=(
   util-linux
   stunnel4 lighttpd lighttpd-mod-openssl
   clang libclang-rt-14-dev valgrind
+  curl
 )
 for group in "$@"; do
   case $group in

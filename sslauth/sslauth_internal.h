@@ -33,6 +33,19 @@ template <typename Record> [[nodiscard]] Record ZeroedRecord() noexcept {
     return record;
 }
 
+// A record's file name field as a terminated text: the owner writes it
+// terminated, but a field that is not is cut rather than read past.
+struct FileName {
+    char text[sizeof(CliCertInfo::szFileName)];
+};
+[[nodiscard]] inline FileName FileNameOf(const char (&field)[sizeof(FileName::text)]) noexcept {
+    FileName name;
+    const size_t length = strnlen(field, sizeof name.text - 1);
+    std::memcpy(name.text, field, length);
+    name.text[length] = '\0';
+    return name;
+}
+
 // ---- The controller's user table ------------------------------------------
 
 // The 12120-byte table that the user service fills: 16 records of 756
@@ -121,5 +134,24 @@ template <OwnerCommand Command, typename Request>
 
 // Internal codes of the authentication switch to management codes.
 extern const BMC_ErrCodeMap CertAuthStateErrMap[4];
+
+// ---- Certificate import ----------------------------------------------------
+
+// 0 when the file name (the text after the path's last "/") may be
+// imported: at most 32 characters, ending in ".cer", ".crt" or ".pem",
+// none of the characters the import refuses. Otherwise an internal code.
+[[nodiscard]] uint32_t SSL_IsValidFileName(const char *pcFilePath);
+
+// Internal codes of the imports and deletions to management codes.
+extern const BMC_ErrCodeMap RootCertErrMap[9];
+extern const BMC_ErrCodeMap CliCertErrMap[9];
+
+// ---- Command lines ---------------------------------------------------------
+
+// Writes value as one single-quoted shell word ('...', a quote inside as
+// '\''), so that the shell passes it on without interpreting anything.
+// False when the quoted word does not fit in size bytes (nothing usable is
+// written then).
+[[nodiscard]] bool SSL_ShellQuote(const char *value, char *out, size_t size);
 
 } // namespace bmccert::sslauth

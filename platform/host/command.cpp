@@ -116,12 +116,16 @@ extern "C" uint32_t BMC_System(const char *pcCmd) {
 }
 
 extern "C" int32_t BMC_GetCmdOutAllBuffer(const char *pcCmd, uint32_t uiSize, char *pcBuf) {
+    if (auto fault = bmcsim::InjectedFault("BMC_GetCmdOutAllBuffer"))
+        return static_cast<int32_t>(*fault);
     return Capture(pcCmd, uiSize, pcBuf, Keep::All);
 }
 
 // Keeps the first line with its line feed when the buffer has room for it;
 // a longer line is cut like any other text.
 extern "C" int32_t BMC_GetCmdOutLineBuffer(const char *pcCmd, uint32_t uiSize, char *pcBuf) {
+    if (auto fault = bmcsim::InjectedFault("BMC_GetCmdOutLineBuffer"))
+        return static_cast<int32_t>(*fault);
     return Capture(pcCmd, uiSize, pcBuf, Keep::FirstLine);
 }
 

@@ -110,7 +110,10 @@ template <typename Entry>
 
 bool CopyFileAtomically(const std::string &from, const std::string &to) {
     std::string bytes;
-    if (!ReadUpload(from, bytes)) return false;
+    return ReadUpload(from, bytes) && WriteFileAtomically(to, bytes);
+}
+
+bool WriteFileAtomically(const std::string &to, const std::string &bytes) {
     const size_t slash = to.rfind('/');
     if (slash == std::string::npos || !MakeDirs(to.substr(0, slash).c_str())) return false;
     std::string temp = to.substr(0, slash) + "/.owner-copy-XXXXXX";
@@ -189,7 +192,7 @@ uint32_t ImportClient(Records &records, const CliCertImportReq &request, std::st
     return kOk;
 }
 
-bool RegisterFinishedImport(bool root, TaskHandle &task) noexcept {
+bool RegisterImportTask(bool root, TaskHandle &task) noexcept {
     const char *kind = root ? "Root" : "Client";
     TaskRegisterRecord record;
     std::memset(&record, 0, sizeof record);
@@ -210,18 +213,21 @@ bool RegisterFinishedImport(bool root, TaskHandle &task) noexcept {
     record.uiWord4 = 5;
     uint32_t id = 0, tag = 0;
     if (TASK_TaskServiceRegister(&record, &id, &tag, kImportTaskType) != 0) return false;
-
-    TaskUpdateRecord update;
-    std::memset(&update, 0, sizeof update);
-    update.uiTaskId = id;
-    update.ucState = 2;
-    update.ucProgress = 100;
-    (void)BMC_Scnprintf(update.szAbnormalInfo, sizeof update.szAbnormalInfo,
-                        "%s Cert import successfully", kind);
-    (void)TASK_TaskServiceUpdate(&update);
     task.TaskId = id;
     task.TaskTag = tag;
     return true;
+}
+
+void ReportImportTask(bool root, const TaskHandle &task, bool imported) noexcept {
+    TaskUpdateRecord update;
+    std::memset(&update, 0, sizeof update);
+    update.uiTaskId = task.TaskId;
+    update.ucState = imported ? 2 : 4;
+    update.ucProgress = 100;
+    (void)BMC_Scnprintf(update.szAbnormalInfo, sizeof update.szAbnormalInfo,
+                        imported ? "%s Cert import successfully" : "%s Cert import failed",
+                        root ? "Root" : "Client");
+    (void)TASK_TaskServiceUpdate(&update);
 }
 
 } // namespace bmcsim::owner

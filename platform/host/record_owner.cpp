@@ -18,6 +18,7 @@ namespace {
 
 [[nodiscard]] uint32_t SetAuthState(Records &records, const CertAuthStateReq &request) {
     if (request.ucState != 1) {
+        if (!SetClientVerification(false)) return kCaInstallFailed;
         records.authState = 0; // the active root stays marked for the next switch-on
         return kOk;
     }
@@ -29,7 +30,8 @@ namespace {
     const std::string caFile = WebServerCaFile();
     const std::string rootFile =
         std::string(kRootDir) + std::string(root.szFileName, strnlen(root.szFileName, 32));
-    if (caFile.empty() || !CopyFileAtomically(rootFile, caFile)) return kCaInstallFailed;
+    if (caFile.empty() || !CopyFileAtomically(rootFile, caFile) || !SetClientVerification(true))
+        return kCaInstallFailed;
     for (RootCertInfo &entry : records.roots.astRootCert)
         entry.ucActive = &entry == &root ? 1 : 0;
     records.authState = 1;
@@ -128,9 +130,10 @@ std::string WebServerCaFile() {
     return {};
 }
 
-uint32_t Apply(uint32_t command, const void *request, TaskHandle &task, bool &answered) {
-    answered = false;
-    if (!EnsureFactoryState()) return kPlatformFail;
+namespace {
+
+// One command in one write transaction of config.db.
+[[nodiscard]] uint32_t ApplyInTransaction(uint32_t command, const void *request) {
     auto store = Store::Open();
     if (!store) return kPlatformFail;
     WriteTransaction txn(*store);
@@ -174,9 +177,24 @@ uint32_t Apply(uint32_t command, const void *request, TaskHandle &task, bool &an
         return result;
     }
     if (!removedFile.empty()) (void)::unlink(removedFile.c_str());
-    // The import is done; a task service that cannot take the task only
-    // costs the caller its handle.
-    if (command == 42 || command == 43) answered = RegisterFinishedImport(command == 42, task);
+    return kOk;
+}
+
+} // namespace
+
+uint32_t Apply(uint32_t command, const void *request, TaskHandle &task, bool &answered) {
+    answered = false;
+    if (!EnsureFactoryState()) return kPlatformFail;
+    // An import runs as a task, registered before anything changes (the
+    // task service writes config.db too, so not inside the transaction):
+    // an import the task service cannot take is not made at all.
+    const bool import = command == 42 || command == 43;
+    if (import && !RegisterImportTask(command == 42, task)) return kPlatformFail;
+    const uint32_t result = ApplyInTransaction(command, request);
+    if (import) ReportImportTask(command == 42, task, result == kOk);
+    if (result != kOk) return result;
+    if (command == 40) RestartWebServer();
+    answered = import;
     return kOk;
 }
 

@@ -45,13 +45,23 @@ struct Records {
                                   std::string &copiedFile);
 [[nodiscard]] uint32_t ImportClient(Records &records, const CliCertImportReq &request,
                                     std::string &copiedFile);
-// Registers the finished import with the task service and reports it done.
-[[nodiscard]] bool RegisterFinishedImport(bool root, TaskHandle &task) noexcept;
+// The import's task: registered before the import starts, so that an
+// import the task service cannot track is refused as a whole; then
+// reported finished (state 2) or failed (state 4).
+[[nodiscard]] bool RegisterImportTask(bool root, TaskHandle &task) noexcept;
+void ReportImportTask(bool root, const TaskHandle &task, bool imported) noexcept;
 
 // The file that ssl.ca-file names in the web server's configuration, or "".
 [[nodiscard]] std::string WebServerCaFile();
-// Copies a file whole through a temporary file and a rename.
+// Copies a file whole, or writes one, through a temporary file and a rename.
 [[nodiscard]] bool CopyFileAtomically(const std::string &from, const std::string &to);
+[[nodiscard]] bool WriteFileAtomically(const std::string &to, const std::string &bytes);
+
+// The web server asks clients for a certificate exactly while
+// authentication is on; false when its configuration cannot be changed.
+[[nodiscard]] bool SetClientVerification(bool on);
+// Restarts the web server so that it reads its authority and configuration.
+void RestartWebServer();
 
 // Applies one command; the response task is filled for the imports.
 [[nodiscard]] uint32_t Apply(uint32_t command, const void *request, TaskHandle &task,

@@ -84,6 +84,27 @@ void SetDate(ASN1_TIME *field, int64_t seconds, const char *what) {
     Require(ASN1_TIME_set_string_X509(field, text) == 1, what);
 }
 
+void AddOcspUrl(X509 *cert, const std::string &url) {
+    AUTHORITY_INFO_ACCESS *access = AUTHORITY_INFO_ACCESS_new();
+    ACCESS_DESCRIPTION *description = ACCESS_DESCRIPTION_new();
+    ASN1_IA5STRING *uri = ASN1_IA5STRING_new();
+    bool ok = access != nullptr && description != nullptr && uri != nullptr &&
+              ASN1_STRING_set(uri, url.data(), static_cast<int>(url.size())) == 1;
+    if (ok) {
+        ASN1_OBJECT_free(description->method);
+        description->method = OBJ_nid2obj(NID_ad_OCSP);
+        GENERAL_NAME_set0_value(description->location, GEN_URI, uri);
+        uri = nullptr;
+        ok = sk_ACCESS_DESCRIPTION_push(access, description) > 0;
+        if (ok) description = nullptr;
+    }
+    ok = ok && X509_add1_ext_i2d(cert, NID_info_access, access, 0, X509V3_ADD_DEFAULT) == 1;
+    ASN1_IA5STRING_free(uri);
+    ACCESS_DESCRIPTION_free(description);
+    AUTHORITY_INFO_ACCESS_free(access);
+    Require(ok, "ocsp address");
+}
+
 } // namespace
 
 std::string ReadFile(const std::string &path) {
@@ -143,6 +164,7 @@ std::string MakeCertPem(const CertRecipe &recipe) {
         X509_EXTENSION_free(eku);
         Require(added == 1, "eku add");
     }
+    if (!recipe.ocspUrl.empty()) AddOcspUrl(cert.get(), recipe.ocspUrl);
     KeyPtr signer = recipe.signer ? LoadKey(*recipe.signer) : nullptr;
     Require(X509_sign(cert.get(), signer ? signer.get() : key.get(),
                       EVP_get_digestbyname(recipe.digest)) > 0,

@@ -27,6 +27,9 @@ struct CertRecipe {
     KeyKind key = KeyKind::Rsa2048;
     std::optional<KeyKind> signer; // the issuer's key; self-signed when absent
     const char *digest = "SHA256";
+    // Authority information access with this OCSP address, stored byte for
+    // byte (hostile addresses included); empty: no extension.
+    std::string ocspUrl;
 };
 
 inline constexpr uint32_t kKuDigitalSignature = 0x80;

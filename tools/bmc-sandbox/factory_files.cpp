@@ -115,11 +115,15 @@ $SERVER["socket"] == ":443" {
     ssl.engine = "enable"
     ssl.pemfile = "/conf/certs/server/server.pem"
     # Authority whose certificates clients present when client
-    # authentication is turned on.
+    # authentication is turned on (the authentication switch sets
+    # activate). A client without a verified certificate still completes
+    # the handshake, so that the login pages can tell it why it is refused;
+    # the presented certificate reaches them as SSL_CLIENT_CERT.
     ssl.ca-file = "/conf/certs/client/ca.pem"
     ssl.verifyclient.activate = "disable"
-    ssl.verifyclient.enforce = "enable"
+    ssl.verifyclient.enforce = "disable"
     ssl.verifyclient.depth = 3
+    ssl.verifyclient.exportcert = "enable"
     ssl.openssl.ssl-conf-cmd = ( "MinProtocol" => "TLSv1.2", "Options" => "-SessionTicket" )
 }
 )";

@@ -51,6 +51,9 @@ inline constexpr std::string_view kControlSocket = "/var/lib/bmc-sim/run/control
 // Link to this tool, which the sandbox's systemctl runs as
 // `bmc-sandbox --service-restart UNIT...`.
 inline constexpr std::string_view kToolLink = "/var/lib/bmc-sim/run/bmc-sandbox";
+// Link to the login endpoint program (cert-login, built beside this tool),
+// which the web server runs for /login.
+inline constexpr std::string_view kLoginLink = "/var/lib/bmc-sim/run/cert-login";
 
 } // namespace sandbox
 

@@ -4,6 +4,7 @@
 #include "fs_util.h"
 #include "layout.h"
 #include "mount_namespace.h"
+#include "network_namespace.h"
 #include "provision.h"
 #include "root_guard.h"
 #include "service_client.h"
@@ -26,7 +27,7 @@ constexpr int kExitSandboxFailed = 125;
 constexpr int kExitCannotExecute = 127;
 
 constexpr std::string_view kUsage =
-    "usage: bmc-sandbox [--fresh] [--services] ROOT -- COMMAND [ARG...]\n"
+    "usage: bmc-sandbox [--fresh] [--services] [--private-network] ROOT -- COMMAND [ARG...]\n"
     "\n"
     "Runs COMMAND in a private mount namespace in which ROOT/conf is /conf,\n"
     "ROOT/var/certs is /var/certs and ROOT/state is /var/lib/bmc-sim, with\n"
@@ -39,6 +40,9 @@ constexpr std::string_view kUsage =
     "              on free loopback ports written to\n"
     "              /var/lib/bmc-sim/services.env; systemctl restart UNIT then\n"
     "              really restarts them; they stop when COMMAND ends\n"
+    "  --private-network\n"
+    "              run in a network namespace of its own whose only interface\n"
+    "              is loopback (for servers that listen on every address)\n"
     "  --help      show this text\n"
     "\n"
     "Exit status: that of COMMAND (128+N if signal N ended it), 127 if COMMAND\n"
@@ -47,6 +51,7 @@ constexpr std::string_view kUsage =
 struct Arguments {
     bool fresh = false;
     bool services = false;
+    bool private_network = false;
     std::string root;
     std::vector<std::string> command;
 };
@@ -57,7 +62,8 @@ void complain(std::string_view message) {
 
 [[nodiscard]] int usage_error(std::string_view message) {
     complain(message);
-    std::fputs("usage: bmc-sandbox [--fresh] [--services] ROOT -- COMMAND [ARG...] (see --help)\n",
+    std::fputs("usage: bmc-sandbox [--fresh] [--services] [--private-network] ROOT -- COMMAND "
+               "[ARG...] (see --help)\n",
                stderr);
     return kExitUsage;
 }
@@ -84,6 +90,13 @@ void complain(std::string_view message) {
         }
         if (arg == "--services") {
             return usage_error("--services given twice");
+        }
+        if (arg == "--private-network" && !args.private_network) {
+            args.private_network = true;
+            continue;
+        }
+        if (arg == "--private-network") {
+            return usage_error("--private-network given twice");
         }
         if (arg.starts_with("-")) {
             return usage_error("unknown option " + std::string(arg));
@@ -145,7 +158,8 @@ void complain(std::string_view message) {
     for (const sandbox::MountPlace &place : sandbox::kMountPlaces) {
         mounts.push_back({*root + "/" + std::string(place.below_root), std::string(place.target)});
     }
-    if (!sandbox::enter_private_mounts(mounts, why)) {
+    if (!sandbox::enter_private_mounts(mounts, why) ||
+        (args.private_network && !sandbox::enter_private_network(why))) {
         complain(why);
         return kExitSandboxFailed;
     }

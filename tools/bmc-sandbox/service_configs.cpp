@@ -195,6 +195,18 @@ derive_web_config(const std::string &controller_config, const std::string &run_d
             out.append(line) += '\n';
         }
     }
+    // The sandbox's own login endpoint, after the controller's module list
+    // so that it adds to it.
+    out += "\n# bmc-sandbox: login by client certificate at https://127.0.0.1:" +
+           std::to_string(port) +
+           "/login\n"
+           "server.modules += ( \"mod_alias\", \"mod_cgi\" )\n"
+           "alias.url += ( \"/login\" => \"" +
+           run_dir +
+           "/cert-login\" )\n"
+           "$HTTP[\"url\"] == \"/login\" {\n"
+           "    cgi.assign = ( \"\" => \"\" )\n"
+           "}\n";
     return out;
 }
 

@@ -52,6 +52,7 @@ void remove_published_files() {
     ::unlink(std::string(kControlSocket).c_str());
     ::unlink(std::string(kServicesEnv).c_str());
     ::unlink(std::string(kToolLink).c_str());
+    ::unlink(std::string(kLoginLink).c_str());
 }
 
 // A fresh run directory with the document root and the link to this tool.
@@ -79,6 +80,15 @@ void remove_published_files() {
     exe[n] = '\0';
     if (::symlink(exe, std::string(kToolLink).c_str()) != 0) {
         why = errno_text("cannot create", std::string(kToolLink), errno);
+        return false;
+    }
+    // The login endpoint is built beside this tool; without it /login fails
+    // but everything else is served.
+    std::string login(exe);
+    login = login.substr(0, login.rfind('/') + 1) + "cert-login";
+    if (::access(login.c_str(), X_OK) == 0 &&
+        ::symlink(login.c_str(), std::string(kLoginLink).c_str()) != 0) {
+        why = errno_text("cannot create", std::string(kLoginLink), errno);
         return false;
     }
     return true;

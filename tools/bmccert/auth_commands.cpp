@@ -247,7 +247,9 @@ void AddAuthCommands(CLI::App &app, int &status) {
 
     CLI::App *roots = app.add_subcommand("roots", "List the trusted root certificates");
     jsonFlag(roots);
-    roots->callback([&] { status = Roots(json); });
+    roots->callback([&, roots] {
+        if (roots->get_subcommands().empty()) status = Roots(json); // not `roots import`
+    });
     CLI::App *root = app.add_subcommand("root", "Show one root certificate");
     root->add_option("ID", id, "Root certificate id (1..20)")->required();
     jsonFlag(root);
@@ -255,7 +257,9 @@ void AddAuthCommands(CLI::App &app, int &status) {
     CLI::App *clients = app.add_subcommand("clients", "List the client certificates");
     clients->add_option("--root", rootFilter, "Only those issued by this root certificate");
     jsonFlag(clients);
-    clients->callback([&] { status = Clients(rootFilter, json); });
+    clients->callback([&, clients] {
+        if (clients->get_subcommands().empty()) status = Clients(rootFilter, json);
+    });
     CLI::App *client = app.add_subcommand("client", "Show a client certificate and its user");
     client->add_option("ID", id, "Client certificate id (1..20)")->required();
     jsonFlag(client);

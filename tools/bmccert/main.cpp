@@ -6,6 +6,7 @@
 #include <string>
 
 #include "auth_commands.h"
+#include "cert_commands.h"
 #include "cert_type.h"
 #include "commands.h"
 #include "controller_check.h"
@@ -123,6 +124,7 @@ int main(int argc, char **argv) {
     AddJsonFlag(*tasks, json);
     tasks->callback([&] { status = RunTasks(json); });
     AddAuthCommands(app, status);
+    AddCertCommands(app, status);
 
     std::string codeText;
     CLI::App *explain =

@@ -1,0 +1,154 @@
+// Import and removal of root and client certificates: the file-name rules at
+// their edges, the maps' codes, and exactly one operation-log entry per
+// failed import.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <fstream>
+
+#include "platform/host/bmc_sim.h"
+#include "tests/sslauth/auth_fixture.h"
+
+namespace bmctest {
+namespace {
+
+class ImportTest : public AuthTest {
+  protected:
+    void SetUp() override {
+        AuthTest::SetUp();
+        std::ofstream(BMCSIM_OPERATE_LOG, std::ios::trunc);
+        std::snprintf(origin.szUserName, sizeof origin.szUserName, "alice");
+        std::snprintf(origin.szClientAddr, sizeof origin.szClientAddr, "10.0.0.9");
+        origin.uiInterface = 7;
+    }
+    static std::vector<std::string> OperateLog() {
+        std::vector<std::string> lines;
+        std::ifstream in(BMCSIM_OPERATE_LOG);
+        for (std::string line; std::getline(in, line);)
+            lines.push_back(line.substr(0, line.rfind('\t', line.rfind('\t') - 1)));
+        return lines;
+    }
+    LogOrigin origin{};
+};
+
+// Through the root import: a name that passes reaches the owner, which
+// cannot read the file (0x82000001); a refused one never does.
+TEST_F(ImportTest, FileNameRulesAtTheirEdges) {
+    const std::string name32(28, 'n');
+    const std::string owner = "BMC_RPC_CallWithStruct Failed, iRet=-2113929215.\n";
+    struct Case {
+        std::string path;
+        uint32_t code;
+        std::string message;
+    } cases[] = {
+        {"/up/" + name32 + ".pem", 0x18000806, ""},
+        {"/up dir/a.cer", 0x18000806, ""},
+        {"/up/(x)/a.crt", 0x18000806, ""},
+        {"/up/" + name32 + "x.pem", 0x18000408, "Cert file name=" + name32 + "x.pem is too long.\n"},
+        {"/up/a.PEM", 0x1800040A, "Cert file name=a.PEM format error.\n"},
+        {"/up/a.pem.bak", 0x1800040A, "Cert file name=a.pem.bak format error.\n"},
+        {"/up/apem", 0x1800040A, "Cert file name=apem format error.\n"},
+        {"a.pem", 0x18000006, "Failed to strrchr, CertFilePath=a.pem."},
+    };
+    auto check = [&](const std::string &path, uint32_t code, const std::string &message) {
+        SCOPED_TRACE(path);
+        ClearDiagLog();
+        TaskHandle task{};
+        EXPECT_EQ(LIB_SSL_ImportRootCert(&origin, path.c_str(), 1000, &task), code);
+        const std::vector<Diag> expected =
+            message.empty() ? std::vector<Diag>{{31, 2, 4, owner}}
+                            : std::vector<Diag>{{31, 2, 4, message},
+                                                {31, 2, 4, "Check cert file path=" + path + " invalid.\n"}};
+        EXPECT_EQ(ReadDiags(), expected);
+    };
+    for (const Case &c : cases)
+        check(c.path, c.code, c.message);
+    for (const char bad : {'`', '&', '(', ')', ';', '\'', ' '}) {
+        const std::string name = std::string("a") + bad + "b.pem";
+        check("/up/" + name, 0x18000409, "Invalid cert file name=" + name + ".\n");
+    }
+}
+
+TEST_F(ImportTest, FailedImportsAreMappedAndLoggedOnce) {
+    TaskHandle task{0xAAAA, 0xBBBB};
+    const std::string root = UploadRoot("ca-root.pem");
+    const std::string stranger = "/var/certs/upload/stranger.pem";
+    WriteFile(stranger, MakeCertPem({})); // self-signed, not by the root
+    ASSERT_EQ(LIB_SSL_ImportRootCert(&origin, root.c_str(), 1000, &task), 0u);
+    EXPECT_NE(task.TaskId, 0xAAAAu);
+    EXPECT_TRUE(OperateLog().empty());
+
+    struct Case {
+        const char *what;
+        uint32_t result, expected;
+    } cases[] = {
+        {"33 characters", LIB_SSL_ImportRootCert(&origin, ("/up/" + std::string(29, 'n') + ".pem").c_str(), 1000, &task), 0x18000408},
+        {"a semicolon", LIB_SSL_ImportRootCert(&origin, "/up/a;b.pem", 1000, &task), 0x18000409},
+        {"no slash", LIB_SSL_ImportRootCert(&origin, "a.pem", 1000, &task), 0x18000006},
+        {"same name", LIB_SSL_ImportRootCert(&origin, root.c_str(), 1000, &task), 0x1800040C},
+        {"root timed out", LIB_SSL_ImportRootCert(&origin, root.c_str(), 0, &task), 0x18000806},
+        {"client timed out", LIB_SSL_ImportClientCert(&origin, UploadClient("c.pem", 3).c_str(), 1, 0, &task), 0x18000807},
+        {"absent root", LIB_SSL_ImportClientCert(&origin, "bad name", 2, 1000, &task), 0x1800060F},
+        {"not issued by it", LIB_SSL_ImportClientCert(&origin, stranger.c_str(), 1, 1000, &task), 0x18000611},
+        {"no slash, client", LIB_SSL_ImportClientCert(&origin, "c.pem", 1, 1000, &task), 0x18000007},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        EXPECT_EQ(c.result, c.expected);
+    }
+    const auto log = OperateLog();
+    ASSERT_EQ(log.size(), std::size(cases));
+    EXPECT_EQ(log[0], "7\t67\tFailed to import root certificate.\talice\t10.0.0.9");
+    EXPECT_EQ(log[5], "7\t67\tFailed to import client certificate.\talice\t10.0.0.9");
+
+    // A null argument: its code, its report, no entry.
+    ClearDiagLog();
+    EXPECT_EQ(LIB_SSL_ImportClientCert(&origin, root.c_str(), 1, 1000, nullptr), 0x18000007u);
+    EXPECT_EQ(LIB_SSL_ImportRootCert(nullptr, root.c_str(), 1000, &task), 0x18000006u);
+    EXPECT_EQ(OperateLog().size(), std::size(cases));
+    const auto diags = ReadDiags();
+    ASSERT_EQ(diags.size(), 2u);
+    EXPECT_EQ(diags[0].level, 7u);
+    EXPECT_EQ(diags[0].message.substr(0, 24), "Pointer pstTask is Null,");
+}
+
+TEST_F(ImportTest, DeletionsDescribeTheirOutcome) {
+    ASSERT_EQ(ImportRoot(UploadRoot("ca-root.pem")), 0);
+    ASSERT_EQ(ImportClient(UploadClient("op.pem", 5), 1), 0);
+    OperateDesc desc{};
+    EXPECT_EQ(LIB_SSL_DelRootCert(1, 1000, &desc), 0x1800040Cu); // clients still name it
+    EXPECT_STREQ(desc.szOperateDesc, "Failed to delete root certificate.");
+    EXPECT_EQ(LIB_SSL_DelClientCert(3, 1000, &desc), 0x1800060Fu);
+    EXPECT_STREQ(desc.szOperateDesc, "Failed to delete client certificate.");
+    EXPECT_EQ(LIB_SSL_DelClientCert(1, 0, &desc), 0x18000807u);
+    SetFaults("MRPC_Call.47=0x92000123");
+    EXPECT_EQ(LIB_SSL_DelRootCert(1, 1000, &desc), 0x18000013u); // an unmapped code
+    unsetenv(BMCSIM_ENV_FAULTS);
+    ClearDiagLog();
+    EXPECT_EQ(LIB_SSL_DelRootCert(21, 1000, &desc), 0x1800060Fu);
+    EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 2, 4, "CertId=21 out of range.\n"},
+                                              {31, 2, 4, "RootCert id=21 is not exist.\n"}}));
+
+    desc = {};
+    ASSERT_EQ(LIB_SSL_DelClientCert(1, 1000, &desc), 0u);
+    EXPECT_STREQ(desc.szOperateDesc, "Deleted client certificate successfully. Certificate: op.pem.");
+    EXPECT_EQ(desc.ucLogClass, 37);
+    ASSERT_EQ(LIB_SSL_DelRootCert(1, 1000, &desc), 0u);
+    EXPECT_STREQ(desc.szOperateDesc, "Deleted root certificate successfully. Certificate: ca-root.pem.");
+    EXPECT_EQ(LIB_SSL_DelRootCert(1, 1000, nullptr), 0x18000013u);
+    EXPECT_EQ(LIB_SSL_DelClientCert(1, 1000, nullptr), 0x18000012u);
+    EXPECT_TRUE(OperateLog().empty()); // deletions leave the log to their caller
+}
+
+TEST_F(ImportTest, TheOwnerRefusesAnImportItCannotTrack) {
+    TaskHandle task{0xAAAA, 0xBBBB};
+    SetFaults("TASK_TaskServiceRegister=0x81000001");
+    EXPECT_EQ(LIB_SSL_ImportRootCert(&origin, UploadRoot("ca.pem").c_str(), 1000, &task),
+              0x18000806u);
+    unsetenv(BMCSIM_ENV_FAULTS);
+    EXPECT_EQ(task.TaskId, 0xAAAAu);
+    EXPECT_EQ(Roots().astRootCert[0].uiCertId, 0u);
+}
+
+} // namespace
+} // namespace bmctest

@@ -1,0 +1,152 @@
+// Binding certificates to users, the login by serial number and the
+// clean-up of a user who goes away.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "platform/host/bmc_sim.h"
+#include "tests/sslauth/auth_fixture.h"
+
+namespace bmctest {
+namespace {
+
+class LoginTest : public AuthTest {
+  protected:
+    void SetUp() override {
+        AuthTest::SetUp();
+        ASSERT_EQ(ImportRoot(UploadRoot("ca-root.pem")), 0);
+        ASSERT_EQ(ImportClient(UploadClient("op.pem", 0x0ABCDE), 1), 0);
+        ASSERT_EQ(BMCSIM_UserSet(3, "operator", 3, 0, "op-secret"), 0);
+        ClearDiagLog();
+    }
+    static uint32_t Login(const char *serial, std::string &name, std::string &password) {
+        char nameBuf[33] = "name untouched", pwdBuf[41] = "password untouched";
+        const uint32_t result =
+            LIB_SSL_GetNamePwdBySerial(serial, sizeof nameBuf, nameBuf, sizeof pwdBuf, pwdBuf);
+        name = nameBuf;
+        password = pwdBuf;
+        return result;
+    }
+};
+
+TEST_F(LoginTest, BindAndUnbindRefuseWhatCannotBeBound) {
+    OperateDesc desc{};
+    struct Case {
+        const char *what;
+        uint32_t result, code;
+        const char *text;
+    } cases[] = {
+        {"bind anonymous", LIB_SSL_ClientCertBindUser(9, 1, 1000, &desc), 0x1800040D,
+         "Failed to bind client certificate to user."},
+        {"unbind anonymous", LIB_SSL_ClientCertUntieUser(9, 1, 1000, &desc), 0x1800040E,
+         "Failed to unbind client certificate from user."},
+        {"absent certificate", LIB_SSL_ClientCertBindUser(2, 3, 1000, &desc), 0x1800060F,
+         "Failed to bind client certificate to user."},
+        {"absent user", LIB_SSL_ClientCertBindUser(1, 9, 1000, &desc), 0x18000411,
+         "Failed to bind client certificate to user."},
+        {"user 17", LIB_SSL_ClientCertUntieUser(1, 17, 1000, &desc), 0x18000411,
+         "Failed to unbind client certificate from user."},
+        {"owner refuses: not bound", LIB_SSL_ClientCertUntieUser(1, 3, 1000, &desc), 0x1800000E,
+         "Failed to unbind client certificate from user."},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        EXPECT_EQ(c.result, c.code);
+    }
+    EXPECT_EQ(desc.ucLogClass, 37);
+    EXPECT_EQ(ReadDiags().at(0),
+              (Diag{31, 2, 4, "Anonymous user should not be set, UserId=1."}));
+    EXPECT_EQ(RpcLog().size(), 3u); // two imports and the refused unbinding
+
+    ASSERT_EQ(LIB_SSL_ClientCertBindUser(1, 3, 1000, &desc), 0u);
+    EXPECT_STREQ(desc.szOperateDesc,
+                 "Bound client certificate to user successfully. Certificate: op.pem, user: operator.");
+    EXPECT_EQ(RpcLog().back().requestHex, "0100000003000000");
+    ASSERT_EQ(LIB_SSL_ClientCertUntieUser(1, 3, 1000, &desc), 0u);
+    EXPECT_STREQ(desc.szOperateDesc, "Unbound client certificate from user successfully. "
+                                     "Certificate: op.pem, user: operator.");
+    EXPECT_EQ(LIB_SSL_ClientCertBindUser(1, 3, 1000, nullptr), 0x1800000Du);
+}
+
+TEST_F(LoginTest, SerialNumbersMatchExactly) {
+    std::string name, password;
+    EXPECT_EQ(Login("0ABCDE", name, password), 0x18000E16u); // bound to nobody
+    EXPECT_EQ(name + "/" + password, "name untouched/password untouched");
+    OperateDesc desc{};
+    ASSERT_EQ(LIB_SSL_ClientCertBindUser(1, 3, 1000, &desc), 0u);
+    for (const char *other : {"0abcde", "ABCDE", "00ABCDE", ""}) {
+        SCOPED_TRACE(other);
+        EXPECT_EQ(Login(other, name, password), 0x18000E15u);
+    }
+    ClearDiagLog();
+    ASSERT_EQ(Login("0ABCDE", name, password), 0u);
+    EXPECT_EQ(name + "/" + password, "operator/op-secret");
+    EXPECT_TRUE(ReadDiags().empty()); // nothing about the password anywhere
+
+    // Two users on one certificate (the owner never makes this): the lower id.
+    CliCertUserList bindings = Bindings();
+    bindings.astCertUser[1].uiCliCertId = 1;
+    Put(SSL_AUTH_DB_KEY_USER_LIST, bindings);
+    ASSERT_EQ(Login("0ABCDE", name, password), 0u);
+    EXPECT_EQ(name + "/" + password, "admin/" BMCSIM_FACTORY_ADMIN_PASSWORD);
+
+    // A name cut to its buffer, a password that does not fit.
+    char shortName[4] = {}, pwd[41] = {};
+    ASSERT_EQ(LIB_SSL_GetNamePwdById(2, sizeof shortName, shortName, sizeof pwd, pwd), 0u);
+    EXPECT_STREQ(shortName, "adm");
+    EXPECT_EQ(LIB_SSL_GetNamePwdById(2, sizeof shortName, shortName, 4, pwd), 0x81000001u);
+    EXPECT_EQ(LIB_SSL_GetNamePwdById(17, sizeof pwd, pwd, sizeof pwd, pwd), 0x81000001u);
+    EXPECT_EQ(LIB_SSL_GetNamePwdById(0, sizeof pwd, pwd, sizeof pwd, pwd), 0x81000001u);
+    EXPECT_EQ(LIB_SSL_GetNamePwdBySerial(nullptr, 4, shortName, 4, pwd), 0x81000002u);
+}
+
+TEST_F(LoginTest, RevocationCheckingGatesTheLogin) {
+    OperateDesc desc{};
+    ASSERT_EQ(LIB_SSL_ClientCertBindUser(1, 3, 1000, &desc), 0u);
+    std::string name, password;
+    // Off: the certificate has no OCSP address at all, and still logs in.
+    ASSERT_EQ(Login("0ABCDE", name, password), 0u);
+    ASSERT_EQ(LIB_SSL_SetCertRevokeCheck(1, 1000, &desc), 0u);
+    ClearDiagLog();
+    EXPECT_EQ(Login("0ABCDE", name, password), 0x18000E17u);
+    EXPECT_EQ(name, "name untouched");
+    const auto diags = ReadDiags();
+    ASSERT_FALSE(diags.empty());
+    EXPECT_EQ(diags.back(), (Diag{31, 2, 4, "Cert Revoke Check error, iRet=-1845493720.\n"}));
+
+    SetFaults("DB_Get.0x214103FF=1");
+    EXPECT_EQ(Login("0ABCDE", name, password), 0x18000E18u);
+    SetFaults("LIB_USER_GetUserInfo=5");
+    ASSERT_EQ(LIB_SSL_SetCertRevokeCheck(0, 1000, &desc), 0u);
+    EXPECT_EQ(Login("0ABCDE", name, password), 0x18000E18u);
+    unsetenv(BMCSIM_ENV_FAULTS);
+}
+
+TEST_F(LoginTest, CleanUpUnbindsTheUsersCertificate) {
+    OperateDesc desc{};
+    ASSERT_EQ(LIB_SSL_ClientCertBindUser(1, 3, 1000, &desc), 0u);
+    const size_t calls = RpcLog().size();
+    LIB_SSL_ClearCertUserInfo(0);
+    LIB_SSL_ClearCertUserInfo(17);
+    EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 2, 4, "User id=0 out of range.\n"},
+                                              {31, 2, 4, "User id=17 out of range.\n"}}));
+    ClearDiagLog();
+    LIB_SSL_ClearCertUserInfo(2); // holds nothing: not a call, not a word
+    CliCertUserList bindings = Bindings();
+    bindings.astCertUser[15].uiCliCertId = 7; // the last entry names an absent certificate
+    Put(SSL_AUTH_DB_KEY_USER_LIST, bindings);
+    ASSERT_EQ(BMCSIM_UserSet(16, "last", 2, 0, nullptr), 0);
+    LIB_SSL_ClearCertUserInfo(16);
+    EXPECT_EQ(ReadDiags().back(),
+              (Diag{31, 2, 4, "Failed to ClientCert Untie User, iRet=" +
+                                  std::to_string(static_cast<int32_t>(0x1800060F)) + ".\n"}));
+    EXPECT_EQ(RpcLog().size(), calls);
+
+    LIB_SSL_ClearCertUserInfo(3);
+    EXPECT_EQ(Bindings().astCertUser[2].uiCliCertId, 0u);
+    const RpcCall last = RpcLog().back();
+    EXPECT_EQ(last.command + "/" + last.waitLimit + "/" + last.requestHex, "45/10000/0100000003000000");
+}
+
+} // namespace
+} // namespace bmctest

@@ -1,0 +1,231 @@
+#include "cert_commands.h"
+
+#include <pwd.h>
+#include <unistd.h>
+
+#include <openssl/crypto.h>
+
+#include <chrono>
+#include <filesystem>
+#include <string>
+#include <thread>
+
+#include "json_writer.h"
+#include "lib_ssl_auth.h"
+#include "output.h"
+#include "platform/host/bmc_sim.h"
+#include "record_text.h"
+
+namespace bmccert::cli {
+namespace {
+
+// The wait limit the management daemons use for their own calls.
+constexpr uint32_t kWaitLimit = 10000;
+constexpr auto kPollInterval = std::chrono::milliseconds(50);
+constexpr int kPollLimit = 600; // 30 seconds
+
+LogOrigin Origin() {
+    LogOrigin origin{};
+    const passwd *entry = getpwuid(getuid());
+    (void)BMC_Strlcpy(origin.szUserName, entry != nullptr ? entry->pw_name : "unknown",
+                      sizeof origin.szUserName);
+    (void)BMC_Strlcpy(origin.szClientAddr, "localhost", sizeof origin.szClientAddr);
+    return origin;
+}
+
+// The owner reads the file by its path; a relative one would name
+// another file in the owner's working directory.
+std::string AbsolutePath(const std::string &path) {
+    std::error_code ec;
+    const std::filesystem::path absolute = std::filesystem::absolute(path, ec);
+    return ec ? path : absolute.string();
+}
+
+// The outcome as the operation log would show it.
+int Described(uint32_t result, const OperateDesc &desc, bool json) {
+    const std::string text(FieldText(desc.szOperateDesc));
+    if (result != 0) return ReportFailure(text, result);
+    if (!json) return WriteResult(text + '\n');
+    JsonWriter w;
+    w.BeginObject();
+    w.Key("operation");
+    w.String(text);
+    w.EndObject();
+    return WriteResult(w.Text() + '\n');
+}
+
+// Follows an import's task until its final report.
+int FollowImport(uint32_t result, const TaskHandle &task, bool json) {
+    if (result != 0) return ReportFailure("import refused (details in /var/lib/bmc-sim/diag.log)", result);
+    BMCSIM_TaskState state{};
+    for (int i = 0; i < kPollLimit; ++i) {
+        if (BMCSIM_TaskGet(task.TaskId, &state) != 0 || state.ucState != 0) break;
+        std::this_thread::sleep_for(kPollInterval);
+    }
+    const std::string text(FieldText(state.szText));
+    if (state.ucState != 2) return ReportFailure("import task did not finish: " + text, result);
+    if (!json)
+        return WriteResult("task " + std::to_string(task.TaskId) + ": finished, " +
+                           std::to_string(state.ucProgress) + "%: " + text + '\n');
+    JsonWriter w;
+    w.BeginObject();
+    w.Key("task");
+    w.Uint(task.TaskId);
+    w.Key("state");
+    w.Uint(state.ucState);
+    w.Key("progress");
+    w.Uint(state.ucProgress);
+    w.Key("text");
+    w.String(text);
+    w.EndObject();
+    return WriteResult(w.Text() + '\n');
+}
+
+int ImportRoot(const std::string &file, bool json) {
+    const LogOrigin origin = Origin();
+    TaskHandle task{};
+    const std::string path = AbsolutePath(file);
+    return FollowImport(LIB_SSL_ImportRootCert(&origin, path.c_str(), kWaitLimit, &task), task,
+                        json);
+}
+
+int ImportClient(const std::string &file, uint32_t rootId, bool json) {
+    const LogOrigin origin = Origin();
+    TaskHandle task{};
+    const std::string path = AbsolutePath(file);
+    return FollowImport(
+        LIB_SSL_ImportClientCert(&origin, path.c_str(), rootId, kWaitLimit, &task), task, json);
+}
+
+int Login(const std::string &serial, bool showPassword, bool json) {
+    char name[33] = {};
+    char password[41] = {};
+    const uint32_t result =
+        LIB_SSL_GetNamePwdBySerial(serial.c_str(), sizeof name, name, sizeof password, password);
+    std::string shown = showPassword && result == 0 ? password : "";
+    OPENSSL_cleanse(password, sizeof password);
+    int status;
+    if (result != 0) {
+        status = ReportFailure("no login for serial number " + serial, result);
+    } else if (json) {
+        JsonWriter w;
+        w.BeginObject();
+        w.Key("user");
+        w.String(name);
+        if (showPassword) {
+            w.Key("password");
+            w.String(shown);
+        }
+        w.EndObject();
+        std::string text = w.Text() + '\n';
+        status = WriteResult(text);
+        OPENSSL_cleanse(text.data(), text.size());
+    } else {
+        std::string text = std::string(name) + '\n' + (showPassword ? shown + '\n' : "");
+        status = WriteResult(text);
+        OPENSSL_cleanse(text.data(), text.size());
+    }
+    OPENSSL_cleanse(shown.data(), shown.size());
+    return status;
+}
+
+int Ocsp(uint32_t certId) {
+    const uint32_t result = LIB_SSL_CertRevokeCheck(certId);
+    if (result != 0)
+        return ReportFailure("client certificate " + std::to_string(certId) +
+                                 " is not confirmed good by its OCSP responder",
+                             result);
+    return WriteResult("good\n");
+}
+
+int ForgetUser(uint32_t userId) {
+    if (userId < 1 || userId > SSL_AUTH_MAX_USERS)
+        return ReportFailure("no user " + std::to_string(userId), SSLCERT_ERR_GENERAL);
+    LIB_SSL_ClearCertUserInfo(static_cast<uint8_t>(userId));
+    CliCertUserList bindings{};
+    const uint32_t result = LIB_SSL_GetClientCertUserList(&bindings);
+    if (result != 0) return ReportFailure("bindings unavailable", result);
+    if (bindings.astCertUser[userId - 1].uiCliCertId != 0)
+        return ReportFailure("user " + std::to_string(userId) +
+                                 " still holds a client certificate (details in "
+                                 "/var/lib/bmc-sim/diag.log)",
+                             SSL_AUTH_MGMT_UNTIE_FAILED);
+    return WriteResult("user " + std::to_string(userId) + " holds no client certificate\n");
+}
+
+} // namespace
+
+void AddCertCommands(CLI::App &app, int &status) {
+    // Options live as long as the parse: static storage keeps them simple.
+    static bool json = false;
+    static bool showPassword = false;
+    static std::string file, serial;
+    static uint32_t id = 0, rootId = 0, userId = 0;
+    auto jsonFlag = [](CLI::App *command) {
+        command->add_flag("--json", json, "Print the result as JSON");
+    };
+
+    CLI::App *roots = app.get_subcommand("roots");
+    CLI::App *rootImport = roots->add_subcommand("import", "Import a trusted root certificate");
+    rootImport->add_option("FILE", file, "PEM certificate (.pem, .crt or .cer)")->required();
+    jsonFlag(rootImport);
+    rootImport->callback([&] { status = ImportRoot(file, json); });
+    CLI::App *rootDelete = roots->add_subcommand("delete", "Delete a root certificate");
+    rootDelete->add_option("ID", id, "Root certificate id (1..20)")->required();
+    jsonFlag(rootDelete);
+    rootDelete->callback([&] {
+        OperateDesc desc{};
+        status = Described(LIB_SSL_DelRootCert(id, kWaitLimit, &desc), desc, json);
+    });
+
+    CLI::App *clients = app.get_subcommand("clients");
+    CLI::App *clientImport = clients->add_subcommand("import", "Import a client certificate");
+    clientImport->add_option("FILE", file, "PEM certificate (.pem, .crt or .cer)")->required();
+    clientImport->add_option("--root", rootId, "Id of the root certificate that issued it")
+        ->required();
+    jsonFlag(clientImport);
+    clientImport->callback([&] { status = ImportClient(file, rootId, json); });
+    CLI::App *clientDelete = clients->add_subcommand("delete", "Delete a client certificate");
+    clientDelete->add_option("ID", id, "Client certificate id (1..20)")->required();
+    jsonFlag(clientDelete);
+    clientDelete->callback([&] {
+        OperateDesc desc{};
+        status = Described(LIB_SSL_DelClientCert(id, kWaitLimit, &desc), desc, json);
+    });
+
+    for (const bool bind : {true, false}) {
+        CLI::App *command =
+            app.add_subcommand(bind ? "bind" : "unbind",
+                               bind ? "Bind a client certificate to a user"
+                                    : "Unbind a client certificate from a user");
+        command->add_option("CERT_ID", id, "Client certificate id (1..20)")->required();
+        command->add_option("USER_ID", userId, "User id (1..16)")->required();
+        jsonFlag(command);
+        command->callback([&, bind] {
+            OperateDesc desc{};
+            const uint32_t result = bind ? LIB_SSL_ClientCertBindUser(id, userId, kWaitLimit, &desc)
+                                         : LIB_SSL_ClientCertUntieUser(id, userId, kWaitLimit, &desc);
+            status = Described(result, desc, json);
+        });
+    }
+
+    CLI::App *login =
+        app.add_subcommand("login", "Log in by a client certificate's serial number");
+    login->add_option("--serial", serial, "Serial number as `openssl x509 -serial` prints it")
+        ->required();
+    login->add_flag("--show-password", showPassword, "Also print the user's password");
+    jsonFlag(login);
+    login->callback([&] { status = Login(serial, showPassword, json); });
+
+    CLI::App *ocsp =
+        app.add_subcommand("ocsp", "Ask a client certificate's OCSP responder for its state");
+    ocsp->add_option("CERT_ID", id, "Client certificate id (1..20)")->required();
+    ocsp->callback([&] { status = Ocsp(id); });
+
+    CLI::App *forget = app.add_subcommand(
+        "forget-user", "Unbind the client certificate of a user who goes away");
+    forget->add_option("USER_ID", userId, "User id (1..16)")->required();
+    forget->callback([&] { status = ForgetUser(userId); });
+}
+
+} // namespace bmccert::cli
