@@ -45,7 +45,7 @@ hardening: build
 # The sandbox runs on this machine whatever the target: taken from the host build.
 host-tools: deps
 	test -f $(BUILD_DIR)/CMakeCache.txt || cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo
-	cmake --build $(BUILD_DIR) -j $(JOBS) --target bmc-sandbox
+	cmake --build $(BUILD_DIR) -j $(JOBS) --target bmc-sandbox bmc-sim cert-login
 
 test-armhf: host-tools
 	bash scripts/install-deps.sh armhf

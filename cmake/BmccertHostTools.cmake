@@ -4,7 +4,7 @@
 # targets of the same names: $<TARGET_FILE:bmc-sandbox> works either way.
 # A native build may take them from there too, rather than build them again.
 set(BMCCERT_HOST_TOOLS_DIR "" CACHE PATH
-  "Directory with the tools built for this machine (bmc-sandbox); needed by cross builds")
+  "Directory with the tools built for this machine (bmc-sandbox, bmc-sim, cert-login); needed by cross builds")
 
 function(bmccert_host_tool name)
   if(NOT CMAKE_CROSSCOMPILING AND NOT BMCCERT_HOST_TOOLS_DIR)
