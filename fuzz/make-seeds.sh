@@ -8,7 +8,7 @@ seeds=$here/seeds
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 rm -rf "$seeds"
-mkdir -p "$seeds"/{dump_line_fuzz,x509_extract_fuzz,stunnel_rewrite_fuzz,upload_chain_fuzz,time_text_fuzz}
+mkdir -p "$seeds"/{dump_line_fuzz,x509_extract_fuzz,stunnel_rewrite_fuzz,upload_chain_fuzz,time_text_fuzz,web_config_fuzz,file_name_fuzz}
 
 # A server certificate and its key, and one signed with MD5.
 openssl req -x509 -newkey rsa:1024 -nodes -keyout "$work/key.pem" -out "$work/cert.pem" \
@@ -54,3 +54,13 @@ pair "$work/md5.pem" "$work/key.pem" >"$seeds/upload_chain_fuzz/md5"
 printf '2026-11-23T09:00:00Z' >"$seeds/time_text_fuzz/iso"
 printf 'Nov 22 19:58:47 2026 GMT\n' >"$seeds/time_text_fuzz/openssl"
 printf 'Feb 29 00:00:00 2100 GMT' >"$seeds/time_text_fuzz/not-a-leap-year"
+
+# web_config_fuzz: a buffer size byte, then web server configuration text.
+printf '\100$SERVER["socket"] == ":443" {\n    ssl.ca-file = "/conf/certs/client/ca.pem"\n}\n' \
+    >"$seeds/web_config_fuzz/ca-file"
+printf '\005    ssl.ca-file = "/a/path/longer/than/the/buffer.pem"\n' >"$seeds/web_config_fuzz/short"
+
+# file_name_fuzz: upload paths, accepted and refused.
+printf '/tmp/upload/root-ca.pem' >"$seeds/file_name_fuzz/accepted"
+printf '/tmp/upload/a;touch x.crt' >"$seeds/file_name_fuzz/semicolon"
+printf '/tmp/upload/%s.cer' "$(printf 'n%.0s' $(seq 40))" >"$seeds/file_name_fuzz/long"

@@ -33,7 +33,21 @@ memcheck "generate" generate --cn bmc.example --org Works --ou Lab --locality To
     --country DE --email ops@bmc.example --key-length 1024
 memcheck "upload as a task" upload "$work/up.crt" "$work/up.key"
 memcheck "client authentication status" auth status
+
+# A root, a client certificate it signed, bound to the administrator.
+openssl req -x509 -newkey rsa:2048 -nodes -keyout "$work/root.key" -out "$work/root.pem" \
+    -days 30 -subj /CN=valgrind-root 2>/dev/null
+openssl req -newkey rsa:2048 -nodes -keyout "$work/client.key" -out "$work/client.csr" \
+    -subj /CN=valgrind-client 2>/dev/null
+openssl x509 -req -in "$work/client.csr" -CA "$work/root.pem" -CAkey "$work/root.key" \
+    -CAcreateserial -days 30 -out "$work/client.pem" 2>/dev/null
+serial=$(openssl x509 -noout -serial -in "$work/client.pem" | sed 's/^serial=//')
+memcheck "root import" roots import "$work/root.pem"
 memcheck "root certificates" roots
+memcheck "client import" clients import "$work/client.pem" --root 1
+memcheck "binding" bind 1 2
+memcheck "switching authentication on" auth enable 1
+memcheck "login by serial number" login --serial "$serial"
 
 echo "$passed passed, $failed failed"
 [ "$failed" -eq 0 ]
