@@ -5,6 +5,7 @@
 
 #include "json_writer.h"
 #include "lib_ssl_auth.h"
+#include "operate_output.h"
 #include "output.h"
 #include "record_text.h"
 
@@ -114,19 +115,6 @@ int Status(bool json) {
     return WriteResult("support: " + std::to_string(support) + "\nauthentication: " + OnOff(state) +
                        "\nrevocation check: " + OnOff(revoke) +
                        "\nactive root: " + (active == 0 ? "none" : std::to_string(active)) + '\n');
-}
-
-// The outcome as the operation log would show it.
-int Described(uint32_t result, const OperateDesc &desc, bool json) {
-    const std::string text(FieldText(desc.szOperateDesc));
-    if (result != 0) return ReportFailure(text, result);
-    if (!json) return WriteResult(text + '\n');
-    JsonWriter w;
-    w.BeginObject();
-    w.Key("operation");
-    w.String(text);
-    w.EndObject();
-    return WriteResult(w.Text() + '\n');
 }
 
 int SetAuth(uint8_t state, uint32_t rootId, bool json) {

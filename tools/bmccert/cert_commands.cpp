@@ -12,6 +12,7 @@
 
 #include "json_writer.h"
 #include "lib_ssl_auth.h"
+#include "operate_output.h"
 #include "output.h"
 #include "platform/host/bmc_sim.h"
 #include "record_text.h"
@@ -39,19 +40,6 @@ std::string AbsolutePath(const std::string &path) {
     std::error_code ec;
     const std::filesystem::path absolute = std::filesystem::absolute(path, ec);
     return ec ? path : absolute.string();
-}
-
-// The outcome as the operation log would show it.
-int Described(uint32_t result, const OperateDesc &desc, bool json) {
-    const std::string text(FieldText(desc.szOperateDesc));
-    if (result != 0) return ReportFailure(text, result);
-    if (!json) return WriteResult(text + '\n');
-    JsonWriter w;
-    w.BeginObject();
-    w.Key("operation");
-    w.String(text);
-    w.EndObject();
-    return WriteResult(w.Text() + '\n');
 }
 
 // Follows an import's task until its final report.
