@@ -50,7 +50,7 @@ host-tools: deps
 test-armhf: host-tools
 	bash scripts/install-deps.sh armhf
 	bash scripts/armhf-sysroot.sh $(ARMHF_DIR)/sysroot
-	cmake -S . -B $(ARMHF_DIR) $(LEAN) -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-armhf.cmake \
+	cmake -S . -B $(ARMHF_DIR) $(LEAN) -DCMAKE_TOOLCHAIN_FILE=$(CURDIR)/cmake/toolchain-armhf.cmake \
 	  -DBMCCERT_SYSROOT=$(CURDIR)/$(ARMHF_DIR)/sysroot -DBMCCERT_HOST_TOOLS_DIR=$(CURDIR)/$(BUILD_DIR)/bin
 	cmake --build $(ARMHF_DIR) -j $(JOBS)
 	cd $(ARMHF_DIR) && ctest --output-on-failure -j 2
