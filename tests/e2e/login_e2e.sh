@@ -45,7 +45,9 @@ serve() {  # STATUS PORT: a responder for the operator's serial, on PORT (0: any
     [ "$1" = R ] && revoked=240601000000Z
     printf '%s\t340101000000Z\t%s\t0ABCDE\tunknown\t/CN=operator\n' "$1" "$revoked" >index.txt
     : >responder.out
-    openssl ocsp -index index.txt -port "$2" -rsigner responder.pem -rkey responder.key \
+    # The machine's own tool, whatever openssl the suite tests: a peer that
+    # reports the port it was given.
+    /usr/bin/openssl ocsp -index index.txt -port "$2" -rsigner responder.pem -rkey responder.key \
         -CA lab-root.pem -ignore_err >responder.out 2>/dev/null &
     responder=$!
     for _ in $(seq 50); do grep -q '^ACCEPT' responder.out && break; sleep 0.1; done

@@ -19,6 +19,8 @@ extern char **environ;
 namespace bmctest {
 namespace {
 
+constexpr const char *kResponderTool = "/usr/bin/openssl";
+
 // The responder's first line: "ACCEPT [::]:PORT PID=N".
 int ReadPort(int fd) {
     std::string line;
@@ -60,10 +62,13 @@ OcspResponder::OcspResponder(const std::string &dir, const std::string &issuerPe
     posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
     const std::string idx = dir + "/index.txt", ca = dir + "/issuer.pem",
                       rsigner = dir + "/responder.pem", rkey = dir + "/responder.key";
-    const char *argv[] = {"openssl", "ocsp", "-index", idx.c_str(), "-port", "0",
+    const char *argv[] = {kResponderTool, "ocsp", "-index", idx.c_str(), "-port", "0",
                           "-rsigner", rsigner.c_str(), "-rkey", rkey.c_str(), "-CA", ca.c_str(),
                           "-ignore_err", nullptr};
-    const int spawned = posix_spawnp(&pid_, "openssl", &actions, nullptr,
+    // The responder is the machine's own tool whatever openssl the suite
+    // tests (it may be an older one first on PATH): a peer, not the code
+    // under test, and one that reports the port it was given.
+    const int spawned = posix_spawn(&pid_, kResponderTool, &actions, nullptr,
                                      const_cast<char *const *>(argv), environ);
     posix_spawn_file_actions_destroy(&actions);
     ::close(ends[1]);
