@@ -28,14 +28,17 @@ check() {  # NAME COMMAND...
 cd "$work" || exit 1
 
 # --- certificates: an authority, its OCSP responder, a client; a stranger ---------------
+# Fixtures are made with the machine's own tool, whatever openssl the suite
+# tests first on PATH.
+fixture_openssl=/usr/bin/openssl
 ca() {  # NAME: a self-signed authority NAME.pem with NAME.key
-    openssl req -x509 -newkey rsa:2048 -nodes -keyout "$1.key" -out "$1.pem" -days 30 \
+    "$fixture_openssl" req -x509 -newkey rsa:2048 -nodes -keyout "$1.key" -out "$1.pem" -days 30 \
         -subj "/O=Test Works/CN=$1" -addext basicConstraints=critical,CA:TRUE \
         -addext keyUsage=keyCertSign,cRLSign 2>/dev/null
 }
 issue() {  # CA NAME SERIAL EXTENSIONS: NAME.pem and NAME.key issued by CA
-    openssl req -newkey rsa:2048 -nodes -keyout "$2.key" -out "$2.csr" -subj "/CN=$2" 2>/dev/null &&
-        openssl x509 -req -in "$2.csr" -CA "$1.pem" -CAkey "$1.key" -set_serial "$3" -days 10 \
+    "$fixture_openssl" req -newkey rsa:2048 -nodes -keyout "$2.key" -out "$2.csr" -subj "/CN=$2" 2>/dev/null &&
+        "$fixture_openssl" x509 -req -in "$2.csr" -CA "$1.pem" -CAkey "$1.key" -set_serial "$3" -days 10 \
             -out "$2.pem" -extfile <(printf '%s\n' "$4") 2>/dev/null
 }
 ca lab-root && ca stranger-root
