@@ -6,17 +6,11 @@
 // and no process started by either.
 #include <benchmark/benchmark.h>
 
-#include <spawn.h>
-#include <sys/wait.h>
-
 #include <cstdio>
-#include <map>
-#include <string>
 
+#include "bench/bench_support.h"
 #include "lib_ssl_auth.h"
 #include "platform/host/bmc_sim.h"
-
-extern char **environ;
 
 namespace {
 
@@ -45,11 +39,6 @@ bool PlaceRecords() {
                           &bindings) == 0;
 }
 
-void ReportSpawns(benchmark::State &state, uint64_t before) {
-    state.counters["spawns/op"] = benchmark::Counter(
-        static_cast<double>(BMCSIM_SpawnCount() - before), benchmark::Counter::kAvgIterations);
-}
-
 void BM_GetClientCertInfo(benchmark::State &state) {
     if (!PlaceRecords()) state.SkipWithError("records could not be placed");
     CliCertDetail detail{};
@@ -59,7 +48,7 @@ void BM_GetClientCertInfo(benchmark::State &state) {
             state.SkipWithError("query failed");
         benchmark::DoNotOptimize(detail);
     }
-    ReportSpawns(state, spawns);
+    bmcbench::ReportSpawns(state, spawns);
 }
 
 void BM_GetUsableUserList(benchmark::State &state) {
@@ -70,19 +59,12 @@ void BM_GetUsableUserList(benchmark::State &state) {
         if (LIB_SSL_GetUsableUserList(&users) != 0) state.SkipWithError("query failed");
         benchmark::DoNotOptimize(users);
     }
-    ReportSpawns(state, spawns);
+    bmcbench::ReportSpawns(state, spawns);
 }
 
 void BM_BareOpensslDump(benchmark::State &state) {
-    char shell[] = "sh", dashC[] = "-c";
-    std::string command = kBareCommand;
-    char *argv[] = {shell, dashC, command.data(), nullptr};
     for (auto _ : state) {
-        pid_t child = 0;
-        int status = 0;
-        if (posix_spawn(&child, "/bin/sh", nullptr, nullptr, argv, environ) != 0 ||
-            waitpid(child, &status, 0) != child || !WIFEXITED(status) || WEXITSTATUS(status) != 0)
-            state.SkipWithError("bare openssl run failed");
+        if (!bmcbench::RunShell(kBareCommand)) state.SkipWithError("bare openssl run failed");
     }
     std::remove("/var/certs/bench_dump");
 }
@@ -91,36 +73,11 @@ BENCHMARK(BM_GetClientCertInfo)->Unit(benchmark::kMicrosecond)->UseRealTime();
 BENCHMARK(BM_GetUsableUserList)->Unit(benchmark::kMicrosecond)->UseRealTime();
 BENCHMARK(BM_BareOpensslDump)->Unit(benchmark::kMillisecond)->MinTime(2.0)->UseRealTime();
 
-class RatioReporter : public benchmark::ConsoleReporter {
-  public:
-    void ReportRuns(const std::vector<Run> &runs) override {
-        for (const Run &run : runs) {
-            if (run.run_type != Run::RT_Iteration || run.iterations <= 0) continue;
-            const std::string &name = run.run_name.function_name;
-            seconds_[name] = run.real_accumulated_time / static_cast<double>(run.iterations);
-            auto spawns = run.counters.find("spawns/op");
-            if (spawns != run.counters.end()) spawns_[name] = spawns->second.value;
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-    [[nodiscard]] double Seconds(const std::string &name) const {
-        auto found = seconds_.find(name);
-        return found == seconds_.end() ? 0.0 : found->second;
-    }
-    [[nodiscard]] double Spawns(const std::string &name) const {
-        auto found = spawns_.find(name);
-        return found == spawns_.end() ? -1.0 : found->second;
-    }
-
-  private:
-    std::map<std::string, double> seconds_, spawns_;
-};
-
 } // namespace
 
 int main(int argc, char **argv) {
     benchmark::Initialize(&argc, argv);
-    RatioReporter reporter;
+    bmcbench::TimeReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
 

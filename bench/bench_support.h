@@ -11,6 +11,8 @@
 #include <map>
 #include <string>
 
+#include "platform/host/bmc_sim.h"
+
 extern char **environ;
 
 namespace bmcbench {
@@ -26,7 +28,13 @@ inline bool RunShell(const std::string &command) {
            waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-// Real seconds per iteration, by benchmark name; repeated benchmarks are
+// Processes the stand-in started per iteration since BEFORE, as a counter.
+inline void ReportSpawns(benchmark::State &state, uint64_t before) {
+    state.counters["spawns/op"] = benchmark::Counter(
+        static_cast<double>(BMCSIM_SpawnCount() - before), benchmark::Counter::kAvgIterations);
+}
+
+// Real seconds (and spawns, when counted) per iteration, by benchmark name; repeated benchmarks are
 // kept by name and aggregate ("BM_X/median").
 class TimeReporter : public benchmark::ConsoleReporter {
   public:
@@ -39,6 +47,8 @@ class TimeReporter : public benchmark::ConsoleReporter {
             else if (run.repetitions > 1)
                 continue;
             seconds_[name] = run.real_accumulated_time / static_cast<double>(run.iterations);
+            auto spawns = run.counters.find("spawns/op");
+            if (spawns != run.counters.end()) spawns_[name] = spawns->second.value;
         }
         ConsoleReporter::ReportRuns(runs);
     }
@@ -47,8 +57,14 @@ class TimeReporter : public benchmark::ConsoleReporter {
         return found == seconds_.end() ? 0.0 : found->second;
     }
 
+    // -1 when the benchmark counted no spawns.
+    [[nodiscard]] double Spawns(const std::string &name) const {
+        auto found = spawns_.find(name);
+        return found == spawns_.end() ? -1.0 : found->second;
+    }
+
   private:
-    std::map<std::string, double> seconds_;
+    std::map<std::string, double> seconds_, spawns_;
 };
 
 } // namespace bmcbench

@@ -19,11 +19,6 @@ constexpr const char *kBareCommand =
     "openssl x509 -text -serial -startdate -enddate -purpose -noout "
     "-in /conf/certs/server/default/server.pem > /var/certs/bench_dump";
 
-void ReportSpawns(benchmark::State &state, uint64_t before) {
-    state.counters["spawns/op"] = benchmark::Counter(
-        static_cast<double>(BMCSIM_SpawnCount() - before), benchmark::Counter::kAvgIterations);
-}
-
 void BM_GetCertInfoFromDatabase(benchmark::State &state) {
     SSLCertInfo info{};
     if (SECURITY_UpdateCertInfo() != 0) state.SkipWithError("no record could be stored");
@@ -32,7 +27,7 @@ void BM_GetCertInfoFromDatabase(benchmark::State &state) {
         if (LIB_SECURITY_GetCertInfo(&info) != 0) state.SkipWithError("get failed");
         benchmark::DoNotOptimize(info);
     }
-    ReportSpawns(state, spawns);
+    bmcbench::ReportSpawns(state, spawns);
 }
 
 void BM_GetCertInfoFromFile(benchmark::State &state) {
@@ -42,7 +37,7 @@ void BM_GetCertInfoFromFile(benchmark::State &state) {
         if (SECURITY_GetCertInfoFromFile(&info) != 0) state.SkipWithError("file read failed");
         benchmark::DoNotOptimize(info);
     }
-    ReportSpawns(state, spawns);
+    bmcbench::ReportSpawns(state, spawns);
 }
 
 void BM_BareOpensslDump(benchmark::State &state) {
