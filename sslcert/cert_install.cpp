@@ -40,6 +40,7 @@ extern "C" uint32_t SECURITY_SSL_UpdateSSLCert(const char *pcTmpCert, const char
         BMCCERT_DIAG(kLevelFailure, "Tmp Privkey File %s is not exist!\n", pcTmpPrivkey);
         return SSLCERT_ERR_GENERAL;
     }
+    if (!HasRoomToInstall(pcTmpCert, pcTmpPrivkey)) return SSLCERT_ERR_GENERAL;
 
     if (BMC_CopyFile(pcTmpCert, kUserCertPath) != 0) {
         BMCCERT_DIAG(kLevelHandling, "Copy certificate file from %s to %s failed! strerrno:%s\n",

@@ -69,6 +69,10 @@ inline constexpr int kWebRestartDelaySeconds = 2;
 // failed. %s\n", level 6), never fatal.
 void RemoveScratchFileReported(const char *path);
 
+// False, after a report, when the file systems that hold the user pair and
+// the combined file cannot take a pair of these sizes.
+[[nodiscard]] bool HasRoomToInstall(const char *tmpCert, const char *tmpKey);
+
 // Restricts a file that holds private key material to its owner (0600).
 [[nodiscard]] bool RestrictToOwner(const char *path);
 

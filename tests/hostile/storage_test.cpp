@@ -1,0 +1,165 @@
+// Installation on a /conf that is full or read-only: a clear failure, and
+// the pair installed before stays whole and loadable by the services.
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/mount.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <openssl/bio.h>
+#include <openssl/pem.h>
+#include <openssl/x509.h>
+
+#include <filesystem>
+#include <memory>
+
+#include "lib_security_sslcert.h"
+#include "tests/support/controller.h"
+
+namespace bmctest {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char *kUploadedCert = "/var/certs/actualcert.pem";
+constexpr const char *kUploadedKey = "/var/certs/actualprivkey.pem";
+constexpr const char *kFiller = "/conf/filler";
+
+// True when the combined file holds a certificate followed by its own key,
+// as the web server needs it.
+bool CombinedFileLoads() {
+    const std::string pem = ReadFile(kCombinedFile);
+    std::unique_ptr<BIO, decltype(&BIO_free)> bio(BIO_new_mem_buf(pem.data(), int(pem.size())),
+                                                  BIO_free);
+    std::unique_ptr<X509, decltype(&X509_free)> cert(
+        PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr), X509_free);
+    std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key(
+        PEM_read_bio_PrivateKey(bio.get(), nullptr, nullptr, nullptr), EVP_PKEY_free);
+    return cert && key && X509_check_private_key(cert.get(), key.get()) == 1;
+}
+
+struct Installed {
+    std::string cert, key, combined, tunnel;
+    bool operator==(const Installed &) const = default;
+};
+
+Installed ReadInstalled() {
+    return {ReadFile("/conf/certs/server/user/actualcert.pem"),
+            ReadFile("/conf/certs/server/user/actualprivkey.pem"), ReadFile(kCombinedFile),
+            ReadFile(kTunnelConfig)};
+}
+
+// /conf on a tmpfs of its own holding a copy of the controller's /conf,
+// so that it can be filled or made read-only; unmounted after each test.
+class StorageTest : public ControllerTest {
+  protected:
+    void SetUp() override {
+        ControllerTest::SetUp();
+        const int original = open("/conf", O_PATH | O_DIRECTORY | O_CLOEXEC);
+        ASSERT_GE(original, 0);
+        ASSERT_EQ(mount("bmccert-conf", "/conf", "tmpfs", 0, "size=256k,mode=0755"), 0);
+        mounted_ = true;
+        fs::copy("/proc/self/fd/" + std::to_string(original), "/conf",
+                 fs::copy_options::recursive);
+        close(original);
+    }
+    void TearDown() override {
+        if (mounted_) {
+            EXPECT_EQ(umount2("/conf", MNT_DETACH), 0);
+        }
+        ControllerTest::TearDown();
+    }
+    static void Upload(const CertRecipe &recipe) {
+        WriteFile(kUploadedCert, MakeCertPem(recipe));
+        WriteFile(kUploadedKey, KeyPem(recipe.key));
+    }
+    static uint32_t Install() {
+        return SECURITY_SSL_UpdateSSLCert(kUploadedCert, kUploadedKey);
+    }
+    // Fills /conf until exactly `spare` blocks are left.
+    static void FillLeaving(uint64_t spare) {
+        struct statvfs vfs;
+        ASSERT_EQ(statvfs("/conf", &vfs), 0);
+        const uint64_t used = fs::exists(kFiller) ? fs::file_size(kFiller) / vfs.f_frsize : 0;
+        const uint64_t blocks = used + vfs.f_bavail - spare;
+        WriteFile(kFiller, std::string(blocks * vfs.f_frsize, 'f'));
+        ASSERT_EQ(statvfs("/conf", &vfs), 0);
+        ASSERT_EQ(vfs.f_bavail, spare);
+    }
+
+  private:
+    bool mounted_ = false;
+};
+
+TEST_F(StorageTest, FullDiskRefusesBeforeTouchingTheInstalledPair) {
+    Upload({});
+    ASSERT_EQ(Install(), 0u);
+    const Installed before = ReadInstalled();
+    ASSERT_TRUE(CombinedFileLoads());
+
+    CertRecipe next;
+    next.key = KeyKind::Ec256;
+    next.serial = 0x5EED;
+    Upload(next);
+    // Certificate, key and combined file take a block each.
+    for (uint64_t spare : {0, 1, 2}) {
+        SCOPED_TRACE(spare);
+        FillLeaving(spare);
+        ClearDiagLog();
+        EXPECT_EQ(Install(), 0x81000001u);
+        EXPECT_EQ(ReadDiags(),
+                  (std::vector<Diag>{{31, 3, 4,
+                                      "No room under /conf/certs/server/user for the new "
+                                      "certificate: 12288 bytes needed, " +
+                                          std::to_string(spare * 4096) + " free.\n"}}));
+        EXPECT_TRUE(ReadInstalled() == before);
+        EXPECT_TRUE(CombinedFileLoads());
+    }
+
+    // The tunnel configuration cannot be rewritten either, and stays whole.
+    FillLeaving(0);
+    ClearDiagLog();
+    EXPECT_EQ(LIB_SECURITY_SSL_ModStunnelConfFile("/new/cert.pem", "/new/key.pem"), 0x81000001u);
+    EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 3, 4,
+                                               "Replace /conf/adviserd/stunnel.conf with "
+                                               "/conf/adviserd/tmp_stunnel.conf failed! "
+                                               "strerrno:No space left on device\n"}}));
+    EXPECT_EQ(ReadFile(kTunnelConfig), before.tunnel);
+    EXPECT_FALSE(fs::exists("/conf/adviserd/tmp_stunnel.conf"));
+
+    FillLeaving(3);
+    EXPECT_EQ(Install(), 0u);
+    EXPECT_EQ(ReadFile(kCombinedFile), ReadFile(kUploadedCert) + ReadFile(kUploadedKey));
+    EXPECT_TRUE(CombinedFileLoads());
+}
+
+TEST_F(StorageTest, ReadOnlyConfRefusesAndKeepsServingThePair) {
+    Upload({});
+    ASSERT_EQ(Install(), 0u);
+    const Installed before = ReadInstalled();
+    ASSERT_EQ(mount("bmccert-conf", "/conf", "tmpfs", MS_REMOUNT | MS_RDONLY, nullptr), 0);
+
+    CertRecipe next;
+    next.serial = 0x5EED;
+    Upload(next);
+    ClearDiagLog();
+    EXPECT_EQ(Install(), 0x81000001u);
+    EXPECT_EQ(LIB_SECURITY_SSL_ModStunnelConfFile("/new/cert.pem", "/new/key.pem"), 0x81000001u);
+    EXPECT_EQ(ReadDiags(),
+              (std::vector<Diag>{{31, 3, 4,
+                                  "Copy certificate file from /var/certs/actualcert.pem to "
+                                  "/conf/certs/server/user/actualcert.pem failed! "
+                                  "strerrno:Read-only file system\n"},
+                                 {31, 3, 4, "/conf/adviserd/tmp_stunnel.conf open failed.\n"}}));
+    EXPECT_TRUE(ReadInstalled() == before);
+    EXPECT_TRUE(CombinedFileLoads());
+
+    // The information still comes from the installed pair.
+    SSLCertInfo info{};
+    EXPECT_EQ(LIB_SECURITY_GetCertInfo(&info), 0u);
+    EXPECT_EQ(info.stKeyFileInfo.ucCertType, SSL_CERT_TYPE_USER);
+}
+
+} // namespace
+} // namespace bmctest
