@@ -1,5 +1,7 @@
 // Field-by-field check of a certificate generation request, before any file
 // is written or any key is made.
+#include <cstring>
+
 #include "sslcert/sslcert_internal.h"
 
 namespace bmccert::sslcert {
@@ -24,9 +26,30 @@ bool Matches(const char *text, const char *pattern) {
     return BMC_RegularJudge(text, pattern) == kMatched;
 }
 
+template <size_t N> bool Terminated(const char (&field)[N]) {
+    return std::memchr(field, '\0', N) != nullptr;
+}
+
+// The request with every text field ended inside its array, so that the
+// patterns and the reports never read past a field. A field that the
+// caller filled to its last byte fails its own rule (see below).
+SSLCertGenParam TerminatedCopy(const SSLCertGenParam &request) {
+    SSLCertGenParam copy = request;
+    const auto end = [](auto &field) { field[sizeof field - 1] = '\0'; };
+    end(copy.szCommonName);
+    end(copy.szOrganisation);
+    end(copy.szOrganisationUnit);
+    end(copy.szLocalityName);
+    end(copy.szStateName);
+    end(copy.szCountryCode);
+    end(copy.szEmailAddress);
+    return copy;
+}
+
 // A name field, its rejection pattern and its failure report, in the order
 // in which they are checked after the e-mail address and the country.
 struct NameRule {
+    bool terminated;
     const char *value;
     const char *pattern;
     const char *report;
@@ -53,32 +76,34 @@ extern "C" uint32_t SECURITY_SSL_GenSSLCert_Check(const SSLCertGenParam *pstSSLC
                      pstSSLCert->uiValidDays);
         return SSLCERT_ERR_GENERAL;
     }
-    if (!Matches(pstSSLCert->szEmailAddress, kEmailPattern)) {
+    const SSLCertGenParam &given = *pstSSLCert;
+    const SSLCertGenParam request = TerminatedCopy(given);
+    if (!Terminated(given.szEmailAddress) || !Matches(request.szEmailAddress, kEmailPattern)) {
         BMCCERT_DIAG(kLevelFailure,
                      "SSL cert Gen Email Address verify failed! EmailAddress = %s.\n",
-                     pstSSLCert->szEmailAddress);
+                     request.szEmailAddress);
         return SSLCERT_ERR_GENERAL;
     }
-    if (!Matches(pstSSLCert->szCountryCode, kCountryPattern)) {
+    if (!Terminated(given.szCountryCode) || !Matches(request.szCountryCode, kCountryPattern)) {
         BMCCERT_DIAG(kLevelFailure, "SSL cert Gen Country Code verify failed! CountryCode = %s.\n",
-                     pstSSLCert->szCountryCode);
+                     request.szCountryCode);
         return SSLCERT_ERR_GENERAL;
     }
 
     const NameRule rules[] = {
-        {pstSSLCert->szCommonName, kNameRejectPattern,
+        {Terminated(given.szCommonName), request.szCommonName, kNameRejectPattern,
          "SSL cert Gen Common Name verify failed! CommonName = %s.\n"},
-        {pstSSLCert->szOrganisation, kOrganisationRejectPattern,
+        {Terminated(given.szOrganisation), request.szOrganisation, kOrganisationRejectPattern,
          "SSL cert Gen Organisation verify failed! Organisation = %s.\n"},
-        {pstSSLCert->szOrganisationUnit, kNameRejectPattern,
+        {Terminated(given.szOrganisationUnit), request.szOrganisationUnit, kNameRejectPattern,
          "SSL cert Gen Organisation Unit verify failed! OrganisationUnit = %s.\n"},
-        {pstSSLCert->szLocalityName, kNameRejectPattern,
+        {Terminated(given.szLocalityName), request.szLocalityName, kNameRejectPattern,
          "SSL cert Gen Locality Name verify failed! LocalityName = %s.\n"},
-        {pstSSLCert->szStateName, kNameRejectPattern,
+        {Terminated(given.szStateName), request.szStateName, kNameRejectPattern,
          "SSL cert Gen State Name verify failed! StateName = %s.\n"},
     };
     for (const NameRule &rule : rules) {
-        if (Matches(rule.value, rule.pattern)) {
+        if (!rule.terminated || Matches(rule.value, rule.pattern)) {
             // Each report is a constant of the table above with one %s.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"

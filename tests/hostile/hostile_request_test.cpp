@@ -1,0 +1,77 @@
+// Generation requests whose texts hold shell syntax, configuration syntax,
+// invalid UTF-8, or fill their field to the last byte: refused with the
+// field's own report before any file is written or any process started.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <filesystem>
+#include <string>
+
+#include "lib_security_sslcert.h"
+#include "platform/host/bmc_sim.h"
+#include "tests/support/controller.h"
+
+namespace bmctest {
+namespace {
+
+class HostileRequestTest : public ControllerTest {};
+
+template <size_t N> void Fill(char (&field)[N], const std::string &text) {
+    std::memset(field, 0, N);
+    std::memcpy(field, text.data(), std::min(N, text.size()));
+}
+
+TEST_F(HostileRequestTest, EveryFieldRefusesWhatCouldEscapeIt) {
+    struct Field {
+        const char *report;
+        void (*set)(SSLCertGenParam &, const std::string &);
+        size_t size;
+    } fields[] = {
+        {"Email Address verify failed! EmailAddress",
+         [](auto &r, const auto &t) { Fill(r.szEmailAddress, t); }, 129},
+        {"Country Code verify failed! CountryCode",
+         [](auto &r, const auto &t) { Fill(r.szCountryCode, t); }, 3},
+        {"Common Name verify failed! CommonName",
+         [](auto &r, const auto &t) { Fill(r.szCommonName, t); }, 65},
+        {"Organisation verify failed! Organisation",
+         [](auto &r, const auto &t) { Fill(r.szOrganisation, t); }, 65},
+        {"Organisation Unit verify failed! OrganisationUnit",
+         [](auto &r, const auto &t) { Fill(r.szOrganisationUnit, t); }, 65},
+        {"Locality Name verify failed! LocalityName",
+         [](auto &r, const auto &t) { Fill(r.szLocalityName, t); }, 129},
+        {"State Name verify failed! StateName",
+         [](auto &r, const auto &t) { Fill(r.szStateName, t); }, 129},
+    };
+    const std::string payloads[] = {
+        "a$(touch /var/certs/mk)", "a`touch /var/certs/mk`", "a;touch /var/certs/mk",
+        "a|touch /var/certs/mk",   "a&touch /var/certs/mk",  "a'b",
+        "a\"b",                    "a\nCN = x",              "caf\xc3\xa9\xff",
+    };
+    const uint64_t spawned = BMCSIM_SpawnCount();
+    for (const Field &field : fields) {
+        SCOPED_TRACE(field.report);
+        // Filled to the last byte: the report shows the text cut to the field.
+        const std::string unterminated(field.size, 'a');
+        for (const std::string &payload : {payloads[0], payloads[1], payloads[2], payloads[3],
+                                           payloads[4], payloads[5], payloads[6], payloads[7],
+                                           payloads[8], unterminated}) {
+            SCOPED_TRACE(payload);
+            SSLCertGenParam request = GenRequest(2048);
+            field.set(request, payload);
+            ClearDiagLog();
+            EXPECT_EQ(LIB_SECURITY_GenCert(&request), 0x98000008u);
+            const std::string shown = payload.substr(0, field.size - 1);
+            EXPECT_EQ(ReadDiags(),
+                      (std::vector<Diag>{
+                          {31, 3, 2,
+                           std::string("SSL cert Gen ") + field.report + " = " + shown + ".\n"},
+                          {31, 3, 2, "Gen cert check data failed!\n"}}));
+        }
+    }
+    EXPECT_EQ(BMCSIM_SpawnCount(), spawned);
+    EXPECT_FALSE(std::filesystem::exists("/var/certs/mk"));
+    EXPECT_FALSE(std::filesystem::exists("/var/certs/sslconf"));
+}
+
+} // namespace
+} // namespace bmctest
