@@ -39,8 +39,10 @@ template <size_t N>
 [[nodiscard]] uint32_t ImportFailed(const LogOrigin &origin, const char *text, uint32_t code,
                                     const BMC_ErrCodeMap (&map)[9], uint32_t fallback) {
     const uint32_t mapped = MapCode(code, map, fallback);
-    (void)OPERATELOG_AddLogComm(origin.uiInterface, 67, text, origin.szUserName,
-                                origin.szClientAddr, __LINE__, SSLCERT_OPERATE_LOG_CLASS);
+    (void)OPERATELOG_AddLogComm(origin.uiInterface, 67, text,
+                                FieldText(origin.szUserName).c_str(),
+                                FieldText(origin.szClientAddr).c_str(), __LINE__,
+                                SSLCERT_OPERATE_LOG_CLASS);
     return mapped;
 }
 

@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 
 #include <openssl/bio.h>
@@ -23,6 +24,21 @@
 namespace bmccert {
 
 inline constexpr uint32_t kDiagModule = 31;
+
+// A text field of a caller's record as a terminated text. A field that the
+// caller filled to its last byte is read no further than its array: the
+// text is cut to the field, as bounded copies cut what does not fit.
+template <size_t N> class FieldText {
+  public:
+    explicit FieldText(const char (&field)[N]) {
+        std::memcpy(text_, field, N);
+        text_[N - 1] = '\0';
+    }
+    [[nodiscard]] const char *c_str() const { return text_; }
+
+  private:
+    char text_[N];
+};
 
 // Diagnostic levels: lower is graver.
 inline constexpr uint32_t kLevelFailure = 2;

@@ -35,7 +35,8 @@ void WriteOperateLog(const LogOrigin &origin, uint32_t outcome, uint32_t resultK
     OperateDesc desc{};
     SECURITY_SetSSLCertOperateLogDes(outcome, &desc);
     (void)OPERATELOG_AddLogComm(origin.uiInterface, resultKind, desc.szOperateDesc,
-                                origin.szUserName, origin.szClientAddr, line, desc.ucLogClass);
+                                FieldText(origin.szUserName).c_str(),
+                                FieldText(origin.szClientAddr).c_str(), line, desc.ucLogClass);
 }
 
 // Fetch, validation, installation and the tunnel restart; the first

@@ -10,12 +10,13 @@ using namespace bmccert;
 constexpr uint32_t kTransferMode = 5;
 
 // Zero-filled, as the file transfer expects, with both paths bounded to
-// their fields.
-FileTransferRecord TransferRecord(const char *source, const char *destination) {
+// their fields; the source is read no further than the request's field.
+template <size_t N>
+FileTransferRecord TransferRecord(const char (&source)[N], const char *destination) {
     FileTransferRecord record{};
     record.ucByte1 = 1;
     (void)BMC_Strlcpy(record.szDstPath, destination, sizeof record.szDstPath);
-    (void)BMC_Strlcpy(record.szSrcPath, source, sizeof record.szSrcPath);
+    (void)BMC_Strlcpy(record.szSrcPath, FieldText(source).c_str(), sizeof record.szSrcPath);
     return record;
 }
 

@@ -1,13 +1,17 @@
-// Generation requests whose texts hold shell syntax, configuration syntax,
-// invalid UTF-8, or fill their field to the last byte: refused with the
-// field's own report before any file is written or any process started.
+// Callers' records whose texts hold shell syntax, configuration syntax,
+// invalid UTF-8, or fill their field to the last byte. Generation requests
+// are refused with the field's own report before any file is written or
+// any process started; the texts of upload requests and log origins are
+// read no further than their fields.
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <string>
 
 #include "lib_security_sslcert.h"
+#include "lib_ssl_auth.h"
 #include "platform/host/bmc_sim.h"
 #include "tests/support/controller.h"
 
@@ -71,6 +75,31 @@ TEST_F(HostileRequestTest, EveryFieldRefusesWhatCouldEscapeIt) {
     EXPECT_EQ(BMCSIM_SpawnCount(), spawned);
     EXPECT_FALSE(std::filesystem::exists("/var/certs/mk"));
     EXPECT_FALSE(std::filesystem::exists("/var/certs/sslconf"));
+}
+
+TEST_F(HostileRequestTest, FullFieldsOfUploadsAndOriginsAreCutToTheirFields) {
+    UploadParam upload;
+    std::memset(&upload, 'u', sizeof upload);
+    ClearDiagLog();
+    EXPECT_EQ(SECURITY_SSL_GetUploadCert(&upload), 0x81000001u);
+    const auto diags = ReadDiags();
+    ASSERT_EQ(diags.size(), 1u);
+    EXPECT_EQ(diags[0].message, "Failed to download Server Cert. FileStr:" + std::string(1023, 'u') +
+                                    ", FileDst:/var/certs/actualcert.pem, iRet=-2130706431.");
+
+    LogOrigin origin;
+    std::memset(&origin, 'o', sizeof origin);
+    origin.uiInterface = 7;
+    TaskHandle task{};
+    EXPECT_EQ(LIB_SSL_ImportRootCert(&origin, "no-slash.pem", 1000, &task), 0x18000006u);
+    std::ifstream log(BMCSIM_OPERATE_LOG);
+    std::string entry;
+    ASSERT_TRUE(std::getline(log, entry));
+    EXPECT_EQ(entry.rfind("7\t67\tFailed to import root certificate.\t" + std::string(32, 'o') +
+                              "\t" + std::string(46, 'o') + "\t",
+                          0),
+              0u)
+        << entry;
 }
 
 } // namespace
