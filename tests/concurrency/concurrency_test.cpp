@@ -1,0 +1,243 @@
+// Many management callers at once, in several processes with several
+// threads each: reading and refreshing the certificate information,
+// rewriting the tunnel configuration while others read it, and logging in
+// by certificate. Every call must give its documented result, readers must
+// only ever see a whole configuration, no scratch file may stay behind and
+// no caller may wait forever.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <sstream>
+#include <thread>
+#include <vector>
+
+#include "lib_security_sslcert.h"
+#include "lib_ssl_auth.h"
+#include "platform/host/bmc_sim.h"
+#include "tests/concurrency/child_processes.h"
+#include "tests/sslauth/auth_fixture.h"
+
+namespace bmctest {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr int kProcesses = 8;
+constexpr const char *kSerial = "0ABCDE";
+
+struct PathPair {
+    std::string cert, key;
+};
+// The installed user certificate and the factory one, written in turn.
+const PathPair kPairs[2] = {
+    {"/conf/certs/server/user/actualcert.pem", "/conf/certs/server/user/actualprivkey.pem"},
+    {kFactoryCert, kFactoryKey}};
+
+enum Kind { kRefresh, kFileRead, kCachedRead, kRewrite, kTunnelRead, kLogin, kKinds };
+const char *const kKindNames[kKinds] = {"refresh", "file read",   "cached read",
+                                        "rewrite", "tunnel read", "login"};
+// The eight threads of every worker process.
+constexpr Kind kThreads[] = {kRefresh, kFileRead,   kCachedRead, kCachedRead,
+                             kRewrite, kTunnelRead, kLogin,      kLogin};
+// Rounds of one thread. Refreshes and file reads each run the openssl tool
+// under the one scratch-file lock, so they are the fewest; a tunnel reader
+// goes on while its process rewrites.
+constexpr int kRounds[kKinds] = {16, 16, 32, 32, 1, 32};
+
+// What the workers report, in memory shared with the test process.
+struct Board {
+    std::atomic<uint32_t> rounds[kKinds];
+    std::atomic<uint32_t> failures[kKinds];
+    std::atomic<uint32_t> notes;
+    char note[kProcesses][512];
+
+    void Record(Kind kind, int process, const std::string &failure) {
+        rounds[kind].fetch_add(1);
+        if (failure.empty()) return;
+        failures[kind].fetch_add(1);
+        const uint32_t slot = notes.fetch_add(1);
+        if (slot < kProcesses)
+            std::snprintf(note[slot], sizeof note[slot], "process %d, %s: %s", process,
+                          kKindNames[kind], failure.c_str());
+    }
+};
+
+struct Expected {
+    SSLCertInfo info{};
+    int32_t daysLeft = 0;
+    std::string tunnel[2]; // the configuration as a rewrite to each pair leaves it
+};
+
+// Every line that mentions either option becomes that option with the
+// pair's path; all other lines stay as they are.
+std::string Rewritten(const std::string &config, const PathPair &pair) {
+    std::istringstream in(config);
+    std::string out;
+    for (std::string line; std::getline(in, line);) {
+        if (line.find("cert =") != std::string::npos)
+            line = "cert = " + pair.cert;
+        else if (line.find("key =") != std::string::npos)
+            line = "key = " + pair.key;
+        out += line + '\n';
+    }
+    return out;
+}
+
+std::string Code(uint32_t result) {
+    char text[32];
+    std::snprintf(text, sizeof text, "result 0x%08X", result);
+    return text;
+}
+
+std::string CompareInfo(uint32_t result, const SSLCertInfo &info, const Expected &expected) {
+    if (result != 0) return Code(static_cast<uint32_t>(result));
+    return std::memcmp(&info, &expected.info, sizeof info) == 0 ? "" : "record differs";
+}
+
+// One call of the kind; empty when it gave the documented result.
+std::string Round(Kind kind, int turn, const Expected &expected) {
+    switch (kind) {
+    case kRefresh: {
+        const int32_t result = SECURITY_UpdateCertInfo();
+        return result == 0 ? "" : Code(static_cast<uint32_t>(result));
+    }
+    case kFileRead: {
+        SSLCertInfo info{};
+        return CompareInfo(SECURITY_GetCertInfoFromFile(&info), info, expected);
+    }
+    case kCachedRead: {
+        SSLCertInfo info{};
+        const std::string failure = CompareInfo(LIB_SECURITY_GetCertInfo(&info), info, expected);
+        const int32_t days = LIB_SECURITY_GetCertLeftExpires();
+        // A midnight of the expiry's clock may pass during the run.
+        if (days != expected.daysLeft && days != expected.daysLeft - 1)
+            return "days left " + std::to_string(days);
+        return failure;
+    }
+    case kRewrite: {
+        const PathPair &pair = kPairs[turn % 2];
+        const uint32_t result =
+            LIB_SECURITY_SSL_ModStunnelConfFile(pair.cert.c_str(), pair.key.c_str());
+        return result == 0 ? "" : Code(static_cast<uint32_t>(result));
+    }
+    case kTunnelRead: {
+        const std::string config = ReadFile(kTunnelConfig);
+        if (config == expected.tunnel[0] || config == expected.tunnel[1]) return "";
+        return "torn configuration of " + std::to_string(config.size()) + " bytes in " +
+               std::to_string(std::count(config.begin(), config.end(), '\n')) + " lines";
+    }
+    case kLogin: {
+        char name[33] = {}, password[41] = {};
+        const uint32_t result =
+            LIB_SSL_GetNamePwdBySerial(kSerial, sizeof name, name, sizeof password, password);
+        if (result != 0) return Code(static_cast<uint32_t>(result));
+        return std::string(name) + "/" + password == "operator/op-secret"
+                   ? ""
+                   : std::string("got ") + name + "/" + password;
+    }
+    case kKinds:
+        break;
+    }
+    return "no such kind";
+}
+
+void RunThread(Kind kind, int process, const Expected &expected, Board &board,
+               std::atomic<bool> &rewriting) {
+    for (int i = 0; i < kRounds[kind] || (kind == kTunnelRead && rewriting.load()); ++i) {
+        std::string failure;
+        try {
+            failure = Round(kind, process + i, expected);
+        } catch (const std::exception &error) {
+            failure = error.what();
+        }
+        board.Record(kind, process, failure);
+        // Readers sample rather than spin, leaving the two cores to the writers.
+        if (kind == kTunnelRead) std::this_thread::sleep_for(200us);
+    }
+    if (kind == kRewrite) rewriting = false;
+}
+
+int WorkerProcess(int process, const Expected &expected, Board &board) {
+    std::atomic<bool> rewriting{true};
+    std::vector<std::jthread> threads;
+    for (const Kind kind : kThreads)
+        threads.emplace_back(RunThread, kind, process, std::cref(expected), std::ref(board),
+                             std::ref(rewriting));
+    threads.clear(); // joins them all
+    return 0;
+}
+
+class ConcurrencyTest : public AuthTest {
+  protected:
+    void SetUp() override {
+        AuthTest::SetUp();
+        // A client certificate bound to a user, as a login finds it.
+        ASSERT_EQ(ImportRoot(UploadRoot("ca-root.pem")), 0);
+        ASSERT_EQ(ImportClient(UploadClient("op.pem", 0x0ABCDE), 1), 0);
+        ASSERT_EQ(BMCSIM_UserSet(3, "operator", 3, 0, "op-secret"), 0);
+        OperateDesc desc{};
+        ASSERT_EQ(LIB_SSL_ClientCertBindUser(1, 3, 1000, &desc), 0u);
+
+        const std::string factory = ReadFile(kTunnelConfig);
+        for (int p = 0; p < 2; ++p)
+            expected_.tunnel[p] = Rewritten(factory, kPairs[p]);
+        ASSERT_NE(expected_.tunnel[0], factory);
+        // From here on every whole configuration is one of the two texts.
+        ASSERT_EQ(
+            LIB_SECURITY_SSL_ModStunnelConfFile(kPairs[0].cert.c_str(), kPairs[0].key.c_str()), 0u);
+        ASSERT_EQ(ReadFile(kTunnelConfig), expected_.tunnel[0]);
+
+        // A stored record, so that cached reads never fall back to the files.
+        ASSERT_EQ(SECURITY_UpdateCertInfo(), 0);
+        ASSERT_EQ(LIB_SECURITY_GetCertInfo(&expected_.info), 0u);
+        ASSERT_EQ(expected_.info.stKeyFileInfo.ucCertType, SSL_CERT_TYPE_DEFAULT);
+        ASSERT_EQ(expected_.info.stSSLConfig.uiPublicKeyLen, 2048u);
+        ASSERT_STREQ(expected_.info.stSSLConfig.szSSLServer, "Yes");
+        expected_.daysLeft = LIB_SECURITY_GetCertLeftExpires();
+        ASSERT_GT(expected_.daysLeft, 0);
+        ClearDiagLog();
+    }
+
+    Expected expected_;
+};
+
+TEST_F(ConcurrencyTest, EveryCallerGetsWholeResultsAndNothingIsLeftBehind) {
+    SharedRecord<Board> board;
+    {
+        // Forked before any thread of this process starts.
+        ChildProcesses children;
+        for (int p = 0; p < kProcesses; ++p)
+            ASSERT_TRUE(children.Start([&, p] { return WorkerProcess(p, expected_, *board); }));
+        EXPECT_EQ(children.Wait(45s), std::vector<std::string>(kProcesses, "exit 0"));
+    }
+    std::string notes;
+    for (uint32_t i = 0; i < std::min<uint32_t>(board->notes, kProcesses); ++i)
+        notes += std::string(board->note[i]) + "\n";
+    EXPECT_EQ(board->notes, 0u) << notes;
+    for (int k = 0; k < kKinds; ++k) {
+        const Kind kind = static_cast<Kind>(k);
+        SCOPED_TRACE(kKindNames[kind]);
+        EXPECT_EQ(board->failures[kind], 0u);
+        if (kind == kTunnelRead) {
+            EXPECT_GE(board->rounds[kind], static_cast<uint32_t>(kProcesses));
+        } else {
+            const auto threads = std::count(std::begin(kThreads), std::end(kThreads), kind);
+            EXPECT_EQ(board->rounds[kind], kProcesses * threads * kRounds[kind]);
+        }
+    }
+
+    EXPECT_FALSE(std::filesystem::exists("/var/certs/certtmp"));
+    EXPECT_FALSE(std::filesystem::exists("/conf/adviserd/tmp_stunnel.conf"));
+    const std::string config = ReadFile(kTunnelConfig);
+    EXPECT_TRUE(config == expected_.tunnel[0] || config == expected_.tunnel[1]) << config;
+    SSLCertInfo info{};
+    EXPECT_EQ(CompareInfo(LIB_SECURITY_GetCertInfo(&info), info, expected_), "");
+    EXPECT_EQ(ReadDiags(), std::vector<Diag>{});
+}
+
+} // namespace
+} // namespace bmctest
