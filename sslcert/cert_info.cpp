@@ -14,6 +14,22 @@ using namespace bmccert;
 
 constexpr int32_t kSecondsPerDay = 86400;
 
+// A record read back from the database may have been damaged: every text
+// of it ends inside its field before anything reads it.
+void EndInfoTexts(SSLCertInfo &info) {
+    SSLCertKeyFileInfo &files = info.stKeyFileInfo;
+    SSLConfig &config = info.stSSLConfig;
+    EndText(files.szCertFileTime);
+    EndText(files.szKeyFileTime);
+    for (auto *text : {&config.szVersion, &config.szSerialNum, &config.szSigAlgorithm,
+                       &config.szPublicKey, &config.szStartDate, &config.szExpDate,
+                       &config.szSSLServer})
+        EndText(*text);
+    EndText(config.szKeyUsage);
+    EndTexts(config.stIssueFrom);
+    EndTexts(config.stIssueTo);
+}
+
 // Renders the four time fields again from their stored text, so that a
 // record always shows the platform's current rendering.
 void RerenderTimes(SSLCertInfo &info) {
@@ -73,6 +89,7 @@ extern "C" uint32_t SECURITY_GetCertInfoFromDB(SSLCertInfo *pstSSLCertInfo) {
         BMCCERT_DIAG(kLevelFailure, "Failed to get cert config data from DB. iRet=%d.", result);
         return SSLCERT_MGMT_INFO_UNAVAILABLE;
     }
+    EndInfoTexts(*pstSSLCertInfo);
     RerenderTimes(*pstSSLCertInfo);
     return SSLCERT_OK;
 }

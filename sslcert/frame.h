@@ -40,6 +40,12 @@ template <size_t N> class FieldText {
     char text_[N];
 };
 
+// Ends a text field inside its array, in place: a no-op for a field that
+// holds a terminator already, a cut to the field for one that does not.
+template <size_t N> void EndText(char (&field)[N]) {
+    field[N - 1] = '\0';
+}
+
 // Diagnostic levels: lower is graver.
 inline constexpr uint32_t kLevelFailure = 2;
 inline constexpr uint32_t kLevelHandling = 4;

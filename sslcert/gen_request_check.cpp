@@ -30,21 +30,6 @@ template <size_t N> bool Terminated(const char (&field)[N]) {
     return std::memchr(field, '\0', N) != nullptr;
 }
 
-// The request with every text field ended inside its array, so that the
-// patterns and the reports never read past a field. A field that the
-// caller filled to its last byte fails its own rule (see below).
-SSLCertGenParam TerminatedCopy(const SSLCertGenParam &request) {
-    SSLCertGenParam copy = request;
-    const auto end = [](auto &field) { field[sizeof field - 1] = '\0'; };
-    end(copy.szCommonName);
-    end(copy.szOrganisation);
-    end(copy.szOrganisationUnit);
-    end(copy.szLocalityName);
-    end(copy.szStateName);
-    end(copy.szCountryCode);
-    end(copy.szEmailAddress);
-    return copy;
-}
 
 // A name field, its rejection pattern and its failure report, in the order
 // in which they are checked after the e-mail address and the country.
@@ -56,6 +41,17 @@ struct NameRule {
 };
 
 } // namespace
+
+void EndTexts(SSLCertGenParam &request) {
+    EndText(request.szCommonName);
+    EndText(request.szOrganisation);
+    EndText(request.szOrganisationUnit);
+    EndText(request.szLocalityName);
+    EndText(request.szStateName);
+    EndText(request.szCountryCode);
+    EndText(request.szEmailAddress);
+}
+
 } // namespace bmccert::sslcert
 
 using namespace bmccert;
@@ -76,8 +72,12 @@ extern "C" uint32_t SECURITY_SSL_GenSSLCert_Check(const SSLCertGenParam *pstSSLC
                      pstSSLCert->uiValidDays);
         return SSLCERT_ERR_GENERAL;
     }
+    // The patterns and the reports read a copy whose every text ends inside
+    // its field; a field that the caller filled to its last byte fails its
+    // own rule.
     const SSLCertGenParam &given = *pstSSLCert;
-    const SSLCertGenParam request = TerminatedCopy(given);
+    SSLCertGenParam request = given;
+    EndTexts(request);
     if (!Terminated(given.szEmailAddress) || !Matches(request.szEmailAddress, kEmailPattern)) {
         BMCCERT_DIAG(kLevelFailure,
                      "SSL cert Gen Email Address verify failed! EmailAddress = %s.\n",

@@ -69,6 +69,9 @@ inline constexpr int kWebRestartDelaySeconds = 2;
 // failed. %s\n", level 6), never fatal.
 void RemoveScratchFileReported(const char *path);
 
+// Ends every text field of a request inside its array (see EndText).
+void EndTexts(SSLCertGenParam &request);
+
 // False, after a report, when the file systems that hold the user pair and
 // the combined file cannot take a pair of these sizes.
 [[nodiscard]] bool HasRoomToInstall(const char *tmpCert, const char *tmpKey);
