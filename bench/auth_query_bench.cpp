@@ -14,33 +14,10 @@
 
 namespace {
 
-constexpr const char *kBareCommand =
-    "openssl x509 -text -serial -startdate -enddate -purpose -noout "
-    "-in /conf/certs/server/default/server.pem > /var/certs/bench_dump";
-
-// One root, one client certificate bound to the administrator.
-bool PlaceRecords() {
-    BMC_Db *db = DB_GetCurrentDb();
-    RootCertList roots{};
-    roots.astRootCert[0].uiCertId = 1;
-    CliCertList clients{};
-    clients.astCliCert[0].uiCertId = 1;
-    clients.astCliCert[0].uiRootCertId = 1;
-    std::snprintf(clients.astCliCert[0].szFileName, 33, "operator.pem");
-    std::snprintf(clients.astCliCert[0].szSerialNum, 103, "0ABCDE");
-    CliCertUserList bindings{};
-    bindings.astCertUser[1].uiCliCertId = 1;
-    return db != nullptr &&
-           DB_PutInternal(__FILE__, __LINE__, db, SSL_AUTH_DB_KEY_ROOT_LIST, sizeof roots,
-                          &roots) == 0 &&
-           DB_PutInternal(__FILE__, __LINE__, db, SSL_AUTH_DB_KEY_CLIENT_LIST, sizeof clients,
-                          &clients) == 0 &&
-           DB_PutInternal(__FILE__, __LINE__, db, SSL_AUTH_DB_KEY_USER_LIST, sizeof bindings,
-                          &bindings) == 0;
-}
+using bmcbench::BM_BareOpensslDump;
 
 void BM_GetClientCertInfo(benchmark::State &state) {
-    if (!PlaceRecords()) state.SkipWithError("records could not be placed");
+    if (!bmcbench::PlaceBoundClient()) state.SkipWithError("records could not be placed");
     CliCertDetail detail{};
     const uint64_t spawns = BMCSIM_SpawnCount();
     for (auto _ : state) {
@@ -52,7 +29,7 @@ void BM_GetClientCertInfo(benchmark::State &state) {
 }
 
 void BM_GetUsableUserList(benchmark::State &state) {
-    if (!PlaceRecords()) state.SkipWithError("records could not be placed");
+    if (!bmcbench::PlaceBoundClient()) state.SkipWithError("records could not be placed");
     UsableUserList users{};
     const uint64_t spawns = BMCSIM_SpawnCount();
     for (auto _ : state) {
@@ -60,13 +37,6 @@ void BM_GetUsableUserList(benchmark::State &state) {
         benchmark::DoNotOptimize(users);
     }
     bmcbench::ReportSpawns(state, spawns);
-}
-
-void BM_BareOpensslDump(benchmark::State &state) {
-    for (auto _ : state) {
-        if (!bmcbench::RunShell(kBareCommand)) state.SkipWithError("bare openssl run failed");
-    }
-    std::remove("/var/certs/bench_dump");
 }
 
 BENCHMARK(BM_GetClientCertInfo)->Unit(benchmark::kMicrosecond)->UseRealTime();

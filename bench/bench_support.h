@@ -1,6 +1,7 @@
 // Shared pieces of the benchmarks: a bare shell run, the cost that no
-// library call can avoid, and a reporter that keeps the times for the
-// target checks at the end of a run.
+// library call can avoid, the client records of the authentication
+// benchmarks, and a reporter that keeps the times for the target checks at
+// the end of a run.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -8,9 +9,11 @@
 #include <spawn.h>
 #include <sys/wait.h>
 
+#include <cstdio>
 #include <map>
 #include <string>
 
+#include "lib_ssl_auth.h"
 #include "platform/host/bmc_sim.h"
 
 extern char **environ;
@@ -28,14 +31,46 @@ inline bool RunShell(const std::string &command) {
            waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
+// The scale of every target: one text dump of the factory certificate by a
+// bare `sh -c "openssl x509 ... > FILE"`, the cost no file read can avoid.
+inline void BM_BareOpensslDump(benchmark::State &state) {
+    for (auto _ : state)
+        if (!RunShell("openssl x509 -text -serial -startdate -enddate -purpose -noout "
+                      "-in /conf/certs/server/default/server.pem > /var/certs/bench_dump"))
+            state.SkipWithError("bare openssl run failed");
+    std::remove("/var/certs/bench_dump");
+}
+
 // Processes the stand-in started per iteration since BEFORE, as a counter.
 inline void ReportSpawns(benchmark::State &state, uint64_t before) {
     state.counters["spawns/op"] = benchmark::Counter(
         static_cast<double>(BMCSIM_SpawnCount() - before), benchmark::Counter::kAvgIterations);
 }
 
-// Real seconds (and spawns, when counted) per iteration, by benchmark name; repeated benchmarks are
-// kept by name and aggregate ("BM_X/median").
+template <typename Record> bool Put(uint32_t key, const Record &record) {
+    BMC_Db *db = DB_GetCurrentDb();
+    return db != nullptr &&
+           DB_PutInternal(__FILE__, __LINE__, db, key, sizeof record, &record) == 0;
+}
+
+// One root and client certificate 1 (operator.pem, serial 0ABCDE) under it,
+// bound to the administrator.
+inline bool PlaceBoundClient() {
+    RootCertList roots{};
+    roots.astRootCert[0].uiCertId = 1;
+    CliCertList clients{};
+    clients.astCliCert[0].uiCertId = 1;
+    clients.astCliCert[0].uiRootCertId = 1;
+    std::snprintf(clients.astCliCert[0].szFileName, 33, "operator.pem");
+    std::snprintf(clients.astCliCert[0].szSerialNum, 103, "0ABCDE");
+    CliCertUserList bindings{};
+    bindings.astCertUser[1].uiCliCertId = 1;
+    return Put(SSL_AUTH_DB_KEY_ROOT_LIST, roots) && Put(SSL_AUTH_DB_KEY_CLIENT_LIST, clients) &&
+           Put(SSL_AUTH_DB_KEY_USER_LIST, bindings);
+}
+
+// Real seconds (and spawns, when counted) per iteration, by benchmark name;
+// repeated benchmarks are kept by name and aggregate ("BM_X/median").
 class TimeReporter : public benchmark::ConsoleReporter {
   public:
     void ReportRuns(const std::vector<Run> &runs) override {

@@ -15,9 +15,7 @@
 
 namespace {
 
-constexpr const char *kBareCommand =
-    "openssl x509 -text -serial -startdate -enddate -purpose -noout "
-    "-in /conf/certs/server/default/server.pem > /var/certs/bench_dump";
+using bmcbench::BM_BareOpensslDump;
 
 void BM_GetCertInfoFromDatabase(benchmark::State &state) {
     SSLCertInfo info{};
@@ -38,13 +36,6 @@ void BM_GetCertInfoFromFile(benchmark::State &state) {
         benchmark::DoNotOptimize(info);
     }
     bmcbench::ReportSpawns(state, spawns);
-}
-
-void BM_BareOpensslDump(benchmark::State &state) {
-    for (auto _ : state) {
-        if (!bmcbench::RunShell(kBareCommand)) state.SkipWithError("bare openssl run failed");
-    }
-    std::remove("/var/certs/bench_dump");
 }
 
 BENCHMARK(BM_GetCertInfoFromDatabase)->Unit(benchmark::kMicrosecond)->UseRealTime();

@@ -4,106 +4,56 @@
 //   - revocation checking on: the two openssl runs the check mandates (the
 //     certificate's OCSP address, the OCSP query to a loopback responder);
 //     target at most 1.3 times those two runs made bare.
-// The responder is a real `openssl ocsp`; it listens on every address, so
-// this runs in `bmc-sandbox --private-network`.
-#include <fcntl.h>
-#include <poll.h>
-#include <signal.h>
-#include <unistd.h>
-
+// The responder is the tests' real `openssl ocsp`; it listens on every
+// address, so this runs in `bmc-sandbox --private-network`.
 #include <cstdio>
-#include <cstring>
+#include <exception>
+#include <filesystem>
+#include <memory>
 #include <string>
 
 #include "bench/bench_support.h"
 #include "lib_ssl_auth.h"
 #include "platform/host/bmc_sim.h"
+#include "tests/sslauth/ocsp_responder.h"
+#include "tests/support/test_certs.h"
 
 namespace {
 
 constexpr const char *kDir = "/var/certs/login-bench";
 constexpr const char *kClient = "/conf/certs/client/operator.pem";
 constexpr const char *kIssuer = "/conf/certs/client/ca.pem"; // the web server's ssl.ca-file
-constexpr const char *kBareDump =
-    "openssl x509 -text -serial -startdate -enddate -purpose -noout "
-    "-in /conf/certs/server/default/server.pem > /var/certs/bench_dump";
 
-pid_t g_responder = -1;
 std::string g_url;
 
-// Root, responder and client certificates, and a responder that knows the
-// client as good. Made once, with the openssl tool.
-bool StartResponder() {
-    const std::string d = kDir;
-    if (!bmcbench::RunShell(
-            "mkdir -p " + d + " && cd " + d +
-            " && openssl req -x509 -newkey rsa:2048 -nodes -keyout ca.key -out ca.pem -days 30"
-            " -subj /CN=BenchRoot 2>/dev/null"
-            " && openssl req -newkey rsa:2048 -nodes -keyout rsp.key -out rsp.csr"
-            " -subj /CN=Responder 2>/dev/null"
-            " && echo extendedKeyUsage=OCSPSigning > rsp.ext"
-            " && openssl x509 -req -in rsp.csr -CA ca.pem -CAkey ca.key -set_serial 2 -days 30"
-            " -out rsp.pem -extfile rsp.ext 2>/dev/null"
-            " && printf 'V\\t340101000000Z\\t\\t0ABCDE\\tunknown\\t/CN=operator\\n' > index.txt"
-            " && cp ca.pem " + kIssuer))
-        return false;
-    int ends[2];
-    if (::pipe2(ends, O_CLOEXEC) != 0) return false;
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    const std::string index = d + "/index.txt", rsp = d + "/rsp.pem", key = d + "/rsp.key",
-                      ca = d + "/ca.pem";
-    const char *argv[] = {"openssl", "ocsp", "-index", index.c_str(), "-port", "0",
-                          "-rsigner", rsp.c_str(), "-rkey", key.c_str(), "-CA", ca.c_str(),
-                          "-ignore_err", nullptr};
-    const bool spawned = posix_spawnp(&g_responder, "openssl", &actions, nullptr,
-                                      const_cast<char *const *>(argv), environ) == 0;
-    posix_spawn_file_actions_destroy(&actions);
-    ::close(ends[1]);
-    std::string line;
-    char c;
-    pollfd wait{ends[0], POLLIN, 0};
-    while (spawned && ::poll(&wait, 1, 10000) == 1 && ::read(ends[0], &c, 1) == 1 && c != '\n')
-        line += c;
-    // "ACCEPT [::]:PORT PID=N"; the pipe stays open while the responder runs.
-    const size_t colon = line.rfind(':', line.find(" PID="));
-    if (!spawned || line.rfind("ACCEPT ", 0) != 0 || colon == std::string::npos) return false;
-    g_url = "http://127.0.0.1:" + std::to_string(std::atoi(line.c_str() + colon + 1)) + "/";
-    return bmcbench::RunShell(
-        "cd " + d + " && openssl req -newkey rsa:2048 -nodes -keyout op.key -out op.csr"
-        " -subj /CN=operator 2>/dev/null"
-        " && echo authorityInfoAccess=OCSP\\;URI:" + g_url + " > op.ext"
-        " && openssl x509 -req -in op.csr -CA ca.pem -CAkey ca.key -set_serial 0x0ABCDE -days 9"
-        " -out " + std::string(kClient) + " -extfile op.ext 2>/dev/null");
-}
-
-void StopResponder() {
-    if (g_responder <= 0) return;
-    ::kill(g_responder, SIGTERM);
-    int status;
-    ::waitpid(g_responder, &status, 0);
-    g_responder = -1;
+// The issuer, and the client it issued with the responder's address; the
+// responder knows the client as good.
+std::unique_ptr<bmctest::OcspResponder> StartResponder() {
+    const bmctest::NameEntries rootName = {{"O", "Test Works"}, {"CN", "Test Root CA"}};
+    bmctest::CertRecipe root;
+    root.subject = rootName;
+    root.extendedKeyUsage.clear();
+    const std::string rootPem = bmctest::MakeCertPem(root);
+    bmctest::WriteFile(kIssuer, rootPem);
+    std::filesystem::create_directories(kDir);
+    auto responder = std::make_unique<bmctest::OcspResponder>(
+        kDir, rootPem, std::vector<bmctest::IndexEntry>{{'V', "0ABCDE"}});
+    g_url = responder->Url();
+    bmctest::CertRecipe client;
+    client.subject = {{"CN", "operator"}};
+    client.issuer = rootName;
+    client.signer = bmctest::KeyKind::Rsa2048;
+    client.key = bmctest::KeyKind::Ec256;
+    client.serial = 0x0ABCDE;
+    client.ocspUrl = g_url;
+    client.extendedKeyUsage.clear();
+    bmctest::WriteFile(kClient, bmctest::MakeCertPem(client));
+    return responder;
 }
 
 // The client certificate bound to the administrator, revocation as given.
 bool PlaceRecords(uint8_t revokeCheck) {
-    BMC_Db *db = DB_GetCurrentDb();
-    CliCertList clients{};
-    clients.astCliCert[0].uiCertId = 1;
-    clients.astCliCert[0].uiRootCertId = 1;
-    std::snprintf(clients.astCliCert[0].szFileName, 33, "operator.pem");
-    std::snprintf(clients.astCliCert[0].szSerialNum, 103, "0ABCDE");
-    CliCertUserList bindings{};
-    bindings.astCertUser[1].uiCliCertId = 1;
-    return db != nullptr &&
-           DB_PutInternal(__FILE__, __LINE__, db, SSL_AUTH_DB_KEY_CLIENT_LIST, sizeof clients,
-                          &clients) == 0 &&
-           DB_PutInternal(__FILE__, __LINE__, db, SSL_AUTH_DB_KEY_USER_LIST, sizeof bindings,
-                          &bindings) == 0 &&
-           DB_PutInternal(__FILE__, __LINE__, db, SSL_AUTH_DB_KEY_REVOKE_CHECK, 1,
-                          &revokeCheck) == 0;
+    return bmcbench::PlaceBoundClient() && bmcbench::Put(SSL_AUTH_DB_KEY_REVOKE_CHECK, revokeCheck);
 }
 
 void Login(benchmark::State &state, uint8_t revokeCheck) {
@@ -115,18 +65,17 @@ void Login(benchmark::State &state, uint8_t revokeCheck) {
             state.SkipWithError("login failed");
         benchmark::DoNotOptimize(name);
     }
-    state.counters["spawns/op"] = benchmark::Counter(
-        static_cast<double>(BMCSIM_SpawnCount() - spawns), benchmark::Counter::kAvgIterations);
+    bmcbench::ReportSpawns(state, spawns);
 }
 
-void BM_LoginRevocationOff(benchmark::State &state) { Login(state, 0); }
-void BM_LoginRevocationOn(benchmark::State &state) { Login(state, 1); }
-
-void BM_BareOpensslRun(benchmark::State &state) {
-    for (auto _ : state)
-        if (!bmcbench::RunShell(kBareDump)) state.SkipWithError("bare openssl run failed");
-    std::remove("/var/certs/bench_dump");
+void BM_LoginRevocationOff(benchmark::State &state) {
+    Login(state, 0);
 }
+void BM_LoginRevocationOn(benchmark::State &state) {
+    Login(state, 1);
+}
+
+using bmcbench::BM_BareOpensslDump;
 
 // The two runs of a check, output kept as the library keeps it; like the
 // library, the exit status of the query is not what counts.
@@ -143,7 +92,7 @@ void BM_BareOcspRuns(benchmark::State &state) {
 }
 
 BENCHMARK(BM_LoginRevocationOff)->Unit(benchmark::kMicrosecond)->UseRealTime();
-BENCHMARK(BM_BareOpensslRun)->Unit(benchmark::kMillisecond)->MinTime(2.0)->UseRealTime();
+BENCHMARK(BM_BareOpensslDump)->Unit(benchmark::kMillisecond)->MinTime(2.0)->UseRealTime();
 BENCHMARK(BM_LoginRevocationOn)->Unit(benchmark::kMillisecond)->MinTime(3.0)->UseRealTime();
 BENCHMARK(BM_BareOcspRuns)->Unit(benchmark::kMillisecond)->MinTime(3.0)->UseRealTime();
 
@@ -151,18 +100,20 @@ BENCHMARK(BM_BareOcspRuns)->Unit(benchmark::kMillisecond)->MinTime(3.0)->UseReal
 
 int main(int argc, char **argv) {
     benchmark::Initialize(&argc, argv);
-    if (!StartResponder()) {
-        std::fprintf(stderr, "login_bench: the OCSP responder could not be set up\n");
-        StopResponder();
+    std::unique_ptr<bmctest::OcspResponder> responder;
+    try {
+        responder = StartResponder();
+    } catch (const std::exception &e) {
+        std::fprintf(stderr, "login_bench: the OCSP responder could not be set up: %s\n", e.what());
         return 1;
     }
     bmcbench::TimeReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
-    StopResponder();
+    responder.reset();
 
     const double off = reporter.Seconds("BM_LoginRevocationOff");
-    const double bare = reporter.Seconds("BM_BareOpensslRun");
+    const double bare = reporter.Seconds("BM_BareOpensslDump");
     const double on = reporter.Seconds("BM_LoginRevocationOn");
     const double bareTwo = reporter.Seconds("BM_BareOcspRuns");
     if (off <= 0 || bare <= 0 || on <= 0 || bareTwo <= 0) {

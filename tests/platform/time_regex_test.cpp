@@ -1,4 +1,5 @@
-// Time texts and pattern checks.
+// Time texts, whole and past 2038 also where the target's own time_t is
+// narrower. The pattern engine is checked through the generation request.
 #include <gtest/gtest.h>
 
 #include "platform/host/bmc_sim.h"
@@ -64,28 +65,6 @@ TEST(TimeText, InvalidTextsAreRefusedAndLeaveTheStamp) {
         EXPECT_EQ(BMC_EnTimeToTimeStamp(en, &stamp), kFail);
         EXPECT_EQ(stamp, 7);
     }
-}
-
-TEST(RegularJudge, WholeTextMatches) {
-    const char *mail = "^[a-zA-Z0-9]+([_\\.-]?[a-zA-Z0-9]+)*@([a-zA-Z0-9]+([\\-_]?[a-zA-Z0-9]+)*"
-                       "\\.)+([a-zA-Z0-9]{1,128})$";
-    struct Case {
-        const char *text, *pattern;
-        int32_t result;
-    } cases[] = {{"admin@my-bmc.example.com", mail, 1},
-                 {"admin@@example.com", mail, 0},
-                 {"admin@example.com\n", mail, 0},
-                 {"aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa!", mail, 0},
-                 {" \t", "^\\s+$", 1},
-                 {"has space", "^\\S+$", 0},
-                 {"abc", "([", 0},
-                 {nullptr, "^$", 0},
-                 {"abc", nullptr, 0}};
-    for (int round = 0; round < 2; ++round) // the second round uses cached patterns
-        for (const auto &c : cases) {
-            SCOPED_TRACE(c.text != nullptr ? c.text : "(null)");
-            EXPECT_EQ(BMC_RegularJudge(c.text, c.pattern), c.result);
-        }
 }
 
 } // namespace

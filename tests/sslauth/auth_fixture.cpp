@@ -70,17 +70,15 @@ CliCertInfo AuthTest::ClientEntry(uint32_t id, uint32_t rootId, const char *seri
     return entry;
 }
 
-std::string AuthTest::UploadRoot(const std::string &name, int64_t notAfter) {
+std::string AuthTest::RootPem(int64_t notAfter) {
     CertRecipe recipe;
     recipe.subject = kRootSubject;
     recipe.extendedKeyUsage.clear();
     recipe.notAfter = notAfter;
-    const std::string path = kUploadDir + name;
-    WriteFile(path, MakeCertPem(recipe));
-    return path;
+    return MakeCertPem(recipe);
 }
 
-std::string AuthTest::UploadClient(const std::string &name, long serial) {
+std::string AuthTest::ClientPem(long serial, const std::string &ocspUrl) {
     CertRecipe recipe;
     recipe.subject = {{"CN", "operator"}};
     recipe.issuer = kRootSubject;
@@ -88,9 +86,18 @@ std::string AuthTest::UploadClient(const std::string &name, long serial) {
     recipe.signer = KeyKind::Rsa2048;
     recipe.extendedKeyUsage.clear();
     recipe.serial = serial;
-    const std::string path = kUploadDir + name;
-    WriteFile(path, MakeCertPem(recipe));
-    return path;
+    recipe.ocspUrl = ocspUrl;
+    return MakeCertPem(recipe);
+}
+
+std::string AuthTest::UploadRoot(const std::string &name, int64_t notAfter) {
+    WriteFile(kUploadDir + name, RootPem(notAfter));
+    return kUploadDir + name;
+}
+
+std::string AuthTest::UploadClient(const std::string &name, long serial) {
+    WriteFile(kUploadDir + name, ClientPem(serial));
+    return kUploadDir + name;
 }
 
 int32_t AuthTest::ImportRoot(const std::string &path, TaskHandle *task) {
@@ -135,16 +142,6 @@ std::vector<RpcCall> AuthTest::RpcLog() {
         calls.push_back(call);
     }
     return calls;
-}
-
-std::string AuthTest::Hex(const void *data, size_t size) {
-    std::string out;
-    char digits[3];
-    for (size_t i = 0; i < size; ++i) {
-        std::snprintf(digits, sizeof digits, "%02x", static_cast<const unsigned char *>(data)[i]);
-        out += digits;
-    }
-    return out;
 }
 
 } // namespace bmctest

@@ -32,8 +32,11 @@ class AuthTest : public ControllerTest {
     static RootCertInfo RootEntry(uint32_t id, int32_t expTime, uint8_t active = 0);
     static CliCertInfo ClientEntry(uint32_t id, uint32_t rootId, const char *serial);
 
-    // Certificates in an upload directory: a root (RSA 2048, self-signed)
-    // and a client it issued (EC P-256), both PEM.
+    // A root (RSA 2048, self-signed) and a client it issued (EC P-256),
+    // with the client's OCSP address when one is given; PEM.
+    static std::string RootPem(int64_t notAfter = 2019686400);
+    static std::string ClientPem(long serial, const std::string &ocspUrl = "");
+    // The same, written to the upload directory; the path.
     static std::string UploadRoot(const std::string &name, int64_t notAfter = 2019686400);
     static std::string UploadClient(const std::string &name, long serial);
 
@@ -43,7 +46,6 @@ class AuthTest : public ControllerTest {
     static int32_t Bind(uint32_t certId, uint8_t userId, uint32_t command = 44);
 
     static std::vector<RpcCall> RpcLog();
-    static std::string Hex(const void *data, size_t size);
 };
 
 } // namespace bmctest

@@ -11,10 +11,6 @@
 namespace bmctest {
 namespace {
 
-std::string Code(uint32_t code) {
-    return std::to_string(static_cast<int32_t>(code));
-}
-
 class AuthStateTest : public AuthTest {
   protected:
     static uint32_t Set(uint8_t state, uint32_t rootId, OperateDesc &desc) {
@@ -87,7 +83,7 @@ TEST_F(AuthStateTest, EveryMappedFailure) {
         EXPECT_EQ(
             ReadDiags(),
             (std::vector<Diag>{
-                {31, 2, 4, "BMC_RPC_CallWithStruct Failed, iRet=" + Code(row.answer) + ".\n"}}));
+                {31, 2, 4, "BMC_RPC_CallWithStruct Failed, iRet=" + Signed(row.answer) + ".\n"}}));
     }
     EXPECT_EQ(RpcLog().back().result, "0x92000099");
     EXPECT_EQ(LIB_SSL_SetCertAuthState(1, 1, 500, nullptr), 0x18000004u);
@@ -96,11 +92,12 @@ TEST_F(AuthStateTest, EveryMappedFailure) {
 TEST_F(AuthStateTest, RootChecksBeforeAnyCall) {
     OperateDesc desc;
     EXPECT_EQ(Set(1, 5, desc), 0x1800040Fu);
-    EXPECT_EQ(ReadDiags(),
-              (std::vector<Diag>{
-                  {31, 2, 4, "RootCertId is Diff.\n"},
-                  {31, 2, 4, "RootCert id=5 not exist.\n"},
-                  {31, 2, 4, "BMC_RPC_CallWithStruct Failed, iRet=" + Code(0x92000021) + ".\n"}}));
+    EXPECT_EQ(
+        ReadDiags(),
+        (std::vector<Diag>{
+            {31, 2, 4, "RootCertId is Diff.\n"},
+            {31, 2, 4, "RootCert id=5 not exist.\n"},
+            {31, 2, 4, "BMC_RPC_CallWithStruct Failed, iRet=" + Signed(0x92000021) + ".\n"}}));
 
     ClearDiagLog();
     RootCertList roots{};
@@ -150,8 +147,9 @@ TEST_F(AuthStateTest, RevocationCheckIsSentAsGiven) {
     EXPECT_EQ(LIB_SSL_SetCertRevokeCheck(1, 300, nullptr), 0x18000005u);
     const auto diags = ReadDiags();
     ASSERT_EQ(diags.size(), 2u);
-    EXPECT_EQ(diags[0],
-              (Diag{31, 2, 4, "BMC_RPC_CallWithStruct Failed, iRet=" + Code(0x92000025) + ".\n"}));
+    EXPECT_EQ(
+        diags[0],
+        (Diag{31, 2, 4, "BMC_RPC_CallWithStruct Failed, iRet=" + Signed(0x92000025) + ".\n"}));
     EXPECT_EQ(diags[1].message.rfind("Pointer pstRespData is Null, File:auth_state.cpp", 0), 0u);
     EXPECT_EQ(diags[1].module * 100 + diags[1].subModule * 10 + diags[1].level, 3127u);
 }

@@ -54,13 +54,13 @@ TEST_F(LoginTest, BindAndUnbindRefuseWhatCannotBeBound) {
         EXPECT_EQ(c.result, c.code);
     }
     EXPECT_EQ(desc.ucLogClass, 37);
-    EXPECT_EQ(ReadDiags().at(0),
-              (Diag{31, 2, 4, "Anonymous user should not be set, UserId=1."}));
+    EXPECT_EQ(ReadDiags().at(0), (Diag{31, 2, 4, "Anonymous user should not be set, UserId=1."}));
     EXPECT_EQ(RpcLog().size(), 3u); // two imports and the refused unbinding
 
     ASSERT_EQ(LIB_SSL_ClientCertBindUser(1, 3, 1000, &desc), 0u);
-    EXPECT_STREQ(desc.szOperateDesc,
-                 "Bound client certificate to user successfully. Certificate: op.pem, user: operator.");
+    EXPECT_STREQ(
+        desc.szOperateDesc,
+        "Bound client certificate to user successfully. Certificate: op.pem, user: operator.");
     EXPECT_EQ(RpcLog().back().requestHex, "0100000003000000");
     ASSERT_EQ(LIB_SSL_ClientCertUntieUser(1, 3, 1000, &desc), 0u);
     EXPECT_STREQ(desc.szOperateDesc, "Unbound client certificate from user successfully. "
@@ -137,15 +137,16 @@ TEST_F(LoginTest, CleanUpUnbindsTheUsersCertificate) {
     Put(SSL_AUTH_DB_KEY_USER_LIST, bindings);
     ASSERT_EQ(BMCSIM_UserSet(16, "last", 2, 0, nullptr), 0);
     LIB_SSL_ClearCertUserInfo(16);
-    EXPECT_EQ(ReadDiags().back(),
-              (Diag{31, 2, 4, "Failed to ClientCert Untie User, iRet=" +
-                                  std::to_string(static_cast<int32_t>(0x1800060F)) + ".\n"}));
+    EXPECT_EQ(
+        ReadDiags().back(),
+        (Diag{31, 2, 4, "Failed to ClientCert Untie User, iRet=" + Signed(0x1800060F) + ".\n"}));
     EXPECT_EQ(RpcLog().size(), calls);
 
     LIB_SSL_ClearCertUserInfo(3);
     EXPECT_EQ(Bindings().astCertUser[2].uiCliCertId, 0u);
     const RpcCall last = RpcLog().back();
-    EXPECT_EQ(last.command + "/" + last.waitLimit + "/" + last.requestHex, "45/10000/0100000003000000");
+    EXPECT_EQ(last.command + "/" + last.waitLimit + "/" + last.requestHex,
+              "45/10000/0100000003000000");
 }
 
 } // namespace

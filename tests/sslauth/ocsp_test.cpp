@@ -18,19 +18,12 @@ namespace fs = std::filesystem;
 constexpr const char *kWebConfig = "/conf/lighttpd/lighttpd.conf";
 constexpr const char *kWebCa = "/conf/certs/client/ca.pem";
 
-std::string Int(uint32_t code) {
-    return std::to_string(static_cast<int32_t>(code));
-}
-
 class OcspTest : public AuthTest {
   protected:
     void SetUp() override {
         AuthTest::SetUp();
         webConfig_ = ReadFile(kWebConfig);
-        CertRecipe root;
-        root.subject = {{"O", "Test Works"}, {"CN", "Test Root CA"}};
-        root.extendedKeyUsage.clear();
-        rootPem_ = MakeCertPem(root);
+        rootPem_ = RootPem();
         WriteFile(kWebCa, rootPem_);
         fs::create_directories(kWork);
     }
@@ -41,19 +34,11 @@ class OcspTest : public AuthTest {
     }
     // A client certificate with this OCSP address as entry id, file name.
     void PlaceClient(uint32_t id, const std::string &name, long serial, const std::string &url) {
-        CertRecipe recipe;
-        recipe.subject = {{"CN", "operator"}};
-        recipe.issuer = NameEntries{{"O", "Test Works"}, {"CN", "Test Root CA"}};
-        recipe.key = KeyKind::Ec256;
-        recipe.signer = KeyKind::Rsa2048;
-        recipe.extendedKeyUsage.clear();
-        recipe.serial = serial;
-        recipe.ocspUrl = url;
         if (fs::path(name).is_absolute()) {
-            WriteFile(name, MakeCertPem(recipe));
+            WriteFile(name, ClientPem(serial, url));
             return;
         }
-        WriteFile("/conf/certs/client/" + name, MakeCertPem(recipe));
+        WriteFile("/conf/certs/client/" + name, ClientPem(serial, url));
         PlaceRecord(id, name);
     }
     static void PlaceRecord(uint32_t id, const std::string &name) {
@@ -85,8 +70,10 @@ TEST_F(OcspTest, OnlyAnExplicitGoodPasses) {
     }
     PlaceClient(4, "closed.pem", 0x0ABCE1, "http://127.0.0.1:" + std::to_string(closedPort) + "/");
     SilentListener silent;
-    PlaceClient(5, "silent.pem", 0x0ABCE2, "http://127.0.0.1:" + std::to_string(silent.Port()) + "/");
-    PlaceClient(6, "secure.pem", 0x0ABCE3, "https://127.0.0.1:" + std::to_string(silent.Port()) + "/");
+    PlaceClient(5, "silent.pem", 0x0ABCE2,
+                "http://127.0.0.1:" + std::to_string(silent.Port()) + "/");
+    PlaceClient(6, "secure.pem", 0x0ABCE3,
+                "https://127.0.0.1:" + std::to_string(silent.Port()) + "/");
 
     EXPECT_EQ(LIB_SSL_CertRevokeCheck(1), 0u);
     EXPECT_TRUE(ReadDiags().empty());
@@ -97,11 +84,14 @@ TEST_F(OcspTest, OnlyAnExplicitGoodPasses) {
         const auto diags = ReadDiags();
         ASSERT_EQ(diags.size(), 2u);
         EXPECT_EQ(diags[0].message.rfind("Verify cert is revoked or unknowed, OutBuffer=", 0), 0u);
-        const std::string client = "/conf/certs/client/" + std::string(Clients().astCliCert[id - 1].szFileName);
-        const std::string url = id == 4 ? "http://127.0.0.1:" + std::to_string(closedPort) + "/" : responder.Url();
-        EXPECT_EQ(diags[1], (Diag{31, 2, 4, "Failed to check cert revoke_state, iRet=" + Int(0x9200002D) +
-                                                ", RootCertPath=" + kWebCa + ", CliCertPath=" + client +
-                                                ", OCSPUrl=" + url + ".\n"}));
+        const std::string client =
+            "/conf/certs/client/" + std::string(Clients().astCliCert[id - 1].szFileName);
+        const std::string url =
+            id == 4 ? "http://127.0.0.1:" + std::to_string(closedPort) + "/" : responder.Url();
+        EXPECT_EQ(diags[1], (Diag{31, 2, 4,
+                                  "Failed to check cert revoke_state, iRet=" + Signed(0x9200002D) +
+                                      ", RootCertPath=" + kWebCa + ", CliCertPath=" + client +
+                                      ", OCSPUrl=" + url + ".\n"}));
     }
     // No answer: bounded by the 2-second timeout.
     const auto start = std::chrono::steady_clock::now();
@@ -113,20 +103,28 @@ TEST_F(OcspTest, OnlyAnExplicitGoodPasses) {
     // https is refused before anybody is contacted.
     ClearDiagLog();
     EXPECT_EQ(LIB_SSL_CertRevokeCheck(6), 0x92000028u);
-    EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 2, 4, "Parse OutBuffer=https://127.0.0.1:" + std::to_string(silent.Port()) + "/\n not have link_str:http://.\n"}}));
+    EXPECT_EQ(
+        ReadDiags(),
+        (std::vector<Diag>{{31, 2, 4,
+                            "Parse OutBuffer=https://127.0.0.1:" + std::to_string(silent.Port()) +
+                                "/\n not have link_str:http://.\n"}}));
 
     // The status is matched on the whole path: a revoked certificate at a
     // path too long for the expected text still fails.
     const std::string longPath = std::string(kWork) + "/" + std::string(100, 'd') + "/r.pem";
     fs::create_directories(fs::path(longPath).parent_path());
     PlaceClient(0, longPath, 0x0ABCDF, responder.Url());
-    EXPECT_EQ(LIB_SSL_CheckCertRevokeState(kWebCa, longPath.c_str(), responder.Url().c_str()), 0x9200002Du);
+    EXPECT_EQ(LIB_SSL_CheckCertRevokeState(kWebCa, longPath.c_str(), responder.Url().c_str()),
+              0x9200002Du);
 
     // A command that cannot run, and an id outside the list.
     SetFaults("BMC_GetCmdOutLineBuffer=1");
     ClearDiagLog();
     EXPECT_EQ(LIB_SSL_CertRevokeCheck(1), 0x92000027u);
-    EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 2, 4, "Failed to run SSLCmd=openssl x509 -in '/conf/certs/client/good.pem' -noout -ocsp_uri.\n"}}));
+    EXPECT_EQ(ReadDiags(),
+              (std::vector<Diag>{{31, 2, 4,
+                                  "Failed to run SSLCmd=openssl x509 -in "
+                                  "'/conf/certs/client/good.pem' -noout -ocsp_uri.\n"}}));
     SetFaults("BMC_GetCmdOutAllBuffer=1");
     EXPECT_EQ(LIB_SSL_CertRevokeCheck(1), 0x92000027u);
     unsetenv(BMCSIM_ENV_FAULTS);
@@ -170,9 +168,9 @@ TEST_F(OcspTest, IssuerFromTheWebServerConfiguration) {
 }
 
 TEST_F(OcspTest, HostileValuesRunNothing) {
-    const char *payloads[] = {"$(touch /var/certs/mk)", "`touch /var/certs/mk`",
-                              ";touch /var/certs/mk;", "|touch /var/certs/mk",
-                              "&touch /var/certs/mk&", "'$(touch /var/certs/mk)'",
+    const char *payloads[] = {"$(touch /var/certs/mk)",     "`touch /var/certs/mk`",
+                              ";touch /var/certs/mk;",      "|touch /var/certs/mk",
+                              "&touch /var/certs/mk&",      "'$(touch /var/certs/mk)'",
                               "\"$(touch /var/certs/mk)\"", "\ntouch /var/certs/mk\n"};
     // A live responder answers at once (the payload is its URL's path).
     OcspResponder responder(kWork, rootPem_, {});
@@ -181,8 +179,7 @@ TEST_F(OcspTest, HostileValuesRunNothing) {
         SCOPED_TRACE(payload);
         // In the certificate's OCSP address.
         ++id;
-        PlaceClient(id, "h" + std::to_string(id) + ".pem", 0x100 + id,
-                    responder.Url() + payload);
+        PlaceClient(id, "h" + std::to_string(id) + ".pem", 0x100 + id, responder.Url() + payload);
         EXPECT_EQ(LIB_SSL_CertRevokeCheck(id), 0x9200002Du);
         // In the record's file name (the owner never writes such names).
         PlaceRecord(++id, std::string("a") + payload + ".pem");
@@ -200,7 +197,9 @@ TEST_F(OcspTest, HostileValuesRunNothing) {
     SetCaLine("    ssl.ca-file = \"/" + std::string(58, '\'') + "\"");
     ClearDiagLog();
     EXPECT_EQ(LIB_SSL_CertRevokeCheck(1), 0x92000027u);
-    EXPECT_EQ(ReadDiags().at(0).message.rfind("Failed to run SSLCmd=openssl ocsp -timeout 2 -issuer '/", 0), 0u);
+    EXPECT_EQ(ReadDiags().at(0).message.rfind(
+                  "Failed to run SSLCmd=openssl ocsp -timeout 2 -issuer '/", 0),
+              0u);
     EXPECT_FALSE(fs::exists("/var/certs/mk"));
 }
 

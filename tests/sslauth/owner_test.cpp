@@ -63,30 +63,24 @@ TEST_F(OwnerTest, ImportsFillEntriesCopyFilesAndFinishTasks) {
 TEST_F(OwnerTest, RefusalsHaveTheirCodesAndChangeNothing) {
     ASSERT_EQ(ImportRoot(UploadRoot("ca-root.pem")), 0);
     ASSERT_EQ(ImportClient(UploadClient("op.pem", 5), 1), 0);
-    const std::string stranger = "/var/certs/upload/stranger.pem";
-    WriteFile(stranger, MakeCertPem({})); // self-signed, not by the root
     WriteFile("/var/certs/upload/junk.pem", "not a certificate\n");
     RootCertImportReq root{};
     std::snprintf(root.szFilePath, sizeof root.szFilePath, "/var/certs/upload/ca-root.pem");
 
+    // Refusals that the library's own checks never let reach the owner; the
+    // others are asserted with their mapped codes through the library.
     struct Case {
         const char *what;
         int32_t result;
         uint32_t expected;
     } cases[] = {
-        {"missing file", ImportRoot("/var/certs/upload/none.pem"), 0x82000001},
         {"not PEM", ImportRoot("/var/certs/upload/junk.pem"), 0x92000002},
-        {"same name", ImportRoot("/var/certs/upload/ca-root.pem"), 0x92000018},
-        {"wait limit 0", MRPC_Call(36, 42, sizeof root, &root, 0, nullptr), 0x82000002},
         {"wrong length", MRPC_Call(36, 42, 8, &root, 100, nullptr), 0x82000001},
         {"other module", MRPC_Call(35, 40, 8, &root, 100, nullptr), 0x82000001},
-        {"not issued by the root", ImportClient(stranger, 1), 0x92000002},
         {"absent root", ImportClient(UploadClient("x.pem", 6), 2), 0x92000019},
         {"web server CA name", ImportClient(UploadClient("ca.pem", 7), 1), 0x92000018},
         {"bind absent user", Bind(1, 9), 0x92000019},
         {"bind anonymous", Bind(1, 1), 0x92000018},
-        {"untie unbound", Bind(1, 2, 45), 0x92000019},
-        {"root with clients", MRPC_Call(36, 47, 4, "\1\0\0", 100, nullptr), 0x92000018},
         {"delete absent client", MRPC_Call(36, 46, 4, "\3\0\0", 100, nullptr), 0x92000019},
     };
     for (const Case &c : cases) {
@@ -115,12 +109,7 @@ TEST_F(OwnerTest, BindingsAndDeletions) {
     ASSERT_EQ(LIB_SSL_GetClientCertInfo(1, &detail), 0u);
     EXPECT_STREQ(detail.stUser.szUserName, "admin");
 
-    // A fault stops the call before the owner: nothing changes.
-    SetFaults("MRPC_Call.46=0x82000002");
-    EXPECT_EQ(static_cast<uint32_t>(MRPC_Call(36, 46, 4, "\1\0\0", 100, nullptr)), 0x82000002u);
-    unsetenv(BMCSIM_ENV_FAULTS);
     EXPECT_EQ(Bindings().astCertUser[1].uiCliCertId, 1u);
-
     ASSERT_EQ(MRPC_Call(36, 46, 4, "\1\0\0", 100, nullptr), 0);
     EXPECT_EQ(Bindings().astCertUser[1].uiCliCertId, 0u);
     EXPECT_FALSE(fs::exists("/conf/certs/client/op.pem"));

@@ -194,8 +194,7 @@ TEST_F(DerivedTest, UserTableThatCannotBeReadLeavesOutputsAlone) {
     EXPECT_EQ(LIB_SSL_GetUsableUserList(&usable), 0x81000009u);
     EXPECT_EQ(std::memcmp(&detail, &before, sizeof detail), 0);
     EXPECT_EQ(std::memcmp(&usable, &usableBefore, sizeof usable), 0);
-    const std::string failed =
-        "Failed to get UserList, iRet=" + std::to_string(static_cast<int32_t>(0x81000009)) + ".\n";
+    const std::string failed = "Failed to get UserList, iRet=" + Signed(0x81000009) + ".\n";
     EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 2, 4, failed}, {31, 2, 4, failed}}));
 }
 

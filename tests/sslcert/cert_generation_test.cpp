@@ -7,11 +7,11 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <cstdlib>
 #include <filesystem>
 
 #include "lib_security_sslcert.h"
 #include "platform/host/bmc_sim.h"
-#include "tests/sslcert/recorded_tools.h"
 #include "tests/support/controller.h"
 
 namespace bmctest {
@@ -22,6 +22,8 @@ constexpr const char *kGenCert = "/var/certs/TmpCertGen.pem";
 constexpr const char *kGenKey = "/var/certs/TmpPrivkeyGen.pem";
 constexpr const char *kUserCert = "/conf/certs/server/user/actualcert.pem";
 constexpr const char *kUserKey = "/conf/certs/server/user/actualprivkey.pem";
+constexpr const char *kWrapperDir = "/var/lib/bmc-sim/recorded-bin";
+constexpr const char *kCommandLog = "/var/lib/bmc-sim/recorded-bin/commands.log";
 
 mode_t ModeOf(const char *path) {
     struct stat st {};
@@ -33,9 +35,26 @@ bool Exists(const char *path) {
     return access(path, F_OK) == 0;
 }
 
-std::string Code(uint32_t code) {
-    return std::to_string(static_cast<int32_t>(code));
-}
+// Puts a recording wrapper of the openssl tool first on PATH, so that the
+// exact command lines can be asserted while the real tool does the work.
+class RecordedOpenssl {
+  public:
+    RecordedOpenssl() : savedPath_(std::getenv("PATH")) {
+        std::filesystem::create_directories(kWrapperDir);
+        const std::string wrapper = std::string(kWrapperDir) + "/openssl";
+        WriteFile(wrapper, "#!/bin/sh\nprintf 'openssl %s\\n' \"$*\" >> " +
+                               std::string(kCommandLog) + "\nexec /usr/bin/openssl \"$@\"\n");
+        chmod(wrapper.c_str(), 0755);
+        std::filesystem::remove(kCommandLog);
+        setenv("PATH", (std::string(kWrapperDir) + ":" + savedPath_).c_str(), 1);
+    }
+    ~RecordedOpenssl() { setenv("PATH", savedPath_.c_str(), 1); }
+    RecordedOpenssl(const RecordedOpenssl &) = delete;
+    RecordedOpenssl &operator=(const RecordedOpenssl &) = delete;
+
+  private:
+    std::string savedPath_;
+};
 
 class CertGenerationTest : public ControllerTest {};
 
@@ -60,7 +79,7 @@ TEST_F(CertGenerationTest, GeneratesAndInstallsWithPrivateKeysWhateverTheUmask) 
                                             "OU = Platform\n"
                                             "CN = bmc-07.lab\n"
                                             "emailAddress = ops@bmc-07.example.org\n");
-        const auto commands = openssl.Commands();
+        const auto commands = ReadLines(kCommandLog);
         ASSERT_GE(commands.size(), 2u);
         EXPECT_EQ(commands[0], "openssl req -newkey rsa:1024 -keyout /var/certs/TmpPrivkeyGen.pem "
                                "-out /var/certs/cert_tmp.csr -config /var/certs/sslconf -nodes");
@@ -98,10 +117,10 @@ TEST_F(CertGenerationTest, RefusedRequestWritesNothingAndRunsNothing) {
     EXPECT_EQ(LIB_SECURITY_GenCert(&request), 0x98000008u);
     EXPECT_EQ(BMCSIM_SpawnCount(), spawns);
     EXPECT_TRUE(std::filesystem::is_empty("/var/certs"));
-    EXPECT_EQ(ReadDiags(),
-              (std::vector<Diag>{
-                  {31, 3, 2, "SSL cert Gen Keylength verify failed! Keylength = 4096.\n"},
-                  {31, 3, 2, "Gen cert check data failed!\n"}}));
+    EXPECT_EQ(
+        ReadDiags(),
+        (std::vector<Diag>{{31, 3, 2, "SSL cert Gen Keylength verify failed! Keylength = 4096.\n"},
+                           {31, 3, 2, "Gen cert check data failed!\n"}}));
 }
 
 TEST_F(CertGenerationTest, MissingExtensionFileStopsAfterTheConfiguration) {
@@ -116,11 +135,12 @@ TEST_F(CertGenerationTest, MissingExtensionFileStopsAfterTheConfiguration) {
     EXPECT_EQ(BMCSIM_SpawnCount(), spawns);
     EXPECT_TRUE(Exists(kRequestConfig));
     EXPECT_FALSE(Exists(kGenKey));
-    EXPECT_EQ(ReadDiags(),
-              (std::vector<Diag>{
-                  {31, 3, 2,
-                   "SSL cert extension file /conf/certs/server/cert_v3_extfile.ext is not exist!\n"},
-                  {31, 3, 2, "Gen cert conf file check failed! iRet = " + Code(0x81000017) + ".\n"}}));
+    EXPECT_EQ(
+        ReadDiags(),
+        (std::vector<Diag>{
+            {31, 3, 2,
+             "SSL cert extension file /conf/certs/server/cert_v3_extfile.ext is not exist!\n"},
+            {31, 3, 2, "Gen cert conf file check failed! iRet = " + Signed(0x81000017) + ".\n"}}));
 }
 
 TEST_F(CertGenerationTest, OnlyTheFailureCodeOfACommandCountsAsFailure) {
@@ -138,7 +158,7 @@ TEST_F(CertGenerationTest, OnlyTheFailureCodeOfACommandCountsAsFailure) {
     EXPECT_EQ(ReadDiags(),
               (std::vector<Diag>{
                   {31, 3, 2, "Tmp Cert File /var/certs/TmpCertGen.pem is not exist!\n"},
-                  {31, 3, 2, "SSL cert gen update failed! iRet=" + Code(0x81000001) + ".\n"}}));
+                  {31, 3, 2, "SSL cert gen update failed! iRet=" + Signed(0x81000001) + ".\n"}}));
 }
 
 } // namespace

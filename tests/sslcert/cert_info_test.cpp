@@ -17,7 +17,6 @@ class CertInfoTest : public ControllerTest {
     static bool StoredRecord(SSLCertInfo &record) {
         return DB_Get(DB_GetCurrentDb(), SSLCERT_INFO_DB_KEY, sizeof record, &record) == 0;
     }
-    static std::string Code(uint32_t code) { return std::to_string(static_cast<int32_t>(code)); }
 };
 
 TEST_F(CertInfoTest, FirstGetReadsTheFilesThenTheDatabaseServesWithoutAProcess) {
@@ -39,10 +38,9 @@ TEST_F(CertInfoTest, FirstGetReadsTheFilesThenTheDatabaseServesWithoutAProcess) 
     ASSERT_EQ(LIB_SECURITY_GetCertInfo(&second), 0u);
     EXPECT_EQ(BMCSIM_SpawnCount(), spawns);
     EXPECT_EQ(std::memcmp(&second, &first, sizeof second), 0);
-    EXPECT_EQ(
-        ReadDiags(),
-        (std::vector<Diag>{
-            {31, 3, 2, "Failed to get cert config data from DB. iRet=" + Code(0x81000001) + "."}}));
+    EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 3, 2,
+                                               "Failed to get cert config data from DB. iRet=" +
+                                                   Signed(0x81000001) + "."}}));
 }
 
 TEST_F(CertInfoTest, NoRecordAndNoCertificateIsUnavailable) {
@@ -52,11 +50,11 @@ TEST_F(CertInfoTest, NoRecordAndNoCertificateIsUnavailable) {
     EXPECT_EQ(
         ReadDiags(),
         (std::vector<Diag>{
-            {31, 3, 2, "Failed to get cert config data from DB. iRet=" + Code(0x81000001) + "."},
+            {31, 3, 2, "Failed to get cert config data from DB. iRet=" + Signed(0x81000001) + "."},
             {31, 3, 2, "No SSL certificate found.\n"},
             {31, 3, 2, "Get SSL cert type failed! Cert type = 0."},
             {31, 3, 2,
-             "Failed to get cert config data from DB and file. iRet=" + Code(0x81000001) + "."},
+             "Failed to get cert config data from DB and file. iRet=" + Signed(0x81000001) + "."},
         }));
     EXPECT_EQ(LIB_SECURITY_GetCertLeftExpires(), 0);
     EXPECT_EQ(LIB_SECURITY_GetCertInfo(nullptr), SSLCERT_MGMT_INFO_UNAVAILABLE);
@@ -65,8 +63,8 @@ TEST_F(CertInfoTest, NoRecordAndNoCertificateIsUnavailable) {
 }
 
 TEST_F(CertInfoTest, DatabaseFaultsStillServeTheFiles) {
-    const Diag readFailed{31, 3, 2,
-                          "Failed to get cert config data from DB. iRet=" + Code(0x81000001) + "."};
+    const Diag readFailed{
+        31, 3, 2, "Failed to get cert config data from DB. iRet=" + Signed(0x81000001) + "."};
     struct Case {
         const char *faults;
         std::vector<Diag> diags;
@@ -74,12 +72,12 @@ TEST_F(CertInfoTest, DatabaseFaultsStillServeTheFiles) {
     } cases[] = {
         {"DB_PutInternal=0x81000001",
          {readFailed,
-          {31, 3, 2, "Filed to put data to db, iRet = " + Code(0x81000001) + "."},
-          {31, 3, 2, "Failed to put cert config data to DB. iRet=" + Code(0x81000007) + "."}},
+          {31, 3, 2, "Filed to put data to db, iRet = " + Signed(0x81000001) + "."},
+          {31, 3, 2, "Failed to put cert config data to DB. iRet=" + Signed(0x81000007) + "."}},
          nullptr},
         {"DB_GetCurrentDb=0",
          {{31, 3, 2, "Get db handle failed"},
-          {31, 3, 2, "Failed to put cert config data to DB. iRet=" + Code(0x81000005) + "."}},
+          {31, 3, 2, "Failed to put cert config data to DB. iRet=" + Signed(0x81000005) + "."}},
          "Pointer pDb is Null, File:cert_info.cpp Func:SECURITY_PutCertInfo Line:"},
     };
     for (const Case &c : cases) {
@@ -129,14 +127,14 @@ TEST_F(CertInfoTest, RefreshReplacesTheRecordOnlyWhenTheFilesRead) {
     ASSERT_TRUE(StoredRecord(after));
     EXPECT_EQ(std::memcmp(&after, &stored, sizeof after), 0);
     const std::string parseFailed =
-        "Get SSL cert X509_Parse info failed! Ret = " + Code(SSLCERT_ERR_CERT_PARSE) + ".";
+        "Get SSL cert X509_Parse info failed! Ret = " + Signed(SSLCERT_ERR_CERT_PARSE) + ".";
     EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 3, 2, "Invalid keyusage.\n"},
                                               {31, 3, 2, parseFailed},
                                               {31, 3, 2, "Invalid keyusage.\n"},
                                               {31, 3, 2, parseFailed},
                                               {31, 3, 2,
                                                "Failed to get cert info from file, iRet = " +
-                                                   Code(SSLCERT_ERR_CERT_PARSE) + "."}}));
+                                                   Signed(SSLCERT_ERR_CERT_PARSE) + "."}}));
 }
 
 TEST_F(CertInfoTest, DaysLeftCountsWholeDays) {

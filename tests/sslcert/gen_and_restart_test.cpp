@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstring>
 #include <thread>
 
 #include "lib_security_sslcert.h"
@@ -45,16 +44,16 @@ TEST_F(GenAndRestartTest, RefusedRequestIsMappedAndBothTemporariesAreStillRemove
     EXPECT_STREQ(desc.szOperateDesc, "Failed to generate SSL certificate.");
     EXPECT_EQ(desc.ucLogClass, 37);
     EXPECT_EQ(ServicesLog(), "");
-    EXPECT_EQ(ReadDiags(),
-              (std::vector<Diag>{
-                  {31, 3, 2, "SSL cert Gen Keylength verify failed! Keylength = 512.\n"},
-                  {31, 3, 2, "Gen cert check data failed!\n"},
-                  {31, 3, 2, "Generate Cert:gen cert failed! iRet=-1744830456\n"},
-                  {31, 3, 6,
-                   "File /var/certs/TmpCertGen.pem unlink failed. No such file or directory\n"},
-                  {31, 3, 6,
-                   "File /var/certs/TmpPrivkeyGen.pem unlink failed. No such file or directory\n"},
-              }));
+    EXPECT_EQ(
+        ReadDiags(),
+        (std::vector<Diag>{
+            {31, 3, 2, "SSL cert Gen Keylength verify failed! Keylength = 512.\n"},
+            {31, 3, 2, "Gen cert check data failed!\n"},
+            {31, 3, 2, "Generate Cert:gen cert failed! iRet=-1744830456\n"},
+            {31, 3, 6, "File /var/certs/TmpCertGen.pem unlink failed. No such file or directory\n"},
+            {31, 3, 6,
+             "File /var/certs/TmpPrivkeyGen.pem unlink failed. No such file or directory\n"},
+        }));
 }
 
 TEST_F(GenAndRestartTest, NullArgumentsDoNothing) {
@@ -74,22 +73,21 @@ TEST_F(GenAndRestartTest, FailedTunnelRestartKeepsTheNewCertificateAndSkipsTheWe
     const SSLCertGenParam request = GenRequest(1024);
     struct Case {
         const char *fault;
-        uint32_t expected;
-    } cases[] = {{"systemd_run=5", 0x1800001A}, {"systemd_run=0x82000002", 0x1800081B}};
+        uint32_t restart, expected;
+    } cases[] = {{"systemd_run=5", 5, 0x1800001A},
+                 {"systemd_run=0x82000002", 0x82000002, 0x1800081B}};
     for (const Case &c : cases) {
+        SCOPED_TRACE(c.fault);
         SetFaults(c.fault);
         ClearDiagLog();
         OperateDesc desc{};
-        EXPECT_EQ(LIB_SECURITY_GenAndRestartService(&request, &desc), c.expected) << c.fault;
+        EXPECT_EQ(LIB_SECURITY_GenAndRestartService(&request, &desc), c.expected);
         EXPECT_STREQ(desc.szOperateDesc, "Failed to generate SSL certificate.");
         EXPECT_EQ(LIB_SECURITY_GetCertType(), SSL_CERT_TYPE_USER);
         const auto diags = ReadDiags();
         ASSERT_FALSE(diags.empty());
         EXPECT_EQ(diags[0].message.rfind("Generate Cert:Restart stunnel service failed! iRet=" +
-                                             std::to_string(static_cast<int32_t>(
-                                                 std::strtoul(std::strchr(c.fault, '=') + 1,
-                                                              nullptr, 0))) +
-                                             ". ERR:",
+                                             Signed(c.restart) + ". ERR:",
                                          0),
                   0u)
             << Describe(ReadDiagLog());

@@ -35,6 +35,10 @@ TEST_F(GenRequestTest, EachRuleAtItsBoundary) {
         {"no e-mail", [](auto &r) { Set(r.szEmailAddress, ""); }, false},
         {"e-mail without domain", [](auto &r) { Set(r.szEmailAddress, "a@b"); }, false},
         {"e-mail with double dot", [](auto &r) { Set(r.szEmailAddress, "a..b@c.de"); }, false},
+        {"e-mail with a line feed", [](auto &r) { Set(r.szEmailAddress, "a@b.de\n"); }, false},
+        // Refused at once, not after a backtracking search of every split.
+        {"long e-mail without @",
+         [](auto &r) { Set(r.szEmailAddress, (std::string(40, 'a') + "!").c_str()); }, false},
         {"hyphen and underscore in a label",
          [](auto &r) { Set(r.szEmailAddress, "a_b@x-y.z_w.de"); }, true},
         {"lower-case country", [](auto &r) { Set(r.szCountryCode, "us"); }, true},
@@ -75,7 +79,8 @@ TEST_F(GenRequestTest, FirstFailingRuleAloneIsReported) {
     EXPECT_EQ(SECURITY_SSL_GenSSLCert_Check(nullptr), 0x81000002u);
     const auto diags = ReadDiags();
     ASSERT_EQ(diags.size(), 4u) << Describe(ReadDiagLog());
-    EXPECT_EQ(diags[0], (Diag{31, 3, 2, "SSL cert Gen Keylength verify failed! Keylength = 512.\n"}));
+    EXPECT_EQ(diags[0],
+              (Diag{31, 3, 2, "SSL cert Gen Keylength verify failed! Keylength = 512.\n"}));
     EXPECT_EQ(diags[1], (Diag{31, 3, 2,
                               "SSL cert Gen Organisation verify failed! Organisation = Works; "
                               "Inc.\n"}));

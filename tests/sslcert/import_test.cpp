@@ -20,24 +20,6 @@ namespace {
 constexpr const char *kUploadedCert = "/var/lib/bmc-sim/upload.crt";
 constexpr const char *kUploadedKey = "/var/lib/bmc-sim/upload.key";
 
-std::vector<std::string> Lines(const char *path) {
-    std::vector<std::string> lines;
-    std::ifstream in(path);
-    for (std::string line; std::getline(in, line);)
-        lines.push_back(line);
-    return lines;
-}
-
-std::string Hex(const void *data, size_t size) {
-    std::string out;
-    char byte[3];
-    for (size_t i = 0; i < size; ++i) {
-        std::snprintf(byte, sizeof byte, "%02x", static_cast<const unsigned char *>(data)[i]);
-        out += byte;
-    }
-    return out;
-}
-
 class ImportTest : public ControllerTest {
   protected:
     void SetUp() override {
@@ -56,10 +38,14 @@ class ImportTest : public ControllerTest {
         return request;
     }
 
-    // Starts an import of the pair and waits for the task's final report.
+    // Starts an import of the pair (no key uploaded when it is empty) and
+    // waits for the task's final report.
     static BMCSIM_TaskState Import(const std::string &cert, const std::string &key) {
         WriteFile(kUploadedCert, cert);
-        WriteFile(kUploadedKey, key);
+        if (key.empty())
+            RemoveFile(kUploadedKey);
+        else
+            WriteFile(kUploadedKey, key);
         const UploadParam request = Request();
         TaskHandle task{};
         EXPECT_EQ(LIB_SECURITY_UploadAndRestartService(&request, &task), 0u);
@@ -96,7 +82,7 @@ TEST_F(ImportTest, TaskRecordsAreSentByteForByte) {
     expected.uiWord1 = 1;
     expected.uiWord2 = 10;
     expected.uiWord4 = 5;
-    EXPECT_EQ(Lines(BMCSIM_TASKS_LOG).at(0),
+    EXPECT_EQ(ReadLines(BMCSIM_TASKS_LOG).at(0),
               "register\t" + std::to_string(task.TaskId) + '\t' + std::to_string(task.TaskTag) +
                   "\t0x01000A05\t" + Hex(&expected, sizeof expected));
 
@@ -106,9 +92,9 @@ TEST_F(ImportTest, TaskRecordsAreSentByteForByte) {
     std::memset(update.szAbnormalInfo, 't', 32);
     update.ucState = 4;
     update.ucProgress = 100;
-    EXPECT_EQ(Lines(BMCSIM_TASKS_LOG).at(1), "update\t" + std::to_string(task.TaskId) +
-                                                 "\t4\t100\t" + std::string(32, 't') + '\t' +
-                                                 Hex(&update, sizeof update));
+    EXPECT_EQ(ReadLines(BMCSIM_TASKS_LOG).at(1), "update\t" + std::to_string(task.TaskId) +
+                                                     "\t4\t100\t" + std::string(32, 't') + '\t' +
+                                                     Hex(&update, sizeof update));
 }
 
 TEST_F(ImportTest, SuccessReportsOnceThenRestartsTheWebServer) {
@@ -118,10 +104,11 @@ TEST_F(ImportTest, SuccessReportsOnceThenRestartsTheWebServer) {
     EXPECT_STREQ(state.szText, "Server Cert import successfully");
     EXPECT_EQ(LIB_SECURITY_GetCertType(), SSL_CERT_TYPE_USER);
     ExpectScratchFilesGone();
-    const auto entries = Lines(BMCSIM_OPERATE_LOG);
+    const auto entries = ReadLines(BMCSIM_OPERATE_LOG);
     ASSERT_EQ(entries.size(), 1u);
-    EXPECT_EQ(entries[0].rfind("5\t99\tImported SSL certificate successfully.\tadmin\t192.0.2.7\t", 0),
-              0u);
+    EXPECT_EQ(
+        entries[0].rfind("5\t99\tImported SSL certificate successfully.\tadmin\t192.0.2.7\t", 0),
+        0u);
     EXPECT_EQ(entries[0].substr(entries[0].rfind('\t')), "\t37");
 
     // The web server follows about two seconds after the report, on the
@@ -132,7 +119,7 @@ TEST_F(ImportTest, SuccessReportsOnceThenRestartsTheWebServer) {
            std::chrono::steady_clock::now() < deadline)
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     EXPECT_EQ(ReadFile(kServicesLog), "restart stunnel.service\nrestart lighttpd.service\n");
-    EXPECT_EQ(Lines(BMCSIM_TASKS_LOG).size(), 2u);
+    EXPECT_EQ(ReadLines(BMCSIM_TASKS_LOG).size(), 2u);
 }
 
 TEST_F(ImportTest, RefusalsReportFailureAndOnlyMd5RaisesAnEvent) {
@@ -143,33 +130,28 @@ TEST_F(ImportTest, RefusalsReportFailureAndOnlyMd5RaisesAnEvent) {
     EXPECT_EQ(state.ucProgress, 100);
     EXPECT_STREQ(state.szText, "Failed to import Server Cert");
     ExpectScratchFilesGone();
-    const auto events = Lines(BMCSIM_QDR_LOG);
+    const auto events = ReadLines(BMCSIM_QDR_LOG);
     ASSERT_EQ(events.size(), 1u);
-    EXPECT_EQ(events[0].rfind("287\t34\timport_thread.cpp\tSECURITY_SSL_AddQdr\t1f0100220000000000000000",
-                              0),
+    EXPECT_EQ(events[0].rfind(
+                  "287\t34\timport_thread.cpp\tSECURITY_SSL_AddQdr\t1f0100220000000000000000", 0),
               0u);
-    auto entries = Lines(BMCSIM_OPERATE_LOG);
+    auto entries = ReadLines(BMCSIM_OPERATE_LOG);
     ASSERT_EQ(entries.size(), 1u);
-    EXPECT_EQ(entries[0].rfind("5\t67\tFailed to import SSL certificate.\tadmin\t192.0.2.7\t", 0), 0u);
+    EXPECT_EQ(entries[0].rfind("5\t67\tFailed to import SSL certificate.\tadmin\t192.0.2.7\t", 0),
+              0u);
 
     CertRecipe expired;
     expired.notAfter = std::time(nullptr) - 1;
     state = Import(MakeCertPem(expired), KeyPem(KeyKind::Rsa2048));
     EXPECT_EQ(state.ucState, 4);
-    EXPECT_EQ(Lines(BMCSIM_QDR_LOG).size(), 1u);
+    EXPECT_EQ(ReadLines(BMCSIM_QDR_LOG).size(), 1u);
     EXPECT_EQ(LIB_SECURITY_GetCertType(), SSL_CERT_TYPE_DEFAULT);
     EXPECT_FALSE(std::ifstream(kServicesLog).good());
 
     // A failed key transfer still removes the certificate already fetched;
     // the files never made are only noted.
     ClearDiagLog();
-    WriteFile(kUploadedCert, MakeCertPem({}));
-    RemoveFile(kUploadedKey);
-    const UploadParam request = Request();
-    TaskHandle task{};
-    ASSERT_EQ(LIB_SECURITY_UploadAndRestartService(&request, &task), 0u);
-    while (BMCSIM_TaskGet(task.TaskId, &state) == 0 && state.ucState == 0)
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    state = Import(MakeCertPem({}), "");
     EXPECT_EQ(state.ucState, 4);
     ExpectScratchFilesGone();
     const auto diags = ReadDiags();
@@ -185,9 +167,10 @@ TEST_F(ImportTest, FailedStartsNeverReachTheThread) {
     TaskHandle task{};
     SetFaults("TASK_TaskServiceRegister=0x82000002");
     EXPECT_EQ(LIB_SECURITY_UploadAndRestartService(&request, &task), 0x1800081Bu);
-    const auto entries = Lines(BMCSIM_OPERATE_LOG);
+    const auto entries = ReadLines(BMCSIM_OPERATE_LOG);
     ASSERT_EQ(entries.size(), 1u);
-    EXPECT_EQ(entries[0].rfind("5\t67\tFailed to import SSL certificate.\tadmin\t192.0.2.7\t", 0), 0u);
+    EXPECT_EQ(entries[0].rfind("5\t67\tFailed to import SSL certificate.\tadmin\t192.0.2.7\t", 0),
+              0u);
 
     // The registration stands, but no thread ever reports on it.
     SetFaults("BMC_CreateDetachThreadInternal=7");
@@ -197,9 +180,9 @@ TEST_F(ImportTest, FailedStartsNeverReachTheThread) {
     EXPECT_EQ(ReadDiags().front(),
               (Diag{31, 3, 4, "Failed to create pthread for import ClinetCert.\n"}));
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
-    for (const std::string &line : Lines(BMCSIM_TASKS_LOG))
+    for (const std::string &line : ReadLines(BMCSIM_TASKS_LOG))
         EXPECT_EQ(line.rfind("register\t", 0), 0u);
-    EXPECT_EQ(Lines(BMCSIM_OPERATE_LOG).size(), 1u);
+    EXPECT_EQ(ReadLines(BMCSIM_OPERATE_LOG).size(), 1u);
     EXPECT_EQ(LIB_SECURITY_UploadAndRestartService(nullptr, &task), 0x1800001Bu);
 }
 

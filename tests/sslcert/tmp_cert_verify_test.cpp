@@ -35,13 +35,13 @@ TEST_F(TmpCertVerifyTest, EachTestRefusesWithItsOwnCode) {
     CertRecipe md5;
     md5.digest = "MD5";
     EXPECT_EQ(VerifyGenerated(md5), 0x9800000Au);
-    EXPECT_EQ(ReadDiags(), (std::vector<Diag>{
-                               {31, 3, 6, "Valid SSL certificate \n"},
-                               {31, 3, 2, "Signature algorithm should not be md5."},
-                               {31, 3, 2, "Failed to verify Gen TMP certificate. iRet=" +
-                                              std::to_string(static_cast<int32_t>(0x9800000A)) +
-                                              ".\n"},
-                           }));
+    EXPECT_EQ(
+        ReadDiags(),
+        (std::vector<Diag>{
+            {31, 3, 6, "Valid SSL certificate \n"},
+            {31, 3, 2, "Signature algorithm should not be md5."},
+            {31, 3, 2, "Failed to verify Gen TMP certificate. iRet=" + Signed(0x9800000A) + ".\n"},
+        }));
 
     CertRecipe expired;
     expired.notAfter = now - 1;

@@ -8,6 +8,8 @@
 namespace bmctest {
 namespace {
 
+// The log escapes backslash, line feed and tab, so that a record is one
+// line with tab-separated fields.
 std::string Unescape(const std::string &text) {
     std::string out;
     for (size_t i = 0; i < text.size(); ++i) {
@@ -21,35 +23,25 @@ std::string Unescape(const std::string &text) {
     return out;
 }
 
-std::vector<std::string> SplitTabs(const std::string &line, size_t fields) {
-    std::vector<std::string> parts;
-    size_t start = 0;
-    while (parts.size() + 1 < fields) {
-        size_t tab = line.find('\t', start);
-        if (tab == std::string::npos) break;
-        parts.push_back(line.substr(start, tab - start));
-        start = tab + 1;
-    }
-    parts.push_back(line.substr(start));
-    return parts;
-}
-
 } // namespace
 
 std::vector<DiagRecord> ReadDiagLog() {
     std::vector<DiagRecord> records;
     std::ifstream in(BMCSIM_DIAG_LOG);
-    std::string line;
-    while (std::getline(in, line)) {
-        auto parts = SplitTabs(line, 6);
-        if (parts.size() != 6) continue;
+    for (std::string line; std::getline(in, line);) {
+        std::istringstream fields(line);
+        std::string module, subModule, level, number, message;
         DiagRecord r;
-        r.module = static_cast<uint32_t>(std::stoul(parts[0]));
-        r.subModule = static_cast<uint32_t>(std::stoul(parts[1]));
-        r.level = static_cast<uint32_t>(std::stoul(parts[2]));
-        r.file = parts[3];
-        r.line = std::stoi(parts[4]);
-        r.message = Unescape(parts[5]);
+        if (!std::getline(fields, module, '\t') || !std::getline(fields, subModule, '\t') ||
+            !std::getline(fields, level, '\t') || !std::getline(fields, r.file, '\t') ||
+            !std::getline(fields, number, '\t'))
+            continue;
+        std::getline(fields, message);
+        r.module = static_cast<uint32_t>(std::stoul(module));
+        r.subModule = static_cast<uint32_t>(std::stoul(subModule));
+        r.level = static_cast<uint32_t>(std::stoul(level));
+        r.line = std::stoi(number);
+        r.message = Unescape(message);
         records.push_back(std::move(r));
     }
     return records;
@@ -72,6 +64,10 @@ std::vector<Diag> ReadDiags() {
     for (const auto &r : ReadDiagLog())
         diags.push_back({r.module, r.subModule, r.level, r.message});
     return diags;
+}
+
+std::string Signed(uint32_t code) {
+    return std::to_string(static_cast<int32_t>(code));
 }
 
 } // namespace bmctest

@@ -37,4 +37,7 @@ struct Diag {
 };
 std::vector<Diag> ReadDiags();
 
+// A result code as the diagnostics print it: a signed decimal.
+std::string Signed(uint32_t code);
+
 } // namespace bmctest

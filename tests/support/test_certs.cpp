@@ -121,6 +121,24 @@ void WriteFile(const std::string &path, const std::string &content) {
     Require(out.good(), path.c_str());
 }
 
+std::vector<std::string> ReadLines(const std::string &path) {
+    std::vector<std::string> lines;
+    std::ifstream in(path);
+    for (std::string line; std::getline(in, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+std::string Hex(const void *data, size_t size) {
+    std::string out;
+    char digits[3];
+    for (size_t i = 0; i < size; ++i) {
+        std::snprintf(digits, sizeof digits, "%02x", static_cast<const unsigned char *>(data)[i]);
+        out += digits;
+    }
+    return out;
+}
+
 std::string KeyPem(KeyKind key) {
     return ReadFile(std::string(BMCCERT_TEST_DATA_DIR "/") + KeyFile(key));
 }

@@ -18,11 +18,11 @@ using NameEntries = std::vector<std::pair<std::string, std::string>>; // short n
 struct CertRecipe {
     long rawVersion = 2; // 0 = v1, 2 = v3
     NameEntries subject = {{"C", "DE"}, {"O", "Test Works"}, {"CN", "bmc.test"}};
-    std::optional<NameEntries> issuer; // self-issued when absent
-    std::optional<uint32_t> keyUsage;  // X509_get_key_usage bits; nullopt: no extension
+    std::optional<NameEntries> issuer;           // self-issued when absent
+    std::optional<uint32_t> keyUsage;            // X509_get_key_usage bits; nullopt: no extension
     std::string extendedKeyUsage = "serverAuth"; // empty: no extension
-    int64_t notBefore = 1704067200;    // 2024-01-01T00:00:00Z
-    int64_t notAfter = 2019686400;     // 2034-01-01T00:00:00Z
+    int64_t notBefore = 1704067200;              // 2024-01-01T00:00:00Z
+    int64_t notAfter = 2019686400;               // 2034-01-01T00:00:00Z
     long serial = 0x0A1B;
     KeyKind key = KeyKind::Rsa2048;
     std::optional<KeyKind> signer; // the issuer's key; self-signed when absent
@@ -45,5 +45,9 @@ enum class KeyEncryption { Pkcs8, Legacy };
 std::string EncryptedKeyPem(KeyKind key, KeyEncryption form);
 std::string ReadFile(const std::string &path);
 void WriteFile(const std::string &path, const std::string &content);
+// The lines of a file without their line feeds; none when it is missing.
+std::vector<std::string> ReadLines(const std::string &path);
+// Bytes as lower-case hexadecimal, as the stand-in logs whole records.
+std::string Hex(const void *data, size_t size);
 
 } // namespace bmctest
