@@ -176,11 +176,7 @@ class ConcurrencyTest : public AuthTest {
     void SetUp() override {
         AuthTest::SetUp();
         // A client certificate bound to a user, as a login finds it.
-        ASSERT_EQ(ImportRoot(UploadRoot("ca-root.pem")), 0);
-        ASSERT_EQ(ImportClient(UploadClient("op.pem", 0x0ABCDE), 1), 0);
-        ASSERT_EQ(BMCSIM_UserSet(3, "operator", 3, 0, "op-secret"), 0);
-        OperateDesc desc{};
-        ASSERT_EQ(LIB_SSL_ClientCertBindUser(1, 3, 1000, &desc), 0u);
+        AddOperator(true);
 
         const std::string factory = ReadFile(kTunnelConfig);
         for (int p = 0; p < 2; ++p)

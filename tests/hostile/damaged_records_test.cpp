@@ -118,10 +118,7 @@ class DamagedRecordsTest : public AuthTest {
   protected:
     void SetUp() override {
         AuthTest::SetUp();
-        ASSERT_EQ(ImportRoot(UploadRoot("ca-root.pem")), 0);
-        ASSERT_EQ(ImportClient(UploadClient("op.pem", 0x0ABCDE), 1), 0);
-        ASSERT_EQ(BMCSIM_UserSet(3, "operator", 3, 0, "op-secret"), 0);
-        ASSERT_EQ(Bind(1, 3), 0);
+        AddOperator(true);
     }
     // Puts every record back as the owner and the library wrote them.
     void Restore(const std::vector<std::vector<char>> &stored) {

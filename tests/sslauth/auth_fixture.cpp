@@ -120,6 +120,15 @@ int32_t AuthTest::ImportClient(const std::string &path, uint32_t rootId) {
     return result;
 }
 
+void AuthTest::AddOperator(bool bound) {
+    ASSERT_EQ(ImportRoot(UploadRoot("ca-root.pem")), 0);
+    ASSERT_EQ(ImportClient(UploadClient("op.pem", 0x0ABCDE), 1), 0);
+    ASSERT_EQ(BMCSIM_UserSet(3, "operator", 3, 0, "op-secret"), 0);
+    if (bound) {
+        ASSERT_EQ(Bind(1, 3), 0);
+    }
+}
+
 int32_t AuthTest::Bind(uint32_t certId, uint8_t userId, uint32_t command) {
     CertUserReq request{};
     request.uiCertId = certId;

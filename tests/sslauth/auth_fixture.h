@@ -45,6 +45,10 @@ class AuthTest : public ControllerTest {
     static int32_t ImportClient(const std::string &path, uint32_t rootId);
     static int32_t Bind(uint32_t certId, uint8_t userId, uint32_t command = 44);
 
+    // Root 1, client 1 with serial 0ABCDE issued by it, and user 3
+    // "operator" with password "op-secret", bound to it when asked.
+    static void AddOperator(bool bound);
+
     static std::vector<RpcCall> RpcLog();
 };
 

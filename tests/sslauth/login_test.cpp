@@ -14,9 +14,7 @@ class LoginTest : public AuthTest {
   protected:
     void SetUp() override {
         AuthTest::SetUp();
-        ASSERT_EQ(ImportRoot(UploadRoot("ca-root.pem")), 0);
-        ASSERT_EQ(ImportClient(UploadClient("op.pem", 0x0ABCDE), 1), 0);
-        ASSERT_EQ(BMCSIM_UserSet(3, "operator", 3, 0, "op-secret"), 0);
+        AddOperator(false);
         ClearDiagLog();
     }
     static uint32_t Login(const char *serial, std::string &name, std::string &password) {
