@@ -7,18 +7,26 @@
 namespace bmccert::sslauth {
 
 const BMC_ErrCodeMap RootCertErrMap[9] = {
-    {SSL_AUTH_ERR_FILE_NAME_LONG, 0x18000408}, {SSL_AUTH_ERR_FILE_NAME_CHAR, 0x18000409},
-    {SSL_AUTH_ERR_FILE_NAME_EXT, 0x1800040A},  {0x92000017, 0x1800040B},
-    {0x92000018, 0x1800040C},                  {BMC_PLATFORM_ERR_1, 0x18000806},
-    {BMC_PLATFORM_ERR_2, 0x18000806},          {0x92000002, 0x18000611},
+    {SSL_AUTH_ERR_FILE_NAME_LONG, 0x18000408},
+    {SSL_AUTH_ERR_FILE_NAME_CHAR, 0x18000409},
+    {SSL_AUTH_ERR_FILE_NAME_EXT, 0x1800040A},
+    {0x92000017, 0x1800040B},
+    {0x92000018, 0x1800040C},
+    {BMC_PLATFORM_ERR_1, 0x18000806},
+    {BMC_PLATFORM_ERR_2, 0x18000806},
+    {0x92000002, 0x18000611},
     {SSL_AUTH_ERR_CERT_ABSENT, 0x1800060F},
 };
 
 const BMC_ErrCodeMap CliCertErrMap[9] = {
-    {SSL_AUTH_ERR_FILE_NAME_LONG, 0x18000408}, {SSL_AUTH_ERR_FILE_NAME_CHAR, 0x18000409},
-    {SSL_AUTH_ERR_FILE_NAME_EXT, 0x1800040A},  {0x92000017, 0x1800040B},
-    {0x92000018, 0x1800040C},                  {BMC_PLATFORM_ERR_1, 0x18000807},
-    {BMC_PLATFORM_ERR_2, 0x18000807},          {0x92000002, 0x18000611},
+    {SSL_AUTH_ERR_FILE_NAME_LONG, 0x18000408},
+    {SSL_AUTH_ERR_FILE_NAME_CHAR, 0x18000409},
+    {SSL_AUTH_ERR_FILE_NAME_EXT, 0x1800040A},
+    {0x92000017, 0x1800040B},
+    {0x92000018, 0x1800040C},
+    {BMC_PLATFORM_ERR_1, 0x18000807},
+    {BMC_PLATFORM_ERR_2, 0x18000807},
+    {0x92000002, 0x18000611},
     {SSL_AUTH_ERR_CERT_ABSENT, 0x1800060F},
 };
 
@@ -39,8 +47,7 @@ template <size_t N>
 [[nodiscard]] uint32_t ImportFailed(const LogOrigin &origin, const char *text, uint32_t code,
                                     const BMC_ErrCodeMap (&map)[9], uint32_t fallback) {
     const uint32_t mapped = MapCode(code, map, fallback);
-    (void)OPERATELOG_AddLogComm(origin.uiInterface, 67, text,
-                                FieldText(origin.szUserName).c_str(),
+    (void)OPERATELOG_AddLogComm(origin.uiInterface, 67, text, FieldText(origin.szUserName).c_str(),
                                 FieldText(origin.szClientAddr).c_str(), __LINE__,
                                 SSLCERT_OPERATE_LOG_CLASS);
     return mapped;
@@ -57,8 +64,7 @@ template <OwnerCommand Command, typename Request>
 
 [[nodiscard]] uint32_t CheckPath(const char *pcFilePath) {
     const uint32_t result = SSL_IsValidFileName(pcFilePath);
-    if (result != 0)
-        BMCCERT_DIAG(kLevelHandling, "Check cert file path=%s invalid.\n", pcFilePath);
+    if (result != 0) BMCCERT_DIAG(kLevelHandling, "Check cert file path=%s invalid.\n", pcFilePath);
     return result;
 }
 
@@ -111,13 +117,13 @@ extern "C" uint32_t LIB_SSL_ImportRootCert(const LogOrigin *pstLogOrigin, const 
         result = SendImport<OwnerCommand::ImportRoot>(request, uiWaitLimit, *pstTask);
     }
     if (result == 0) return SSLCERT_OK;
-    return ImportFailed(*pstLogOrigin, "Failed to import root certificate.", result,
-                        RootCertErrMap, SSL_AUTH_MGMT_ROOT_IMPORT_FAILED);
+    return ImportFailed(*pstLogOrigin, "Failed to import root certificate.", result, RootCertErrMap,
+                        SSL_AUTH_MGMT_ROOT_IMPORT_FAILED);
 }
 
-extern "C" uint32_t LIB_SSL_ImportClientCert(const LogOrigin *pstLogOrigin,
-                                             const char *pcFilePath, uint32_t uiRootCertId,
-                                             uint32_t uiWaitLimit, TaskHandle *pstTask) {
+extern "C" uint32_t LIB_SSL_ImportClientCert(const LogOrigin *pstLogOrigin, const char *pcFilePath,
+                                             uint32_t uiRootCertId, uint32_t uiWaitLimit,
+                                             TaskHandle *pstTask) {
     BMCCERT_CHECK_NULL(pstLogOrigin, SSL_AUTH_MGMT_CLIENT_IMPORT_FAILED);
     BMCCERT_CHECK_NULL(pcFilePath, SSL_AUTH_MGMT_CLIENT_IMPORT_FAILED);
     BMCCERT_CHECK_NULL(pstTask, SSL_AUTH_MGMT_CLIENT_IMPORT_FAILED);

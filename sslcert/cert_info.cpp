@@ -21,9 +21,9 @@ void EndInfoTexts(SSLCertInfo &info) {
     SSLConfig &config = info.stSSLConfig;
     EndText(files.szCertFileTime);
     EndText(files.szKeyFileTime);
-    for (auto *text : {&config.szVersion, &config.szSerialNum, &config.szSigAlgorithm,
-                       &config.szPublicKey, &config.szStartDate, &config.szExpDate,
-                       &config.szSSLServer})
+    for (auto *text :
+         {&config.szVersion, &config.szSerialNum, &config.szSigAlgorithm, &config.szPublicKey,
+          &config.szStartDate, &config.szExpDate, &config.szSSLServer})
         EndText(*text);
     EndText(config.szKeyUsage);
     EndTexts(config.stIssueFrom);

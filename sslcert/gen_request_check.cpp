@@ -30,7 +30,6 @@ template <size_t N> bool Terminated(const char (&field)[N]) {
     return std::memchr(field, '\0', N) != nullptr;
 }
 
-
 // A name field, its rejection pattern and its failure report, in the order
 // in which they are checked after the e-mail address and the country.
 struct NameRule {

@@ -56,8 +56,9 @@ uint32_t ImportPair(const UploadParam &request) {
         return result;
     }
     if (const int32_t result = RestartServiceNow(kTunnelService); result != 0) {
-        BMCCERT_DIAG(kLevelFailure, "Upload Cert:Restart stunnel service failed! iRet=%d. ERR:%s.\n",
-                     result, std::strerror(errno));
+        BMCCERT_DIAG(kLevelFailure,
+                     "Upload Cert:Restart stunnel service failed! iRet=%d. ERR:%s.\n", result,
+                     std::strerror(errno));
         return static_cast<uint32_t>(result);
     }
     return SSLCERT_OK;
@@ -94,7 +95,8 @@ int32_t SECURITY_SSL_AddQdr() {
     record.usEventCode = kMd5RefusalEvent;
     record.ucByte3 = kMd5RefusalEventByte3;
     (void)QDX_QDRTLVSet(0, 0, nullptr, &cursor, record.aucTlv);
-    const int32_t result = QDX_Internal_AddQdrFromBmc(&record, __FILE_NAME__, "SECURITY_SSL_AddQdr");
+    const int32_t result =
+        QDX_Internal_AddQdrFromBmc(&record, __FILE_NAME__, "SECURITY_SSL_AddQdr");
     if (result != 0) BMCCERT_DIAG(kLevelFailure, "Failed to add qdr item, iRet:[%d]", result);
     return result;
 }
@@ -153,9 +155,9 @@ extern "C" uint32_t SECURITY_SSL_ImportCert(const UploadParam *pstUploadParam,
     pstImportProc->TaskId = task.TaskId;
 
     uint32_t threadId = 0;
-    if (const auto result = static_cast<uint32_t>(BMC_CreateDetachThreadInternal(
-            SECURITY_SSL_ImportServerCertThread, kThreadFunctionName, pstImportProc.get(),
-            &threadId));
+    if (const auto result = static_cast<uint32_t>(
+            BMC_CreateDetachThreadInternal(SECURITY_SSL_ImportServerCertThread, kThreadFunctionName,
+                                           pstImportProc.get(), &threadId));
         result != 0) {
         BMCCERT_DIAG(kLevelHandling, "Failed to create pthread for import ClinetCert.\n");
         return result; // the copy is freed here; no thread ever saw it

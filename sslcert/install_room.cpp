@@ -72,8 +72,7 @@ bool HasRoomToInstall(const char *tmpCert, const char *tmpKey) {
                       combined.freeBlocks * combined.blockSize);
     }
     if (pairBlocks > pair.freeBlocks) {
-        return Refuse(kUserCertDir, pairBlocks * pair.blockSize,
-                      pair.freeBlocks * pair.blockSize);
+        return Refuse(kUserCertDir, pairBlocks * pair.blockSize, pair.freeBlocks * pair.blockSize);
     }
     return true;
 }

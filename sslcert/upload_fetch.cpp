@@ -30,16 +30,14 @@ extern "C" uint32_t SECURITY_SSL_GetUploadCert(const UploadParam *pstUploadPath)
     BMCCERT_CHECK_NULL(pstUploadPath, SSLCERT_ERR_NULL_POINTER);
 
     FileTransferRecord record = TransferRecord(pstUploadPath->CertSrcPath, kUploadCertPath);
-    if (const int32_t result = FILEHANDLE_UploadDownloadFile(&record, kTransferMode);
-        result != 0) {
+    if (const int32_t result = FILEHANDLE_UploadDownloadFile(&record, kTransferMode); result != 0) {
         BMCCERT_DIAG(kLevelHandling,
                      "Failed to download Server Cert. FileStr:%s, FileDst:%s, iRet=%d.",
                      record.szSrcPath, record.szDstPath, result);
         return SSLCERT_ERR_GENERAL;
     }
     record = TransferRecord(pstUploadPath->PrivkeySrcPath, kUploadKeyPath);
-    if (const int32_t result = FILEHANDLE_UploadDownloadFile(&record, kTransferMode);
-        result != 0) {
+    if (const int32_t result = FILEHANDLE_UploadDownloadFile(&record, kTransferMode); result != 0) {
         BMCCERT_DIAG(kLevelHandling,
                      "Failed to download Server Privkey. FileStr:%s, FileDst:%s, iRet=%d.",
                      record.szSrcPath, record.szDstPath, result);

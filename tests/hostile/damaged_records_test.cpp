@@ -70,8 +70,8 @@ std::vector<std::string> ReadEverything() {
         // A certificate that no user holds leaves the user part as it was.
         std::memset(&detail, 0, sizeof detail);
         const uint32_t result = LIB_SSL_GetClientCertInfo(cert, &detail);
-        EXPECT_TRUE(result != 0 || (Terminated(detail.stUser.szUserName) &&
-                                    Terminated(detail.stUser.szRoleName)));
+        EXPECT_TRUE(result != 0 ||
+                    (Terminated(detail.stUser.szUserName) && Terminated(detail.stUser.szRoleName)));
         note(result, &detail, sizeof detail);
         note(LIB_SSL_IsCorrectCertRelation(1, cert), nullptr, 0);
     }
@@ -97,8 +97,8 @@ std::vector<std::string> ReadEverything() {
         char name[33], password[41];
         std::memset(name, 0xEE, sizeof name);
         std::memset(password, 0xEE, sizeof password);
-        const uint32_t result =
-            LIB_SSL_GetNamePwdBySerial(serial.c_str(), sizeof name, name, sizeof password, password);
+        const uint32_t result = LIB_SSL_GetNamePwdBySerial(serial.c_str(), sizeof name, name,
+                                                           sizeof password, password);
         EXPECT_TRUE(result != 0 || (Terminated(name) && Terminated(password)));
         note(result, name, result == 0 ? std::strlen(name) : 0);
     }

@@ -47,29 +47,35 @@ TEST_F(HostileRequestTest, EveryFieldRefusesWhatCouldEscapeIt) {
          [](auto &r, const auto &t) { Fill(r.szStateName, t); }, 129},
     };
     const std::string payloads[] = {
-        "a$(touch /var/certs/mk)", "a`touch /var/certs/mk`", "a;touch /var/certs/mk",
-        "a|touch /var/certs/mk",   "a&touch /var/certs/mk",  "a'b",
-        "a\"b",                    "a\nCN = x",              "caf\xc3\xa9\xff",
+        "a$(touch /var/certs/mk)",
+        "a`touch /var/certs/mk`",
+        "a;touch /var/certs/mk",
+        "a|touch /var/certs/mk",
+        "a&touch /var/certs/mk",
+        "a'b",
+        "a\"b",
+        "a\nCN = x",
+        "caf\xc3\xa9\xff",
     };
     const uint64_t spawned = BMCSIM_SpawnCount();
     for (const Field &field : fields) {
         SCOPED_TRACE(field.report);
         // Filled to the last byte: the report shows the text cut to the field.
         const std::string unterminated(field.size, 'a');
-        for (const std::string &payload : {payloads[0], payloads[1], payloads[2], payloads[3],
-                                           payloads[4], payloads[5], payloads[6], payloads[7],
-                                           payloads[8], unterminated}) {
+        for (const std::string &payload :
+             {payloads[0], payloads[1], payloads[2], payloads[3], payloads[4], payloads[5],
+              payloads[6], payloads[7], payloads[8], unterminated}) {
             SCOPED_TRACE(payload);
             SSLCertGenParam request = GenRequest(2048);
             field.set(request, payload);
             ClearDiagLog();
             EXPECT_EQ(LIB_SECURITY_GenCert(&request), 0x98000008u);
             const std::string shown = payload.substr(0, field.size - 1);
-            EXPECT_EQ(ReadDiags(),
-                      (std::vector<Diag>{
-                          {31, 3, 2,
-                           std::string("SSL cert Gen ") + field.report + " = " + shown + ".\n"},
-                          {31, 3, 2, "Gen cert check data failed!\n"}}));
+            EXPECT_EQ(
+                ReadDiags(),
+                (std::vector<Diag>{
+                    {31, 3, 2, std::string("SSL cert Gen ") + field.report + " = " + shown + ".\n"},
+                    {31, 3, 2, "Gen cert check data failed!\n"}}));
         }
     }
     EXPECT_EQ(BMCSIM_SpawnCount(), spawned);
@@ -84,8 +90,9 @@ TEST_F(HostileRequestTest, FullFieldsOfUploadsAndOriginsAreCutToTheirFields) {
     EXPECT_EQ(SECURITY_SSL_GetUploadCert(&upload), 0x81000001u);
     const auto diags = ReadDiags();
     ASSERT_EQ(diags.size(), 1u);
-    EXPECT_EQ(diags[0].message, "Failed to download Server Cert. FileStr:" + std::string(1023, 'u') +
-                                    ", FileDst:/var/certs/actualcert.pem, iRet=-2130706431.");
+    EXPECT_EQ(diags[0].message,
+              "Failed to download Server Cert. FileStr:" + std::string(1023, 'u') +
+                  ", FileDst:/var/certs/actualcert.pem, iRet=-2130706431.");
 
     LogOrigin origin;
     std::memset(&origin, 'o', sizeof origin);

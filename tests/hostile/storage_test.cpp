@@ -60,8 +60,7 @@ class StorageTest : public ControllerTest {
         ASSERT_GE(original, 0);
         ASSERT_EQ(mount("bmccert-conf", "/conf", "tmpfs", 0, "size=256k,mode=0755"), 0);
         mounted_ = true;
-        fs::copy("/proc/self/fd/" + std::to_string(original), "/conf",
-                 fs::copy_options::recursive);
+        fs::copy("/proc/self/fd/" + std::to_string(original), "/conf", fs::copy_options::recursive);
         close(original);
     }
     void TearDown() override {
@@ -74,9 +73,7 @@ class StorageTest : public ControllerTest {
         WriteFile(kUploadedCert, MakeCertPem(recipe));
         WriteFile(kUploadedKey, KeyPem(recipe.key));
     }
-    static uint32_t Install() {
-        return SECURITY_SSL_UpdateSSLCert(kUploadedCert, kUploadedKey);
-    }
+    static uint32_t Install() { return SECURITY_SSL_UpdateSSLCert(kUploadedCert, kUploadedKey); }
     // Fills /conf until exactly `spare` blocks are left.
     static void FillLeaving(uint64_t spare) {
         struct statvfs vfs;
