@@ -61,8 +61,8 @@ extern "C" uint32_t LIB_SSL_DelClientCert(uint32_t uiCertId, uint32_t uiWaitLimi
     auto entry = ZeroedRecord<CliCertInfo>();
     const bool exists = LIB_SSL_IsExistClientCert(uiCertId, &entry) == 1;
     if (!exists) BMCCERT_DIAG(kLevelHandling, "ClientCert id=%u is not exist.\n", uiCertId);
-    const FileName name = FileNameOf(entry.szFileName);
-    return Delete(kClient, uiCertId, exists ? name.text : nullptr, uiWaitLimit, *pstRespData);
+    const FieldText name(entry.szFileName);
+    return Delete(kClient, uiCertId, exists ? name.c_str() : nullptr, uiWaitLimit, *pstRespData);
 }
 
 extern "C" uint32_t LIB_SSL_DelRootCert(uint32_t uiCertId, uint32_t uiWaitLimit,
@@ -72,6 +72,6 @@ extern "C" uint32_t LIB_SSL_DelRootCert(uint32_t uiCertId, uint32_t uiWaitLimit,
     const bool exists = LIB_SSL_IsExistRootCert(uiCertId, &entry) == 1;
     if (!exists)
         BMCCERT_DIAG(kLevelHandling, "RootCert id=%d is not exist.\n", static_cast<int>(uiCertId));
-    const FileName name = FileNameOf(entry.szFileName);
-    return Delete(kRoot, uiCertId, exists ? name.text : nullptr, uiWaitLimit, *pstRespData);
+    const FieldText name(entry.szFileName);
+    return Delete(kRoot, uiCertId, exists ? name.c_str() : nullptr, uiWaitLimit, *pstRespData);
 }

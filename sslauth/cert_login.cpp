@@ -81,9 +81,8 @@ constexpr uint32_t kCleanUpWaitLimit = 10000;
 using namespace bmccert;
 using namespace bmccert::sslauth;
 
-extern "C" uint32_t LIB_SSL_GetNamePwdById(uint8_t ucUserId, uint32_t uiNameSize,
-                                           char *pcUserName, uint32_t uiPwdSize,
-                                           char *pcPassword) {
+extern "C" uint32_t LIB_SSL_GetNamePwdById(uint8_t ucUserId, uint32_t uiNameSize, char *pcUserName,
+                                           uint32_t uiPwdSize, char *pcPassword) {
     BMCCERT_CHECK_NULL(pcUserName, SSLCERT_ERR_NULL_POINTER);
     BMCCERT_CHECK_NULL(pcPassword, SSLCERT_ERR_NULL_POINTER);
     // The table has records for ids 1 to 16 only; nothing past it is read.
@@ -105,9 +104,8 @@ extern "C" uint32_t LIB_SSL_GetNamePwdById(uint8_t ucUserId, uint32_t uiNameSize
     const auto *secret = static_cast<const uint8_t *>(table.Data()) +
                          static_cast<size_t>(k) * SSL_AUTH_USER_RECORD_SIZE + kSecretOffset;
     uint8_t work[kDecryptWorkSize] = {};
-    const int32_t opened =
-        LIB_USER_DecryptPassword(secret, kDecryptKeyText, kDecryptNumber, work,
-                                 static_cast<uint8_t>(uiPwdSize), pcPassword);
+    const int32_t opened = LIB_USER_DecryptPassword(secret, kDecryptKeyText, kDecryptNumber, work,
+                                                    static_cast<uint8_t>(uiPwdSize), pcPassword);
     OPENSSL_cleanse(work, sizeof work);
     if (opened != 0) {
         BMCCERT_DIAG(kLevelHandling, "Failed to decrypt Secret password, iRet=%d.\n", opened);
@@ -149,7 +147,7 @@ extern "C" void LIB_SSL_ClearCertUserInfo(uint8_t ucUserId) {
         return;
     }
     const uint32_t certId = bindings.astCertUser[ucUserId - 1].uiCliCertId;
-    if (certId == 0) return; // the user holds no certificate
+    if (certId == 0) return;                 // the user holds no certificate
     auto desc = ZeroedRecord<OperateDesc>(); // the unbinding's text is not logged here
     const uint32_t result = LIB_SSL_ClientCertUntieUser(certId, ucUserId, kCleanUpWaitLimit, &desc);
     if (result != SSLCERT_OK)

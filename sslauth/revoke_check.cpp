@@ -114,11 +114,12 @@ extern "C" uint32_t LIB_SSL_CheckCertRevokeState(const char *pcRootCertPath,
     BMCCERT_CHECK_NULL(pcOCSPUrl, SSLCERT_ERR_NULL_POINTER);
     QuotedWord issuer = {}, cert = {}, url = {};
     Command command = {};
-    const bool formed = SSL_ShellQuote(pcRootCertPath, issuer, sizeof issuer) &&
-                        SSL_ShellQuote(pcUserCertPath, cert, sizeof cert) &&
-                        SSL_ShellQuote(pcOCSPUrl, url, sizeof url) &&
-                        FormatCommand(command, "openssl ocsp -timeout %d -issuer %s -cert %s -url %s",
-                                      kOcspTimeoutSeconds, issuer, cert, url);
+    const bool formed =
+        SSL_ShellQuote(pcRootCertPath, issuer, sizeof issuer) &&
+        SSL_ShellQuote(pcUserCertPath, cert, sizeof cert) &&
+        SSL_ShellQuote(pcOCSPUrl, url, sizeof url) &&
+        FormatCommand(command, "openssl ocsp -timeout %d -issuer %s -cert %s -url %s",
+                      kOcspTimeoutSeconds, issuer, cert, url);
     char output[kOcspOutputSize] = {};
     if (!formed ||
         BMC_GetCmdOutAllBuffer(command, static_cast<uint32_t>(sizeof output), output) != 0)
@@ -149,7 +150,7 @@ extern "C" uint32_t LIB_SSL_CertRevokeCheck(uint32_t uiCertId) {
     }
     char certPath[kPathSize] = {};
     (void)BMC_Scnprintf(certPath, sizeof certPath, "%s%s", kClientCertDir,
-                        FileNameOf(list.astCliCert[uiCertId - 1].szFileName).text);
+                        FieldText(list.astCliCert[uiCertId - 1].szFileName).c_str());
     char address[kPathSize] = {};
     uint32_t result = ReadOcspAddress(certPath, address);
     if (result != SSLCERT_OK) return result;

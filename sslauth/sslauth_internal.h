@@ -33,19 +33,6 @@ template <typename Record> [[nodiscard]] Record ZeroedRecord() noexcept {
     return record;
 }
 
-// A record's file name field as a terminated text: the owner writes it
-// terminated, but a field that is not is cut rather than read past.
-struct FileName {
-    char text[sizeof(CliCertInfo::szFileName)];
-};
-[[nodiscard]] inline FileName FileNameOf(const char (&field)[sizeof(FileName::text)]) noexcept {
-    FileName name;
-    const size_t length = strnlen(field, sizeof name.text - 1);
-    std::memcpy(name.text, field, length);
-    name.text[length] = '\0';
-    return name;
-}
-
 // ---- The controller's user table ------------------------------------------
 
 // The 12120-byte table that the user service fills: 16 records of 756

@@ -21,7 +21,8 @@ struct BindingKind {
 };
 
 constexpr BindingKind kBind{OwnerCommand::BindUser, SSL_AUTH_MGMT_BIND_FAILED,
-                            SSL_AUTH_MGMT_BIND_ANONYMOUS, "Failed to bind client certificate to user."};
+                            SSL_AUTH_MGMT_BIND_ANONYMOUS,
+                            "Failed to bind client certificate to user."};
 constexpr BindingKind kUntie{OwnerCommand::UntieUser, SSL_AUTH_MGMT_UNTIE_FAILED,
                              SSL_AUTH_MGMT_UNTIE_ANONYMOUS,
                              "Failed to unbind client certificate from user."};
@@ -71,8 +72,8 @@ void DescribeDone(const BindingKind &kind, const char *fileName, const char *use
                      static_cast<int32_t>(result));
         return Failed(kind, kind.failedCode, desc);
     }
-    user.szUserName[sizeof user.szUserName - 1] = '\0';
-    DescribeDone(kind, FileNameOf(cert.szFileName).text, user.szUserName, desc);
+    EndText(user.szUserName);
+    DescribeDone(kind, FieldText(cert.szFileName).c_str(), user.szUserName, desc);
     return SSLCERT_OK;
 }
 
