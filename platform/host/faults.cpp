@@ -32,39 +32,37 @@ std::optional<uint32_t> ParseNumber(std::string_view text) noexcept {
     return static_cast<uint32_t>(value);
 }
 
-std::optional<uint32_t> InjectedFault(std::string_view call) noexcept {
+namespace {
+
+// The value of the first entry of the switch whose name the predicate
+// accepts. An unreadable value switches nothing rather than guessing.
+template <typename NameMatches>
+std::optional<uint32_t> FirstFault(const NameMatches &matches) noexcept {
     const char *env = std::getenv(BMCSIM_ENV_FAULTS);
     if (env == nullptr || *env == '\0') return std::nullopt;
     std::string_view rest(env);
     while (!rest.empty()) {
-        size_t comma = rest.find(',');
-        std::string_view item = rest.substr(0, comma);
+        const size_t comma = rest.find(',');
+        const std::string_view item = rest.substr(0, comma);
         rest = comma == std::string_view::npos ? std::string_view() : rest.substr(comma + 1);
-        size_t eq = item.find('=');
-        if (eq == std::string_view::npos || item.substr(0, eq) != call) continue;
-        // An unreadable value switches nothing rather than guessing.
+        const size_t eq = item.find('=');
+        if (eq == std::string_view::npos || !matches(item.substr(0, eq))) continue;
         if (auto value = ParseNumber(item.substr(eq + 1))) return value;
     }
     return std::nullopt;
 }
 
+} // namespace
+
+std::optional<uint32_t> InjectedFault(std::string_view call) noexcept {
+    return FirstFault([&](std::string_view name) { return name == call; });
+}
+
 std::optional<uint32_t> InjectedFault(std::string_view call, uint32_t qualifier) noexcept {
-    const char *env = std::getenv(BMCSIM_ENV_FAULTS);
-    if (env == nullptr || *env == '\0') return std::nullopt;
-    std::string_view rest(env);
-    while (!rest.empty()) {
-        size_t comma = rest.find(',');
-        std::string_view item = rest.substr(0, comma);
-        rest = comma == std::string_view::npos ? std::string_view() : rest.substr(comma + 1);
-        size_t eq = item.find('=');
-        std::string_view name = item.substr(0, eq);
-        if (eq == std::string_view::npos || name.size() <= call.size() + 1 ||
-            name.substr(0, call.size()) != call || name[call.size()] != '.')
-            continue;
-        if (ParseNumber(name.substr(call.size() + 1)) != qualifier) continue;
-        if (auto value = ParseNumber(item.substr(eq + 1))) return value;
-    }
-    return std::nullopt;
+    return FirstFault([&](std::string_view name) {
+        return name.size() > call.size() + 1 && name.substr(0, call.size()) == call &&
+               name[call.size()] == '.' && ParseNumber(name.substr(call.size() + 1)) == qualifier;
+    });
 }
 
 } // namespace bmcsim
