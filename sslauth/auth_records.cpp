@@ -140,7 +140,7 @@ extern "C" uint32_t LIB_SSL_GetRootCertInfo(uint32_t uiCertId, RootCertInfo *pst
     const RootCertInfo &entry = list.astRootCert[uiCertId - 1];
     if (entry.uiCertId != uiCertId) {
         BMCCERT_DIAG(kLevelHandling, "RootCert id=%d is not exist.\n", static_cast<int>(uiCertId));
-        return kMgmtCertAbsent;
+        return SSL_AUTH_MGMT_CERT_ABSENT;
     }
     *pstRootCertInfo = entry;
     return SSLCERT_OK;

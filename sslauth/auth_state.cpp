@@ -6,13 +6,6 @@
 
 namespace bmccert::sslauth {
 
-const BMC_ErrCodeMap CertAuthStateErrMap[4] = {
-    {0x92000025, 0x18000A04}, // refused by the owner
-    {SSL_AUTH_ERR_ROOT_LIST_READ, 0x18000C04},
-    {SSL_AUTH_ERR_ROOT_ABSENT, 0x1800040F},
-    {SSL_AUTH_ERR_ROOT_EXPIRED, 0x18000C1E},
-};
-
 namespace {
 
 using namespace bmccert;
@@ -23,7 +16,7 @@ using namespace bmccert;
     (void)BMC_Scnprintf(desc.szOperateDesc, sizeof desc.szOperateDesc,
                         "Failed to set certificate authentication status.");
     return CC_GetValueByErrNum(internalCode, CertAuthStateErrMap,
-                               sizeof CertAuthStateErrMap / sizeof CertAuthStateErrMap[0],
+                               std::size(CertAuthStateErrMap),
                                SSL_AUTH_MGMT_SET_STATE_FAILED);
 }
 

@@ -11,7 +11,7 @@ using namespace bmccert;
 struct Deletion {
     OwnerCommand command;
     const char *failedText;
-    const BMC_ErrCodeMap (&map)[9];
+    const CertErrMap &map;
     uint32_t fallback;
 };
 

@@ -6,30 +6,6 @@
 
 namespace bmccert::sslauth {
 
-const BMC_ErrCodeMap RootCertErrMap[9] = {
-    {SSL_AUTH_ERR_FILE_NAME_LONG, 0x18000408},
-    {SSL_AUTH_ERR_FILE_NAME_CHAR, 0x18000409},
-    {SSL_AUTH_ERR_FILE_NAME_EXT, 0x1800040A},
-    {0x92000017, 0x1800040B},
-    {0x92000018, 0x1800040C},
-    {BMC_PLATFORM_ERR_1, 0x18000806},
-    {BMC_PLATFORM_ERR_2, 0x18000806},
-    {0x92000002, 0x18000611},
-    {SSL_AUTH_ERR_CERT_ABSENT, 0x1800060F},
-};
-
-const BMC_ErrCodeMap CliCertErrMap[9] = {
-    {SSL_AUTH_ERR_FILE_NAME_LONG, 0x18000408},
-    {SSL_AUTH_ERR_FILE_NAME_CHAR, 0x18000409},
-    {SSL_AUTH_ERR_FILE_NAME_EXT, 0x1800040A},
-    {0x92000017, 0x1800040B},
-    {0x92000018, 0x1800040C},
-    {BMC_PLATFORM_ERR_1, 0x18000807},
-    {BMC_PLATFORM_ERR_2, 0x18000807},
-    {0x92000002, 0x18000611},
-    {SSL_AUTH_ERR_CERT_ABSENT, 0x1800060F},
-};
-
 namespace {
 
 using namespace bmccert;
@@ -45,7 +21,7 @@ template <size_t N>
 
 // The one operation-log entry of a failed import.
 [[nodiscard]] uint32_t ImportFailed(const LogOrigin &origin, const char *text, uint32_t code,
-                                    const BMC_ErrCodeMap (&map)[9], uint32_t fallback) {
+                                    const CertErrMap &map, uint32_t fallback) {
     const uint32_t mapped = MapCode(code, map, fallback);
     (void)OPERATELOG_AddLogComm(origin.uiInterface, 67, text, FieldText(origin.szUserName).c_str(),
                                 FieldText(origin.szClientAddr).c_str(), __LINE__,

@@ -15,7 +15,6 @@ using namespace bmccert;
 constexpr const char *kDecryptKeyText = "q7m";
 constexpr uint32_t kDecryptNumber = 41;
 constexpr size_t kDecryptWorkSize = 41;
-constexpr size_t kSecretOffset = 274;
 constexpr uint32_t kCleanUpWaitLimit = 10000;
 
 // The id of the certificate whose serial number is exactly the given text.
@@ -101,8 +100,7 @@ extern "C" uint32_t LIB_SSL_GetNamePwdById(uint8_t ucUserId, uint32_t uiNameSize
         return static_cast<uint32_t>(read);
     }
     const uint32_t k = ucUserId - 1u;
-    const auto *secret = static_cast<const uint8_t *>(table.Data()) +
-                         static_cast<size_t>(k) * SSL_AUTH_USER_RECORD_SIZE + kSecretOffset;
+    const uint8_t *secret = table.SealedPassword(k);
     uint8_t work[kDecryptWorkSize] = {};
     const int32_t opened = LIB_USER_DecryptPassword(secret, kDecryptKeyText, kDecryptNumber, work,
                                                     static_cast<uint8_t>(uiPwdSize), pcPassword);
@@ -137,7 +135,7 @@ extern "C" uint32_t LIB_SSL_GetNamePwdBySerial(const char *pcSerialNum, uint32_t
 }
 
 extern "C" void LIB_SSL_ClearCertUserInfo(uint8_t ucUserId) {
-    if (static_cast<uint8_t>(ucUserId - 1u) > SSL_AUTH_MAX_USERS - 1u) {
+    if (IdOutOfRange(ucUserId, SSL_AUTH_MAX_USERS)) {
         BMCCERT_DIAG(kLevelHandling, "User id=%u out of range.\n", ucUserId);
         return;
     }

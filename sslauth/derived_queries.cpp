@@ -48,7 +48,7 @@ extern "C" uint32_t LIB_SSL_GetClientCertListByRoot(uint32_t uiRootCertId, uint3
     if (LIB_SSL_IsExistRootCert(uiRootCertId, &root) != 1) {
         BMCCERT_DIAG(kLevelHandling, "RootCert id=%d is not exist.",
                      static_cast<int>(uiRootCertId));
-        return kMgmtCertAbsent;
+        return SSL_AUTH_MGMT_CERT_ABSENT;
     }
     auto list = ZeroedRecord<CliCertList>();
     if (LIB_SSL_GetClientCertList(&list) != SSLCERT_OK) {
@@ -77,7 +77,7 @@ extern "C" uint32_t LIB_SSL_GetClientCertInfo(uint32_t uiCertId, CliCertDetail *
     const CliCertInfo &entry = certs.astCliCert[uiCertId - 1];
     if (entry.uiCertId != uiCertId) {
         BMCCERT_DIAG(kLevelHandling, "ClinetCert id=%u is not exist.\n", uiCertId);
-        return kMgmtCertAbsent;
+        return SSL_AUTH_MGMT_CERT_ABSENT;
     }
     auto bindings = ZeroedRecord<CliCertUserList>();
     if (LIB_SSL_GetClientCertUserList(&bindings) != SSLCERT_OK) {

@@ -26,22 +26,18 @@ class OwnerResponse {
     MRPC_Msg *message_ = nullptr;
 };
 
-[[nodiscard]] constexpr bool HasResponse(OwnerCommand command) {
-    return command == OwnerCommand::ImportRoot || command == OwnerCommand::ImportClient;
-}
-
 } // namespace
 
 uint32_t SSL_CallOwner(OwnerCommand command, const void *pRequest, uint32_t uiRequestLen,
                        uint32_t uiWaitLimit, TaskHandle *pstTask) {
     const auto commandNumber = static_cast<uint32_t>(command);
     if (!HasResponse(command)) {
-        return static_cast<uint32_t>(MRPC_Call(SSL_AUTH_RPC_MODULE, commandNumber, uiRequestLen,
+        return static_cast<uint32_t>(MRPC_Call(owner_protocol::kModule, commandNumber, uiRequestLen,
                                                pRequest, uiWaitLimit, nullptr));
     }
     OwnerResponse response;
     const auto result =
-        static_cast<uint32_t>(MRPC_Call(SSL_AUTH_RPC_MODULE, commandNumber, uiRequestLen, pRequest,
+        static_cast<uint32_t>(MRPC_Call(owner_protocol::kModule, commandNumber, uiRequestLen, pRequest,
                                         uiWaitLimit, response.Address()));
     if (result == 0 && pstTask != nullptr) response.CopyTask(*pstTask);
     return result;

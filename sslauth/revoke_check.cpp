@@ -14,8 +14,6 @@ namespace {
 
 using namespace bmccert;
 
-constexpr const char *kClientCertDir = "/conf/certs/client/";
-constexpr const char *kWebServerConfig = "/conf/lighttpd/lighttpd.conf";
 constexpr size_t kPathSize = 64;
 constexpr size_t kCommandSize = 256;
 constexpr size_t kAddressOutputSize = 512;
@@ -91,7 +89,7 @@ extern "C" void LIB_SSL_GetConfCertPath(const char *pcLineBuf, uint32_t uiSize, 
 
 extern "C" uint32_t LIB_SSL_GetAuthRootCertPath(uint32_t uiSize, char *pcRootCertPath) {
     BMCCERT_CHECK_NULL(pcRootCertPath, SSLCERT_ERR_NULL_POINTER);
-    StdioFile config(kWebServerConfig, "r");
+    StdioFile config(kWebServerConfigPath, "r");
     if (!config.IsOpen()) {
         BMCCERT_DIAG(kLevelHandling, "lighttpd.conf open failed.\n");
         return SSL_AUTH_ERR_LIGHTTPD_CONF;

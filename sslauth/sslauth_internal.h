@@ -4,11 +4,16 @@
 
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
 #include "lib_ssl_auth.h"
-#include "sslcert/frame.h"
+#include "frame/frame.h"
+#include "platform/controller_paths.h"
+#include "platform/owner_protocol.h"
 
 namespace bmccert::sslauth {
+
+using namespace controller_paths;
 
 inline constexpr uint32_t kDiagSubModule = 2;
 inline constexpr uint32_t kNullReportModule = kDiagModule;
@@ -19,7 +24,6 @@ inline constexpr uint32_t kMgmtStateRead = 0x18000001;
 inline constexpr uint32_t kMgmtRevokeRead = 0x18000002;
 inline constexpr uint32_t kMgmtQueryFailed = 0x18000003;
 inline constexpr uint32_t kMgmtIdOutOfRange = 0x18000603;
-inline constexpr uint32_t kMgmtCertAbsent = 0x1800060F;
 
 // True when the id names no slot of a list of the given length (ids 1..n).
 [[nodiscard]] constexpr bool IdOutOfRange(uint32_t id, uint32_t slots) {
@@ -35,8 +39,9 @@ template <typename Record> [[nodiscard]] Record ZeroedRecord() noexcept {
 
 // ---- The controller's user table ------------------------------------------
 
-// The 12120-byte table that the user service fills: 16 records of 756
-// bytes, each holding a user's enciphered password. Allocated zero-filled
+// The table that the user service fills (BMC_USER_TABLE_SIZE bytes, laid
+// out as the platform header gives), each record holding a user's
+// enciphered password. Allocated zero-filled
 // per use and wiped before it is freed, so no password outlives the call.
 class UserTable {
   public:
@@ -52,6 +57,9 @@ class UserTable {
     // Fields of record k (0..15), the record of user id k + 1.
     [[nodiscard]] uint8_t UserId(uint32_t k) const noexcept;
     [[nodiscard]] uint8_t PrivRole(uint32_t k) const noexcept;
+    // The sealed password of record k, as the user service's decryption
+    // takes it; null for a record past the table.
+    [[nodiscard]] const uint8_t *SealedPassword(uint32_t k) const noexcept;
     // Copies the name, cut to fit and terminated; never reads past the
     // record's 33-byte name field, terminated or not.
     void CopyName(uint32_t k, char *pcDst, size_t uiSize) const noexcept;
@@ -65,37 +73,14 @@ class UserTable {
 
 // ---- Calls to the daemon that owns the records (module 36) ---------------
 
-enum class OwnerCommand : uint32_t {
-    SetAuthState = 40,
-    SetRevokeCheck = 41,
-    ImportRoot = 42,
-    ImportClient = 43,
-    BindUser = 44,
-    UntieUser = 45,
-    DeleteClient = 46,
-    DeleteRoot = 47,
-};
+// The published codes of a failed call are the platform's own.
+static_assert(BMC_PLATFORM_ERR_1 == BMC_PLATFORM_RPC_FAIL);
+static_assert(BMC_PLATFORM_ERR_2 == BMC_PLATFORM_RPC_TIMEOUT);
 
-// The exact request length of each command.
-[[nodiscard]] constexpr uint32_t RequestLength(OwnerCommand command) {
-    switch (command) {
-    case OwnerCommand::SetAuthState:
-        return sizeof(CertAuthStateReq);
-    case OwnerCommand::SetRevokeCheck:
-        return 1;
-    case OwnerCommand::ImportRoot:
-        return sizeof(RootCertImportReq);
-    case OwnerCommand::ImportClient:
-        return sizeof(CliCertImportReq);
-    case OwnerCommand::BindUser:
-    case OwnerCommand::UntieUser:
-        return sizeof(CertUserReq);
-    case OwnerCommand::DeleteClient:
-    case OwnerCommand::DeleteRoot:
-        return sizeof(uint32_t);
-    }
-    return 0;
-}
+// Commands and request lengths of the owner's wire contract.
+using owner_protocol::HasResponse;
+using owner_protocol::OwnerCommand;
+using owner_protocol::RequestLength;
 
 // Sends one command. Only the imports get a response: when pstTask is given
 // and the owner answered with one, the task's handle is copied into it. The
@@ -120,7 +105,12 @@ template <OwnerCommand Command, typename Request>
 [[nodiscard]] uint32_t SSL_CheckRootCertValidPeriod(uint32_t uiRootCertId);
 
 // Internal codes of the authentication switch to management codes.
-extern const BMC_ErrCodeMap CertAuthStateErrMap[4];
+inline constexpr BMC_ErrCodeMap CertAuthStateErrMap[] = {
+    {owner_protocol::kRefusedCaInstall, 0x18000A04},
+    {SSL_AUTH_ERR_ROOT_LIST_READ, 0x18000C04},
+    {SSL_AUTH_ERR_ROOT_ABSENT, 0x1800040F},
+    {SSL_AUTH_ERR_ROOT_EXPIRED, 0x18000C1E},
+};
 
 // ---- Certificate import ----------------------------------------------------
 
@@ -129,9 +119,33 @@ extern const BMC_ErrCodeMap CertAuthStateErrMap[4];
 // none of the characters the import refuses. Otherwise an internal code.
 [[nodiscard]] uint32_t SSL_IsValidFileName(const char *pcFilePath);
 
-// Internal codes of the imports and deletions to management codes.
-extern const BMC_ErrCodeMap RootCertErrMap[9];
-extern const BMC_ErrCodeMap CliCertErrMap[9];
+// Internal codes of the imports and deletions to management codes; the
+// two differ only in the code of a failed transport.
+inline constexpr BMC_ErrCodeMap RootCertErrMap[] = {
+    {SSL_AUTH_ERR_FILE_NAME_LONG, 0x18000408},
+    {SSL_AUTH_ERR_FILE_NAME_CHAR, 0x18000409},
+    {SSL_AUTH_ERR_FILE_NAME_EXT, 0x1800040A},
+    {owner_protocol::kRefusedListFull, 0x1800040B},
+    {owner_protocol::kRefusedInUse, 0x1800040C},
+    {BMC_PLATFORM_ERR_1, 0x18000806},
+    {BMC_PLATFORM_ERR_2, 0x18000806},
+    {owner_protocol::kRefusedBadCertificate, 0x18000611},
+    {SSL_AUTH_ERR_CERT_ABSENT, SSL_AUTH_MGMT_CERT_ABSENT},
+};
+inline constexpr BMC_ErrCodeMap CliCertErrMap[] = {
+    {SSL_AUTH_ERR_FILE_NAME_LONG, 0x18000408},
+    {SSL_AUTH_ERR_FILE_NAME_CHAR, 0x18000409},
+    {SSL_AUTH_ERR_FILE_NAME_EXT, 0x1800040A},
+    {owner_protocol::kRefusedListFull, 0x1800040B},
+    {owner_protocol::kRefusedInUse, 0x1800040C},
+    {BMC_PLATFORM_ERR_1, 0x18000807},
+    {BMC_PLATFORM_ERR_2, 0x18000807},
+    {owner_protocol::kRefusedBadCertificate, 0x18000611},
+    {SSL_AUTH_ERR_CERT_ABSENT, SSL_AUTH_MGMT_CERT_ABSENT},
+};
+// The maps of the certificate imports and deletions share one shape.
+using CertErrMap = decltype(RootCertErrMap);
+static_assert(std::is_same_v<CertErrMap, decltype(CliCertErrMap)>);
 
 // ---- Command lines ---------------------------------------------------------
 

@@ -9,11 +9,6 @@ namespace {
 
 using namespace bmccert;
 
-constexpr const char *kRequestConfigPath = "/var/certs/sslconf";
-constexpr const char *kExtensionFilePath = "/conf/certs/server/cert_v3_extfile.ext";
-constexpr const char *kGenKeyPath = "/var/certs/TmpPrivkeyGen.pem";
-constexpr const char *kSigningRequestPath = "/var/certs/cert_tmp.csr";
-constexpr const char *kGenCertPath = "/var/certs/TmpCertGen.pem";
 constexpr size_t kCommandSize = 256;
 
 // Writes the request configuration; the request's texts go in as they

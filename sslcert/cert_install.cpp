@@ -13,9 +13,6 @@ namespace {
 
 using namespace bmccert;
 
-constexpr const char *kUserCertPath = "/conf/certs/server/user/actualcert.pem";
-constexpr const char *kUserKeyPath = "/conf/certs/server/user/actualprivkey.pem";
-constexpr const char *kCombinedPath = "/conf/certs/server/server.pem";
 constexpr size_t kCommandSize = 256;
 
 bool Exists(const char *path) {

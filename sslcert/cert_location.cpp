@@ -18,16 +18,12 @@ struct CertLocation {
 
 // Addressed by position: row = type code - 1.
 constexpr std::array<CertLocation, 6> CertLocationTable = {{
-    {SSL_CERT_TYPE_USER, "/conf/certs/server/user/actualcert.pem",
-     "/conf/certs/server/user/actualprivkey.pem"},
-    {SSL_CERT_TYPE_OEM_CUSTOM, "/conf/certs/server/oem/custom/server.pem",
-     "/conf/certs/server/oem/custom/privkey.pem"},
-    {SSL_CERT_TYPE_OEM_DEFAULT, "/conf/certs/server/oem/default/server.pem",
-     "/conf/certs/server/oem/default/privkey.pem"},
-    {SSL_CERT_TYPE_DEFAULT, "/conf/certs/server/default/server.pem",
-     "/conf/certs/server/default/privkey.pem"},
-    {SSL_CERT_TYPE_UPLOAD_TMP, "/var/certs/actualcert.pem", "/var/certs/actualprivkey.pem"},
-    {SSL_CERT_TYPE_GEN_TMP, "/var/certs/TmpCertGen.pem", "/var/certs/TmpPrivkeyGen.pem"},
+    {SSL_CERT_TYPE_USER, kUserCertPath, kUserKeyPath},
+    {SSL_CERT_TYPE_OEM_CUSTOM, kOemCustomCertPath, kOemCustomKeyPath},
+    {SSL_CERT_TYPE_OEM_DEFAULT, kOemDefaultCertPath, kOemDefaultKeyPath},
+    {SSL_CERT_TYPE_DEFAULT, kDefaultCertPath, kDefaultKeyPath},
+    {SSL_CERT_TYPE_UPLOAD_TMP, kUploadCertPath, kUploadKeyPath},
+    {SSL_CERT_TYPE_GEN_TMP, kGenCertPath, kGenKeyPath},
 }};
 
 static_assert([] {

@@ -12,8 +12,6 @@ namespace {
 
 using namespace bmccert;
 
-constexpr const char *kGenCertPath = "/var/certs/TmpCertGen.pem";
-constexpr const char *kGenKeyPath = "/var/certs/TmpPrivkeyGen.pem";
 
 // Generation, then the restarts; the first failure ends the sequence.
 uint32_t GenerateAndRestart(const SSLCertGenParam &request) {

@@ -15,8 +15,6 @@
 namespace bmccert::sslcert {
 namespace {
 
-constexpr const char *kUserCertDir = "/conf/certs/server/user";
-constexpr const char *kCombinedDir = "/conf/certs/server";
 
 struct Room {
     uint64_t blockSize = 0;
@@ -60,7 +58,7 @@ bool HasRoomToInstall(const char *tmpCert, const char *tmpKey) {
     // What cannot be measured is left to the writes themselves, which
     // report their own failures.
     if (!SizeOf(tmpCert, certSize) || !SizeOf(tmpKey, keySize) || !RoomOf(kUserCertDir, pair) ||
-        !RoomOf(kCombinedDir, combined)) {
+        !RoomOf(kServerCertDir, combined)) {
         return true;
     }
     uint64_t pairBlocks = Blocks(certSize, pair.blockSize) + Blocks(keySize, pair.blockSize);
@@ -68,7 +66,7 @@ bool HasRoomToInstall(const char *tmpCert, const char *tmpKey) {
     if (pair.fileSystem == combined.fileSystem && pair.blockSize == combined.blockSize) {
         pairBlocks += combinedBlocks;
     } else if (combinedBlocks > combined.freeBlocks) {
-        return Refuse(kCombinedDir, combinedBlocks * combined.blockSize,
+        return Refuse(kServerCertDir, combinedBlocks * combined.blockSize,
                       combined.freeBlocks * combined.blockSize);
     }
     if (pairBlocks > pair.freeBlocks) {

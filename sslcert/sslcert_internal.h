@@ -7,9 +7,12 @@
 #include <cstdint>
 
 #include "lib_security_sslcert.h"
-#include "sslcert/frame.h"
+#include "frame/frame.h"
+#include "platform/controller_paths.h"
 
 namespace bmccert::sslcert {
+
+using namespace controller_paths;
 
 inline constexpr uint32_t kDiagSubModule = 3;
 // This unit's null-pointer reports carry module 0 and sub-module 0, which
@@ -83,11 +86,6 @@ void EndTexts(SSLCertGenParam &request);
 // private first: the redirection creates a missing file with the process
 // umask and keeps the mode of an existing one.
 [[nodiscard]] bool PreparePrivateFile(const char *path);
-
-// The temporary upload location and the import's merged scratch file.
-inline constexpr const char *kUploadCertPath = "/var/certs/actualcert.pem";
-inline constexpr const char *kUploadKeyPath = "/var/certs/actualprivkey.pem";
-inline constexpr const char *kUploadCombinedPath = "/var/certs/TmpCombinedCert.pem";
 
 // OpenSSL's pass-phrase callback that supplies none: an encrypted key is
 // refused instead of a pass phrase being asked for on a terminal.

@@ -16,8 +16,6 @@ namespace {
 
 using namespace bmccert;
 
-constexpr const char *kTunnelConfigPath = "/conf/adviserd/stunnel.conf";
-constexpr const char *kScratchConfigPath = "/conf/adviserd/tmp_stunnel.conf";
 constexpr const char *kTunnelConfigLock = "stunnel_file.lock";
 constexpr size_t kPieceSize = 256;
 

@@ -14,7 +14,6 @@ namespace {
 
 using namespace bmccert;
 
-constexpr const char *kScratchPath = "/var/certs/certtmp";
 constexpr const char *kScratchLock = "sslcert_tmp_file.lock";
 constexpr size_t kCommandSize = 256;
 constexpr size_t kLineSize = 1024;
@@ -60,8 +59,8 @@ void WriteDate(const char *slot, char *field) {
 }
 
 void RemoveScratchFile() {
-    if (unlink(kScratchPath) != 0)
-        BMCCERT_DIAG(kLevelFailure, "Unable to remove: %s", kScratchPath);
+    if (unlink(kDumpScratchPath) != 0)
+        BMCCERT_DIAG(kLevelFailure, "Unable to remove: %s", kDumpScratchPath);
 }
 
 } // namespace
@@ -83,7 +82,7 @@ extern "C" int32_t SECURITY_SSL_GetSSLCertCommon(uint32_t uiCertType, SSLConfig 
     (void)BMC_Scnprintf(
         command, sizeof command,
         "openssl x509 -text -serial -startdate -enddate -purpose -noout -in %s > %s", paths.cert,
-        kScratchPath);
+        kDumpScratchPath);
 
     // Every dump of every thread and process shares the one scratch file.
     NamedFileLock scratchLock(kScratchLock);
@@ -94,9 +93,9 @@ extern "C" int32_t SECURITY_SSL_GetSSLCertCommon(uint32_t uiCertType, SSLConfig 
         return static_cast<int32_t>(SSLCERT_ERR_GENERAL);
     }
 
-    StdioFile dump(kScratchPath, "r");
+    StdioFile dump(kDumpScratchPath, "r");
     if (!dump.IsOpen()) {
-        BMCCERT_DIAG(kLevelFailure, "Error in Opening File %s\n", kScratchPath);
+        BMCCERT_DIAG(kLevelFailure, "Error in Opening File %s\n", kDumpScratchPath);
         RemoveScratchFile();
         return static_cast<int32_t>(SSLCERT_ERR_FILE_OPEN);
     }

@@ -12,7 +12,6 @@ namespace {
 
 using namespace bmccert;
 
-constexpr const char *kGenCertPath = "/var/certs/TmpCertGen.pem";
 constexpr size_t kComparedChars = 3;
 
 bool StartsWithIgnoringCase(const char *text, const char *prefix) {

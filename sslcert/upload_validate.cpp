@@ -17,7 +17,6 @@ namespace {
 using namespace bmccert;
 
 constexpr int32_t kMaxUploadBytes = SSLCERT_UPLOAD_MAX_BYTES;
-constexpr const char *kTrustedDir = "/var/certs/";
 constexpr size_t kCommandSize = 256;
 constexpr size_t kFirstLineSize = 256;
 constexpr int kFirstLineReadLimit = 255; // at most 254 characters a read
@@ -142,7 +141,7 @@ uint32_t CheckInTlsContext() {
     }
     SSL_CTX_set_default_passwd_cb(ctx.get(), SupplyNoPassphrase);
     const char *refusal = nullptr;
-    if (SSL_CTX_load_verify_locations(ctx.get(), kUploadCertPath, kTrustedDir) == 0)
+    if (SSL_CTX_load_verify_locations(ctx.get(), kUploadCertPath, kScratchDir) == 0)
         refusal = "SSL CTX load verify locations failed!\n";
     else if (SSL_CTX_use_certificate_file(ctx.get(), kUploadCertPath, SSL_FILETYPE_PEM) < 1)
         refusal = "SSL CTX use certificate file failed!\n";

@@ -1,12 +1,10 @@
 // What a controller leaves the factory with, beyond its files: the two
-// users and the six client-authentication records. Made once per
+// users and the records of the peer daemons. Made once per
 // controller; config.db remembers that it was done, so a record that a
 // test or an operator removes later stays removed.
 #include <atomic>
-#include <cstring>
-#include <vector>
 
-#include "include/lib_ssl_auth.h"
+#include "peer_daemons.h"
 #include "user_store.h"
 
 namespace bmcsim {
@@ -18,29 +16,13 @@ constexpr const char *kRecordSchema =
 constexpr uint8_t kRoleAdministrator = 4;
 constexpr uint8_t kRoleNoAccess = 15;
 
-struct FactoryRecord {
-    uint32_t key;
-    uint32_t size;
-    uint8_t firstByte;
-};
-constexpr FactoryRecord kAuthRecords[] = {
-    {SSL_AUTH_DB_KEY_STATE, 1, 0},        {SSL_AUTH_DB_KEY_REVOKE_CHECK, 1, 0},
-    {SSL_AUTH_DB_KEY_ROOT_LIST, 8160, 0}, {SSL_AUTH_DB_KEY_CLIENT_LIST, 2880, 0},
-    {SSL_AUTH_DB_KEY_USER_LIST, 128, 0},  {SSL_AUTH_DB_KEY_SUPPORT, 1, 1},
-};
-
 [[nodiscard]] bool Provisioned(Store &store) noexcept {
     auto select = store.Prepare("SELECT 1 FROM sim_meta WHERE name = 'factory'");
     return select && sqlite3_step(select.get()) == SQLITE_ROW;
 }
 
 [[nodiscard]] bool Provision(Store &store) {
-    for (const FactoryRecord &record : kAuthRecords) {
-        std::vector<uint8_t> bytes(record.size, 0);
-        bytes[0] = record.firstByte;
-        if (!PutRecord(store, record.key, record.size, bytes.data())) return false;
-    }
-    return StoreUser(store, 1, "anonymous", kRoleNoAccess, true, "") &&
+    return ProvisionPeers(store) && StoreUser(store, 1, "anonymous", kRoleNoAccess, true, "") &&
            StoreUser(store, 2, BMCSIM_FACTORY_ADMIN_NAME, kRoleAdministrator, false,
                      BMCSIM_FACTORY_ADMIN_PASSWORD) &&
            store.Exec("INSERT INTO sim_meta(name) VALUES('factory')");

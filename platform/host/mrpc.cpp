@@ -1,40 +1,18 @@
-// Remote procedure calls of module 36 to the record owner. The transport
-// checks what a real one would refuse (unknown module or command, a request
-// of the wrong length, no time to wait), hands the request to the owner and
-// logs every call with its request bytes and result in rpc.log.
+// Remote procedure calls. The transport checks what a real one would refuse
+// (unknown module or command, a request of the wrong length, no time to
+// wait), hands the call to the daemon of its module and logs every call with its request bytes and result in rpc.log.
 #include <cstdio>
 #include <cstring>
 #include <new>
 #include <string>
+#include <vector>
 
-#include "record_owner.h"
+#include "peer_daemons.h"
 #include "sim_log.h"
 
 namespace {
 
-constexpr uint32_t kOwnerModule = 36;
 constexpr uint32_t kLoggedMax = 4096;
-
-[[nodiscard]] uint32_t ExpectedLength(uint32_t command) {
-    switch (command) {
-    case 40:
-        return sizeof(CertAuthStateReq);
-    case 41:
-        return 1;
-    case 42:
-        return sizeof(RootCertImportReq);
-    case 43:
-        return sizeof(CliCertImportReq);
-    case 44:
-    case 45:
-        return sizeof(CertUserReq);
-    case 46:
-    case 47:
-        return sizeof(uint32_t);
-    default:
-        return 0;
-    }
-}
 
 void LogCall(uint32_t module, uint32_t command, uint32_t length, const void *request,
              uint32_t waitLimit, uint32_t result) {
@@ -60,22 +38,21 @@ void LogCall(uint32_t module, uint32_t command, uint32_t length, const void *req
                                const void *request, uint32_t waitLimit, MRPC_Msg **response) {
     if (auto fault = bmcsim::InjectedFault("MRPC_Call")) return *fault;
     if (auto fault = bmcsim::InjectedFault("MRPC_Call", command)) return *fault;
-    const uint32_t expected = ExpectedLength(command);
-    if (module != kOwnerModule || expected == 0 || length != expected || request == nullptr)
-        return bmcsim::owner::kPlatformFail;
-    if (waitLimit == 0) return bmcsim::owner::kPlatformTimeout;
+    if (request == nullptr || !bmcsim::PeerTakes(module, command, length))
+        return BMC_PLATFORM_RPC_FAIL;
+    if (waitLimit == 0) return BMC_PLATFORM_RPC_TIMEOUT;
 
-    TaskHandle task{};
-    bool answered = false;
-    const uint32_t result = bmcsim::owner::Apply(command, request, task, answered);
-    if (result != 0 || !answered || response == nullptr) return result;
-    auto *payload = new (std::nothrow) TaskHandle(task);
-    auto *message = new (std::nothrow) MRPC_Msg{payload, sizeof *payload};
-    if (payload == nullptr || message == nullptr) {
-        delete payload;
+    std::vector<uint8_t> payload;
+    const uint32_t result = bmcsim::DeliverToPeer(module, command, length, request, payload);
+    if (result != 0 || payload.empty() || response == nullptr) return result;
+    auto *bytes = new (std::nothrow) uint8_t[payload.size()];
+    auto *message = new (std::nothrow) MRPC_Msg{bytes, static_cast<uint32_t>(payload.size())};
+    if (bytes == nullptr || message == nullptr) {
+        delete[] bytes;
         delete message;
-        return result; // done, but without a handle to give back
+        return result; // done, but without an answer to give back
     }
+    std::memcpy(bytes, payload.data(), payload.size());
     *response = message;
     return result;
 }
@@ -88,7 +65,7 @@ extern "C" int32_t MRPC_Call(uint32_t uiModule, uint32_t uiCommand, uint32_t uiR
     try {
         result = Deliver(uiModule, uiCommand, uiReqLen, pReq, uiWaitLimit, ppstResp);
     } catch (...) {
-        result = bmcsim::owner::kPlatformFail;
+        result = BMC_PLATFORM_RPC_FAIL;
     }
     LogCall(uiModule, uiCommand, uiReqLen, pReq, uiWaitLimit, result);
     return static_cast<int32_t>(result);
@@ -96,7 +73,7 @@ extern "C" int32_t MRPC_Call(uint32_t uiModule, uint32_t uiCommand, uint32_t uiR
 
 extern "C" void MRPC_MsgFree(MRPC_Msg **ppstResp) {
     if (ppstResp == nullptr || *ppstResp == nullptr) return;
-    delete static_cast<TaskHandle *>((*ppstResp)->pPayload);
+    delete[] static_cast<uint8_t *>((*ppstResp)->pPayload);
     delete *ppstResp;
     *ppstResp = nullptr;
 }

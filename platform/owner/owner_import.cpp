@@ -16,7 +16,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include "record_owner.h"
+#include "platform/owner/record_owner.h"
 
 namespace bmcsim::owner {
 namespace {
@@ -98,8 +98,8 @@ template <typename Entry> [[nodiscard]] Entry *FirstFree(Entry (&entries)[20]) {
 }
 
 template <typename Entry>
-[[nodiscard]] bool NameTaken(const Entry (&entries)[20], const std::string &name) {
-    for (uint32_t i = 0; i < 20; ++i)
+[[nodiscard]] bool NameTaken(const Entry (&entries)[SSL_AUTH_MAX_CERTS], const std::string &name) {
+    for (uint32_t i = 0; i < SSL_AUTH_MAX_CERTS; ++i)
         if (entries[i].uiCertId == i + 1 &&
             name == std::string(entries[i].szFileName, strnlen(entries[i].szFileName, 33)))
             return true;
@@ -138,7 +138,7 @@ uint32_t ImportRoot(Records &records, const RootCertImportReq &request, std::str
     if (NameTaken(records.roots.astRootCert, name)) return kInUse;
     RootCertInfo *entry = FirstFree(records.roots.astRootCert);
     if (entry == nullptr) return kListFull;
-    const std::string target = kRootDir + name;
+    const std::string target = kRootCertDir + name;
     if (!CopyFileAtomically(path, target)) return kPlatformFail;
     copiedFile = target;
 
@@ -153,7 +153,7 @@ uint32_t ImportRoot(Records &records, const RootCertImportReq &request, std::str
 
 uint32_t ImportClient(Records &records, const CliCertImportReq &request, std::string &copiedFile) {
     const uint32_t rootId = request.uiRootCertId;
-    if (rootId < 1 || rootId > SSL_AUTH_MAX_CERTS ||
+    if (!ValidId(rootId, SSL_AUTH_MAX_CERTS) ||
         records.roots.astRootCert[rootId - 1].uiCertId != rootId)
         return kAbsent;
     const std::string path(request.szFilePath,
@@ -167,14 +167,14 @@ uint32_t ImportClient(Records &records, const CliCertImportReq &request, std::st
     // Only a certificate that the named root signed is accepted.
     const RootCertInfo &rootEntry = records.roots.astRootCert[rootId - 1];
     Certificate root = ReadCertFile(
-        kRootDir + std::string(rootEntry.szFileName, strnlen(rootEntry.szFileName, 33)));
+        kRootCertDir + std::string(rootEntry.szFileName, strnlen(rootEntry.szFileName, 33)));
     PublicKey rootKey(root ? X509_get_pubkey(root.get()) : nullptr);
     const bool issued = rootKey && X509_check_issued(root.get(), cert.get()) == X509_V_OK &&
                         X509_verify(cert.get(), rootKey.get()) == 1;
     ERR_clear_error();
     if (!issued) return kBadCertificate;
 
-    const std::string target = kClientDir + name;
+    const std::string target = kClientCertDir + name;
     // The web server's trusted authority may live beside the client files.
     if (NameTaken(records.clients.astCliCert, name) || target == WebServerCaFile()) return kInUse;
     CliCertInfo *entry = FirstFree(records.clients.astCliCert);

@@ -18,7 +18,7 @@
 #include <openssl/ssl.h>
 #include <openssl/x509.h>
 
-#include "sslcert/openssl_no_time_t.h"
+#include "frame/openssl_no_time_t.h"
 #include "platform/bmc_platform.h"
 
 namespace bmccert {

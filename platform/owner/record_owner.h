@@ -1,32 +1,40 @@
 // Stand-in of the daemon that owns the six client-authentication records:
-// it applies commands 40 to 47 of module 36 the way that daemon does. Every
-// command runs in one write transaction of config.db, so owners in several
-// processes take turns.
+// a peer of the library, reached over the platform's remote procedure calls
+// (module 36), that applies commands 40 to 47 the way that daemon does. It
+// runs inside the calling process and keeps its records in config.db; every
+// command runs in one write transaction, so owners in several processes
+// take turns.
 #pragma once
 
 #include <cstdint>
 #include <string>
 
-#include "include/lib_ssl_auth.h"
-#include "sim_store.h"
+#include "platform/controller_paths.h"
+#include "platform/host/sim_store.h"
+#include "platform/owner_protocol.h"
 
 namespace bmcsim::owner {
 
 // Codes the owner answers with (the call's result).
-inline constexpr int32_t kOk = 0;
-inline constexpr uint32_t kPlatformFail = 0x82000001;    // uploaded file unreadable
-inline constexpr uint32_t kPlatformTimeout = 0x82000002; // wait limit 0
-inline constexpr uint32_t kBadCertificate = 0x92000002;
-inline constexpr uint32_t kListFull = 0x92000017;
-inline constexpr uint32_t kInUse = 0x92000018;
-inline constexpr uint32_t kAbsent = 0x92000019;
-inline constexpr uint32_t kRootExpired = 0x9200001F;
-inline constexpr uint32_t kRootAbsent = 0x92000021;
-inline constexpr uint32_t kCaInstallFailed = 0x92000025;
+inline constexpr uint32_t kOk = 0;
+inline constexpr uint32_t kPlatformFail = BMC_PLATFORM_RPC_FAIL; // e.g. uploaded file unreadable
+inline constexpr uint32_t kBadCertificate = owner_protocol::kRefusedBadCertificate;
+inline constexpr uint32_t kListFull = owner_protocol::kRefusedListFull;
+inline constexpr uint32_t kInUse = owner_protocol::kRefusedInUse;
+inline constexpr uint32_t kAbsent = owner_protocol::kRefusedAbsent;
+inline constexpr uint32_t kRootExpired = owner_protocol::kRefusedRootExpired;
+inline constexpr uint32_t kRootAbsent = owner_protocol::kRefusedRootAbsent;
+inline constexpr uint32_t kCaInstallFailed = owner_protocol::kRefusedCaInstall;
 
-inline constexpr const char *kRootDir = "/conf/certs/root/";
-inline constexpr const char *kClientDir = "/conf/certs/client/";
-inline constexpr const char *kWebServerConfig = "/conf/lighttpd/lighttpd.conf";
+using controller_paths::kClientCertDir;
+using controller_paths::kRootCertDir;
+using controller_paths::kWebServerConfigPath;
+using owner_protocol::OwnerCommand;
+
+// True for an id of a list of the given length (ids 1..slots).
+[[nodiscard]] constexpr bool ValidId(uint32_t id, uint32_t slots) {
+    return id >= 1 && id <= slots;
+}
 
 // The records as the owner changes them.
 struct Records {
@@ -63,8 +71,13 @@ void ReportImportTask(bool root, const TaskHandle &task, bool imported) noexcept
 // Restarts the web server so that it reads its authority and configuration.
 void RestartWebServer();
 
-// Applies one command; the response task is filled for the imports.
-[[nodiscard]] uint32_t Apply(uint32_t command, const void *request, TaskHandle &task,
+// Applies one command whose request has the command's exact length; the
+// response task is filled for the imports.
+[[nodiscard]] uint32_t Apply(OwnerCommand command, const void *request, TaskHandle &task,
                              bool &answered);
+
+// The owner's records in a factory-fresh controller, written inside the
+// caller's transaction.
+[[nodiscard]] bool ProvisionRecords(Store &store) noexcept;
 
 } // namespace bmcsim::owner

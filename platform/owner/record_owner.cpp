@@ -6,14 +6,14 @@
 
 #include <unistd.h>
 
-#include "record_owner.h"
-#include "user_store.h"
+#include "platform/owner/record_owner.h"
+#include "platform/host/user_store.h"
 
 namespace bmcsim::owner {
 namespace {
 
 [[nodiscard]] bool ValidCertId(uint32_t id) {
-    return id >= 1 && id <= SSL_AUTH_MAX_CERTS;
+    return ValidId(id, SSL_AUTH_MAX_CERTS);
 }
 
 [[nodiscard]] uint32_t SetAuthState(Records &records, const CertAuthStateReq &request) {
@@ -29,7 +29,7 @@ namespace {
     // The web server trusts exactly this root from now on.
     const std::string caFile = WebServerCaFile();
     const std::string rootFile =
-        std::string(kRootDir) + std::string(root.szFileName, strnlen(root.szFileName, 32));
+        std::string(kRootCertDir) + std::string(root.szFileName, strnlen(root.szFileName, 32));
     if (caFile.empty() || !CopyFileAtomically(rootFile, caFile) || !SetClientVerification(true))
         return kCaInstallFailed;
     for (RootCertInfo &entry : records.roots.astRootCert)
@@ -51,8 +51,8 @@ namespace {
     const uint32_t cert = request.uiCertId;
     const uint8_t user = request.ucUserId;
     bool anonymous = false;
-    if (!ValidCertId(cert) || records.clients.astCliCert[cert - 1].uiCertId != cert || user < 1 ||
-        user > kMaxUsers || !UserExists(store, user, anonymous))
+    if (!ValidCertId(cert) || records.clients.astCliCert[cert - 1].uiCertId != cert ||
+        !ValidId(user, SSL_AUTH_MAX_USERS) || !UserExists(store, user, anonymous))
         return kAbsent;
     if (anonymous || records.bindings.astCertUser[user - 1].uiCliCertId != 0) return kInUse;
     for (const CliCertUserEntry &entry : records.bindings.astCertUser)
@@ -63,7 +63,7 @@ namespace {
 
 [[nodiscard]] uint32_t Untie(Records &records, const CertUserReq &request) {
     const uint8_t user = request.ucUserId;
-    if (user < 1 || user > kMaxUsers || request.uiCertId == 0 ||
+    if (!ValidId(user, SSL_AUTH_MAX_USERS) || request.uiCertId == 0 ||
         records.bindings.astCertUser[user - 1].uiCliCertId != request.uiCertId)
         return kAbsent;
     records.bindings.astCertUser[user - 1].uiCliCertId = 0;
@@ -73,7 +73,7 @@ namespace {
 [[nodiscard]] uint32_t DeleteClient(Records &records, uint32_t id, std::string &removedFile) {
     if (!ValidCertId(id) || records.clients.astCliCert[id - 1].uiCertId != id) return kAbsent;
     CliCertInfo &entry = records.clients.astCliCert[id - 1];
-    removedFile = kClientDir + std::string(entry.szFileName, strnlen(entry.szFileName, 32));
+    removedFile = kClientCertDir + std::string(entry.szFileName, strnlen(entry.szFileName, 32));
     std::memset(&entry, 0, sizeof entry);
     for (CliCertUserEntry &binding : records.bindings.astCertUser)
         if (binding.uiCliCertId == id) binding.uiCliCertId = 0;
@@ -87,7 +87,7 @@ namespace {
     if (records.authState == 1 && entry.ucActive == 1) return kInUse;
     for (const CliCertInfo &client : records.clients.astCliCert)
         if (client.uiCertId != 0 && client.uiRootCertId == id) return kInUse;
-    removedFile = kRootDir + std::string(entry.szFileName, strnlen(entry.szFileName, 32));
+    removedFile = kRootCertDir + std::string(entry.szFileName, strnlen(entry.szFileName, 32));
     std::memset(&entry, 0, sizeof entry);
     return kOk;
 }
@@ -119,7 +119,7 @@ bool Save(Store &store, const Records &records) noexcept {
 }
 
 std::string WebServerCaFile() {
-    std::ifstream config(kWebServerConfig);
+    std::ifstream config(kWebServerConfigPath);
     for (std::string line; std::getline(config, line);) {
         if (line.find("ssl.ca-file") == std::string::npos) continue;
         const size_t open = line.find('"');
@@ -133,7 +133,7 @@ std::string WebServerCaFile() {
 namespace {
 
 // One command in one write transaction of config.db.
-[[nodiscard]] uint32_t ApplyInTransaction(uint32_t command, const void *request) {
+[[nodiscard]] uint32_t ApplyInTransaction(OwnerCommand command, const void *request) {
     auto store = Store::Open();
     if (!store) return kPlatformFail;
     WriteTransaction txn(*store);
@@ -144,28 +144,28 @@ namespace {
     uint32_t result = kOk;
     std::string copiedFile, removedFile;
     switch (command) {
-    case 40:
+    case OwnerCommand::SetAuthState:
         result = SetAuthState(records, RequestAs<CertAuthStateReq>(request));
         break;
-    case 41:
+    case OwnerCommand::SetRevokeCheck:
         records.revokeCheck = *static_cast<const uint8_t *>(request) == 1 ? 1 : 0;
         break;
-    case 42:
+    case OwnerCommand::ImportRoot:
         result = ImportRoot(records, RequestAs<RootCertImportReq>(request), copiedFile);
         break;
-    case 43:
+    case OwnerCommand::ImportClient:
         result = ImportClient(records, RequestAs<CliCertImportReq>(request), copiedFile);
         break;
-    case 44:
+    case OwnerCommand::BindUser:
         result = Bind(*store, records, RequestAs<CertUserReq>(request));
         break;
-    case 45:
+    case OwnerCommand::UntieUser:
         result = Untie(records, RequestAs<CertUserReq>(request));
         break;
-    case 46:
+    case OwnerCommand::DeleteClient:
         result = DeleteClient(records, RequestAs<uint32_t>(request), removedFile);
         break;
-    case 47:
+    case OwnerCommand::DeleteRoot:
         result = DeleteRoot(records, RequestAs<uint32_t>(request), removedFile);
         break;
     default:
@@ -182,18 +182,19 @@ namespace {
 
 } // namespace
 
-uint32_t Apply(uint32_t command, const void *request, TaskHandle &task, bool &answered) {
+uint32_t Apply(OwnerCommand command, const void *request, TaskHandle &task, bool &answered) {
     answered = false;
     if (!EnsureFactoryState()) return kPlatformFail;
     // An import runs as a task, registered before anything changes (the
     // task service writes config.db too, so not inside the transaction):
     // an import the task service cannot take is not made at all.
-    const bool import = command == 42 || command == 43;
-    if (import && !RegisterImportTask(command == 42, task)) return kPlatformFail;
+    const bool import = owner_protocol::HasResponse(command);
+    const bool root = command == OwnerCommand::ImportRoot;
+    if (import && !RegisterImportTask(root, task)) return kPlatformFail;
     const uint32_t result = ApplyInTransaction(command, request);
-    if (import) ReportImportTask(command == 42, task, result == kOk);
+    if (import) ReportImportTask(root, task, result == kOk);
     if (result != kOk) return result;
-    if (command == 40) RestartWebServer();
+    if (command == OwnerCommand::SetAuthState) RestartWebServer();
     answered = import;
     return kOk;
 }

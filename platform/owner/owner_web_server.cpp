@@ -8,7 +8,7 @@
 #include <regex>
 #include <sstream>
 
-#include "record_owner.h"
+#include "platform/owner/record_owner.h"
 
 namespace bmcsim::owner {
 namespace {
@@ -28,7 +28,7 @@ const std::regex kActivate(R"RE(^(\s*ssl\.verifyclient\.activate\s*=\s*)"[^"]*"(
 
 bool SetClientVerification(bool on) {
     std::string text;
-    if (!ReadText(kWebServerConfig, text)) return false;
+    if (!ReadText(kWebServerConfigPath, text)) return false;
     std::istringstream lines(text);
     std::string out;
     bool found = false;
@@ -40,7 +40,7 @@ bool SetClientVerification(bool on) {
         }
         out += line + '\n';
     }
-    return found && WriteFileAtomically(kWebServerConfig, out);
+    return found && WriteFileAtomically(kWebServerConfigPath, out);
 }
 
 void RestartWebServer() {

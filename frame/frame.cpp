@@ -1,4 +1,4 @@
-#include "sslcert/frame.h"
+#include "frame/frame.h"
 
 #include <cerrno>
 #include <cstring>
