@@ -2,11 +2,16 @@
 
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 
 namespace bmccert {
 const char *SourceBaseName(const char *path) {
     const char *slash = std::strrchr(path, '/');
     return slash == nullptr ? path : slash + 1;
+}
+
+double SecondsUntil(BMC_TimeStamp when) {
+    return static_cast<double>(when) - static_cast<double>(std::time(nullptr));
 }
 
 void ReportCloseFailure(const SourcePlace &where) {

@@ -18,6 +18,7 @@
 #include <openssl/ssl.h>
 #include <openssl/x509.h>
 
+#include "frame/field_text.h"
 #include "frame/openssl_no_time_t.h"
 #include "platform/bmc_platform.h"
 
@@ -25,26 +26,10 @@ namespace bmccert {
 
 inline constexpr uint32_t kDiagModule = 31;
 
-// A text field of a caller's record as a terminated text. A field that the
-// caller filled to its last byte is read no further than its array: the
-// text is cut to the field, as bounded copies cut what does not fit.
-template <size_t N> class FieldText {
-  public:
-    explicit FieldText(const char (&field)[N]) {
-        std::memcpy(text_, field, N);
-        text_[N - 1] = '\0';
-    }
-    [[nodiscard]] const char *c_str() const { return text_; }
-
-  private:
-    char text_[N];
-};
-
-// Ends a text field inside its array, in place: a no-op for a field that
-// holds a terminator already, a cut to the field for one that does not.
-template <size_t N> void EndText(char (&field)[N]) {
-    field[N - 1] = '\0';
-}
+// Seconds from now until a time stamp, negative once it has passed (the
+// stamp's own second still counts as not passed). In double precision from
+// 64-bit stamps, so that it stays right past 2038 on a 32-bit controller.
+[[nodiscard]] double SecondsUntil(BMC_TimeStamp when);
 
 // Diagnostic levels: lower is graver.
 inline constexpr uint32_t kLevelFailure = 2;

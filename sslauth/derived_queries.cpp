@@ -2,8 +2,6 @@
 // root certificate, a client certificate with its user, the users still
 // free for a certificate, and whether a client certificate belongs to a
 // root certificate. Outputs are written only after every read succeeded.
-#include <cmath>
-#include <ctime>
 
 #include "sslauth/sslauth_internal.h"
 
@@ -24,9 +22,7 @@ uint32_t SSL_CheckRootCertValidPeriod(uint32_t uiRootCertId) {
         return SSL_AUTH_ERR_ROOT_LIST_READ;
     }
     const RootCertInfo &entry = list.astRootCert[uiRootCertId - 1];
-    // Widened with its sign, so that a 64-bit time type sees the same instant.
-    const auto expiry = static_cast<time_t>(entry.iExpTime);
-    if (std::difftime(expiry, std::time(nullptr)) < 0.0) {
+    if (SecondsUntil(entry.iExpTime) < 0.0) {
         char expDate[sizeof entry.szExpDate] = {};
         std::memcpy(expDate, entry.szExpDate, strnlen(entry.szExpDate, sizeof expDate - 1));
         BMCCERT_DIAG(kLevelHandling, "Cert ValidPeriod already pass, szExpDate=%s.", expDate);

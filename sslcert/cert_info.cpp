@@ -3,7 +3,6 @@
 #include <climits>
 #include <cmath>
 #include <cstring>
-#include <ctime>
 
 #include "sslcert/sslcert_internal.h"
 
@@ -174,9 +173,7 @@ extern "C" int32_t LIB_SECURITY_GetCertLeftExpires(void) {
                      info.stSSLConfig.szExpDate, parsed);
         return 0;
     }
-    // Seconds as a double, so that a time stamp past 2038 survives a 32-bit time_t.
-    const double secondsLeft =
-        static_cast<double>(expiry) - static_cast<double>(std::time(nullptr));
+    const double secondsLeft = SecondsUntil(expiry);
     const int32_t seconds = SaturatingSeconds(secondsLeft);
     if (seconds < 0) return 0;
     return seconds / kSecondsPerDay;

@@ -3,7 +3,6 @@
 #include <strings.h>
 #include <unistd.h>
 
-#include <ctime>
 
 #include "sslcert/sslcert_internal.h"
 
@@ -43,14 +42,11 @@ extern "C" uint32_t SECURITY_SSL_VerifyTmpCert(uint32_t uiCertType) {
         BMCCERT_DIAG(kLevelFailure, "Signature algorithm should not be md5.");
         return SSLCERT_ERR_MD5_SIGNATURE;
     }
-    const BMC_TimeStamp now = std::time(nullptr);
     if (BMC_IsoTimeToTimeStamp(config.szExpDate, &expiry) != 0) {
         BMCCERT_DIAG(kLevelFailure, "Get SSL server Cert Expiration date failed \n");
         return SSLCERT_ERR_GENERAL;
     }
-    // In double precision from 64-bit stamps, so that it stays right past
-    // 2038 on a 32-bit controller; the expiry second itself still passes.
-    if (static_cast<double>(expiry) - static_cast<double>(now) < 0) {
+    if (SecondsUntil(expiry) < 0) {
         BMCCERT_DIAG(kLevelFailure, "The uploaded SSL Certificate is EXPIRED \n");
         return SSLCERT_ERR_CERT_EXPIRED;
     }

@@ -41,17 +41,6 @@ class TempFile {
     return std::string(path, static_cast<size_t>(slash - path));
 }
 
-[[nodiscard]] bool WriteAll(int fd, const char *data, size_t len) noexcept {
-    while (len > 0) {
-        ssize_t done = ::write(fd, data, len);
-        if (done < 0 && errno == EINTR) continue;
-        if (done <= 0) return false;
-        data += done;
-        len -= static_cast<size_t>(done);
-    }
-    return true;
-}
-
 [[nodiscard]] bool CopyBytes(int from, int to) noexcept {
     char chunk[16384];
     for (;;) {
@@ -59,7 +48,7 @@ class TempFile {
         if (got < 0 && errno == EINTR) continue;
         if (got < 0) return false;
         if (got == 0) return true;
-        if (!WriteAll(to, chunk, static_cast<size_t>(got))) return false;
+        if (!bmcsim::WriteAll(to, chunk, static_cast<size_t>(got))) return false;
     }
 }
 

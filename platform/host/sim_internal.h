@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "bmc_sim.h"
+#include "frame/unique_fd.h"
 
 namespace bmcsim {
 
@@ -37,44 +38,8 @@ class ErrnoKeeper {
     int saved_;
 };
 
-// A descriptor closed when it goes out of scope.
-class UniqueFd {
-  public:
-    UniqueFd() noexcept = default;
-    explicit UniqueFd(int fd) noexcept : fd_(fd) {}
-    UniqueFd(UniqueFd &&other) noexcept : fd_(other.Release()) {}
-    UniqueFd &operator=(UniqueFd &&other) noexcept {
-        if (this != &other) Reset(other.Release());
-        return *this;
-    }
-    UniqueFd(const UniqueFd &) = delete;
-    UniqueFd &operator=(const UniqueFd &) = delete;
-    ~UniqueFd() { Reset(); }
-
-    [[nodiscard]] int Get() const noexcept { return fd_; }
-    [[nodiscard]] bool Valid() const noexcept { return fd_ >= 0; }
-    [[nodiscard]] int Release() noexcept {
-        int fd = fd_;
-        fd_ = -1;
-        return fd;
-    }
-    void Reset(int fd = -1) noexcept {
-        if (fd_ >= 0) {
-            ErrnoKeeper keep;
-            (void)::close(fd_);
-        }
-        fd_ = fd;
-    }
-    // Closes now and reports the result: a failed close of a written file
-    // can be the first sign that the data did not reach the disk.
-    [[nodiscard]] bool Close() noexcept {
-        int fd = Release();
-        return fd < 0 || ::close(fd) == 0;
-    }
-
-  private:
-    int fd_ = -1;
-};
+using bmccert::UniqueFd;
+using bmccert::WriteAll;
 
 // The value that BMC_SIM_FAULTS tells the named call to return instead of
 // doing its work, if any. Cheap and allocation-free when the variable is unset.

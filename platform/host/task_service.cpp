@@ -6,6 +6,7 @@
 #include <ctime>
 #include <string>
 
+#include "frame/field_text.h"
 #include "sim_log.h"
 #include "sim_store.h"
 
@@ -23,11 +24,6 @@ constexpr const char *kSchema = "CREATE TABLE IF NOT EXISTS tasks("
     auto store = bmcsim::Store::Open();
     if (!store || !store->Exec(kSchema)) return nullptr;
     return store;
-}
-
-// A text field of a record that a careless caller may fill to the end.
-[[nodiscard]] std::string FieldText(const char *field, size_t size) {
-    return std::string(field, strnlen(field, size));
 }
 
 void LogRegister(uint32_t id, uint32_t tag, uint32_t type, const TaskRegisterRecord &record) {
@@ -64,7 +60,7 @@ extern "C" int32_t TASK_TaskServiceRegister(TaskRegisterRecord *pstRecord, uint3
         // as the task's start.
         const auto tag = static_cast<uint32_t>(std::time(nullptr));
         const std::string description =
-            FieldText(pstRecord->szTaskDesc, sizeof pstRecord->szTaskDesc);
+            std::string(bmccert::FieldView(pstRecord->szTaskDesc));
         auto insert =
             store->Prepare("INSERT INTO tasks(tag, type, description) VALUES(?1, ?2, ?3)");
         if (!insert) return bmcsim::kFailSigned;
@@ -90,7 +86,7 @@ extern "C" int32_t TASK_TaskServiceUpdate(TaskUpdateRecord *pstRecord) {
         auto store = OpenTasks();
         if (!store) return bmcsim::kFailSigned;
         const std::string text =
-            FieldText(pstRecord->szAbnormalInfo, sizeof pstRecord->szAbnormalInfo);
+            std::string(bmccert::FieldView(pstRecord->szAbnormalInfo));
         auto update =
             store->Prepare("UPDATE tasks SET state = ?2, progress = ?3, text = ?4 WHERE id = ?1");
         if (!update) return bmcsim::kFailSigned;

@@ -11,12 +11,11 @@
 
 namespace {
 
-constexpr size_t kRecordSize = 756;
-constexpr size_t kTableSize = 12120;
-constexpr size_t kIdAt = 24, kNameAt = 25, kRoleAt = 100, kSecretAt = 274;
 constexpr size_t kInsRecordSize = 224;
 constexpr size_t kInsRoleAt = 81, kInsAnonymousAt = 82;
-static_assert(kSecretAt + sizeof(bmcsim::SealedPassword) <= kRecordSize);
+static_assert(BMC_USER_SECRET_OFFSET + sizeof(bmcsim::SealedPassword) <= BMC_USER_RECORD_SIZE);
+static_assert(bmcsim::kNameMax < BMC_USER_NAME_FIELD);
+static_assert(bmcsim::kMaxUsers == BMC_USER_RECORD_COUNT);
 
 struct Cached {
     std::mutex mutex;
@@ -126,24 +125,24 @@ extern "C" int32_t LIB_USER_GetUserInfo(void *pUserInfoTable) {
     std::lock_guard lock(c.mutex);
     if (!Ready(c)) return bmcsim::kFailSigned;
     bmcsim::StatementReset reset(c.selectAll.get());
-    std::memset(table, 0, kTableSize);
+    std::memset(table, 0, BMC_USER_TABLE_SIZE);
     int rc;
     while ((rc = sqlite3_step(c.selectAll.get())) == SQLITE_ROW) {
         const int id = sqlite3_column_int(c.selectAll.get(), 0);
         if (id < 1 || id > static_cast<int>(bmcsim::kMaxUsers)) continue;
-        uint8_t *record = table + static_cast<size_t>(id - 1) * kRecordSize;
-        record[kIdAt] = static_cast<uint8_t>(id);
+        uint8_t *record = table + static_cast<size_t>(id - 1) * BMC_USER_RECORD_SIZE;
+        record[BMC_USER_ID_OFFSET] = static_cast<uint8_t>(id);
         const auto *name =
             reinterpret_cast<const char *>(sqlite3_column_text(c.selectAll.get(), 1));
-        (void)BMC_Strlcpy(reinterpret_cast<char *>(record + kNameAt), name, bmcsim::kNameMax + 1);
-        record[kRoleAt] = static_cast<uint8_t>(sqlite3_column_int(c.selectAll.get(), 2));
+        (void)BMC_Strlcpy(reinterpret_cast<char *>(record + BMC_USER_NAME_OFFSET), name, bmcsim::kNameMax + 1);
+        record[BMC_USER_ROLE_OFFSET] = static_cast<uint8_t>(sqlite3_column_int(c.selectAll.get(), 2));
         const int secretSize = sqlite3_column_bytes(c.selectAll.get(), 3);
         if (secretSize == static_cast<int>(sizeof(bmcsim::SealedPassword)))
-            std::memcpy(record + kSecretAt, sqlite3_column_blob(c.selectAll.get(), 3),
+            std::memcpy(record + BMC_USER_SECRET_OFFSET, sqlite3_column_blob(c.selectAll.get(), 3),
                         sizeof(bmcsim::SealedPassword));
     }
     if (rc == SQLITE_DONE) return 0;
-    OPENSSL_cleanse(table, kTableSize);
+    OPENSSL_cleanse(table, BMC_USER_TABLE_SIZE);
     return bmcsim::kFailSigned;
 }
 

@@ -121,7 +121,7 @@ bool WriteFileAtomically(const std::string &to, const std::string &bytes) {
     if (!fd.Valid()) return false;
     const bool written =
         ::fchmod(fd.Get(), 0644) == 0 &&
-        ::write(fd.Get(), bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()) &&
+        WriteAll(fd.Get(), bytes.data(), bytes.size()) &&
         ::fsync(fd.Get()) == 0 && fd.Close() && ::rename(temp.c_str(), to.c_str()) == 0;
     if (!written) (void)::unlink(temp.c_str());
     return written;

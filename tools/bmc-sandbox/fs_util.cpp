@@ -1,6 +1,5 @@
 #include "fs_util.h"
 
-#include "unique_fd.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -97,18 +96,18 @@ bool write_file_atomic(const std::string &path, std::string_view content, mode_t
     const std::string tmp = path + ".tmp";
     ::unlink(tmp.c_str());
     UniqueFd fd(::open(tmp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode));
-    if (!fd.valid()) {
+    if (!fd.Valid()) {
         why = errno_text("cannot create", tmp, errno);
         return false;
     }
-    if (::fchmod(fd.get(), mode) != 0) {
+    if (::fchmod(fd.Get(), mode) != 0) {
         why = errno_text("cannot set mode of", tmp, errno);
         ::unlink(tmp.c_str());
         return false;
     }
     size_t done = 0;
     while (done < content.size()) {
-        const ssize_t n = ::write(fd.get(), content.data() + done, content.size() - done);
+        const ssize_t n = ::write(fd.Get(), content.data() + done, content.size() - done);
         if (n < 0 && errno == EINTR) {
             continue;
         }
@@ -121,7 +120,7 @@ bool write_file_atomic(const std::string &path, std::string_view content, mode_t
     }
     // A failed close can be a lost write, and the file must be whole
     // before the rename makes it visible.
-    if (::close(fd.release()) != 0) {
+    if (::close(fd.Release()) != 0) {
         why = errno_text("cannot write", tmp, errno);
         ::unlink(tmp.c_str());
         return false;
@@ -165,14 +164,14 @@ int remove_entry(const char *fpath, const struct stat * /*sb*/, int typeflag, st
 
 bool read_file(const std::string &path, std::string &content, std::string &why) {
     const UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!fd.valid()) {
+    if (!fd.Valid()) {
         why = errno_text("cannot open", path, errno);
         return false;
     }
     content.clear();
     char buf[4096];
     for (;;) {
-        const ssize_t n = ::read(fd.get(), buf, sizeof buf);
+        const ssize_t n = ::read(fd.Get(), buf, sizeof buf);
         if (n < 0 && errno == EINTR) {
             continue;
         }

@@ -11,7 +11,12 @@
 #include <string_view>
 #include <vector>
 
+#include "frame/unique_fd.h"
+
 namespace sandbox {
+
+using bmccert::UniqueFd;
+using bmccert::WriteAll;
 
 // mkdir -p: creates PATH and its missing parents with MODE.
 [[nodiscard]] bool make_dirs(const std::string &path, mode_t mode, std::string &why);

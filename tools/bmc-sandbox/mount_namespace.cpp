@@ -1,7 +1,6 @@
 #include "mount_namespace.h"
 
 #include "fs_util.h"
-#include "unique_fd.h"
 
 #include <fcntl.h>
 #include <sched.h>
@@ -18,14 +17,14 @@ namespace {
 [[nodiscard]] bool write_proc_file(const std::string &path, const std::string &text,
                                    bool missing_ok, std::string &why) {
     const UniqueFd fd(::open(path.c_str(), O_WRONLY | O_CLOEXEC));
-    if (!fd.valid()) {
+    if (!fd.Valid()) {
         if (missing_ok && errno == ENOENT) {
             return true;
         }
         why = errno_text("cannot open", path, errno);
         return false;
     }
-    if (::write(fd.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
+    if (::write(fd.Get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
         why = errno_text("cannot write", path, errno);
         return false;
     }

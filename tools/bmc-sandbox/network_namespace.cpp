@@ -1,6 +1,6 @@
 #include "network_namespace.h"
 
-#include "unique_fd.h"
+#include "fs_util.h"
 
 #include <net/if.h>
 #include <sched.h>
@@ -21,12 +21,12 @@ bool enter_private_network(std::string &why) {
     const UniqueFd fd(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     ifreq request{};
     std::memcpy(request.ifr_name, "lo", 3);
-    if (!fd.valid() || ::ioctl(fd.get(), SIOCGIFFLAGS, &request) != 0) {
+    if (!fd.Valid() || ::ioctl(fd.Get(), SIOCGIFFLAGS, &request) != 0) {
         why = std::string("cannot read the loopback interface: ") + std::strerror(errno);
         return false;
     }
     request.ifr_flags = static_cast<short>(request.ifr_flags | IFF_UP);
-    if (::ioctl(fd.get(), SIOCSIFFLAGS, &request) != 0) {
+    if (::ioctl(fd.Get(), SIOCSIFFLAGS, &request) != 0) {
         why = std::string("cannot bring the loopback interface up: ") + std::strerror(errno);
         return false;
     }

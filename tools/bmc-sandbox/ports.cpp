@@ -30,9 +30,9 @@ int PortBook::port_for(const std::string &name, std::string &why) {
     sockaddr_in addr = loopback(0);
     socklen_t len = sizeof addr;
     const int on = 1;
-    if (!fd.valid() || ::bind(fd.get(), reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0 ||
-        ::getsockname(fd.get(), reinterpret_cast<sockaddr *>(&addr), &len) != 0 ||
-        ::setsockopt(fd.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0) {
+    if (!fd.Valid() || ::bind(fd.Get(), reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0 ||
+        ::getsockname(fd.Get(), reinterpret_cast<sockaddr *>(&addr), &len) != 0 ||
+        ::setsockopt(fd.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0) {
         why = errno_text("cannot take a free port for", name, errno);
         return 0;
     }
@@ -45,8 +45,8 @@ int PortBook::port_for(const std::string &name, std::string &why) {
 bool loopback_port_listening(int port) {
     const UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const sockaddr_in addr = loopback(port);
-    return fd.valid() &&
-           ::connect(fd.get(), reinterpret_cast<const sockaddr *>(&addr), sizeof addr) == 0;
+    return fd.Valid() &&
+           ::connect(fd.Get(), reinterpret_cast<const sockaddr *>(&addr), sizeof addr) == 0;
 }
 
 } // namespace sandbox

@@ -10,7 +10,7 @@
 #ifndef BMC_SANDBOX_PORTS_H
 #define BMC_SANDBOX_PORTS_H
 
-#include "unique_fd.h"
+#include "fs_util.h"
 
 #include <map>
 #include <string>

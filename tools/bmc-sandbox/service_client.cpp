@@ -40,7 +40,7 @@ UniqueFd connect_control(int &err) {
     sockaddr_un addr{};
     addr.sun_family = AF_UNIX;
     std::memcpy(addr.sun_path, kControlSocket.data(), kControlSocket.size());
-    if (!fd.valid() || ::connect(fd.get(), reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0) {
+    if (!fd.Valid() || ::connect(fd.Get(), reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0) {
         err = errno;
         return {};
     }
@@ -50,22 +50,22 @@ UniqueFd connect_control(int &err) {
 bool request_restart(const std::string &unit, std::string &why) {
     int err = 0;
     const UniqueFd fd = connect_control(err);
-    if (!fd.valid()) {
+    if (!fd.Valid()) {
         why = "the sandbox's service supervisor cannot be reached at " +
               std::string(kControlSocket) + ": " + std::strerror(err);
         return false;
     }
     const timeval timeout{kAnswerTimeoutSeconds, 0};
-    ::setsockopt(fd.get(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
-    if (!send_all(fd.get(), "restart " + unit + "\n")) {
+    ::setsockopt(fd.Get(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
+    if (!send_all(fd.Get(), "restart " + unit + "\n")) {
         why = std::string("cannot send the request: ") + std::strerror(errno);
         return false;
     }
-    ::shutdown(fd.get(), SHUT_WR);
+    ::shutdown(fd.Get(), SHUT_WR);
     std::string answer;
     char buf[4096];
     for (;;) {
-        const ssize_t n = ::read(fd.get(), buf, sizeof buf);
+        const ssize_t n = ::read(fd.Get(), buf, sizeof buf);
         if (n < 0 && errno == EINTR) {
             continue;
         }

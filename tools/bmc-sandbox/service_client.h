@@ -5,7 +5,7 @@
 #ifndef BMC_SANDBOX_SERVICE_CLIENT_H
 #define BMC_SANDBOX_SERVICE_CLIENT_H
 
-#include "unique_fd.h"
+#include "fs_util.h"
 
 #include <string>
 #include <vector>

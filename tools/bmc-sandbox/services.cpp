@@ -1,9 +1,9 @@
 #include "services.h"
 
 #include "fs_util.h"
+#include "spawn.h"
 #include "layout.h"
 #include "service_configs.h"
-#include "unique_fd.h"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -116,7 +116,8 @@ std::string log_since(const std::string &log, off_t from) {
 }
 
 // Runs in the forked child until exec: async-signal-safe calls only.
-[[noreturn]] void exec_service(char *const *argv, pid_t supervisor, int log_fd, int error_fd) {
+[[noreturn]] void exec_service(char *const *argv, pid_t supervisor, int log_fd,
+                               const ExecFailurePipe &failure) {
     // The service dies with the supervisor, however the supervisor ends.
     if (::prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || ::getppid() != supervisor) {
         ::_exit(127);
@@ -131,11 +132,9 @@ std::string log_since(const std::string &log, off_t from) {
     const int null_fd = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
     if (null_fd >= 0 && ::dup2(null_fd, STDIN_FILENO) >= 0 && ::dup2(log_fd, STDOUT_FILENO) >= 0 &&
         ::dup2(log_fd, STDERR_FILENO) >= 0) {
-        ::execv(argv[0], argv);
+        failure.exec_child(argv);
     }
-    const int err = errno;
-    (void)!::write(error_fd, &err, sizeof err);
-    ::_exit(127);
+    failure.fail_child();
 }
 
 } // namespace
@@ -196,17 +195,15 @@ bool Services::start(size_t unit, std::string &why) {
     const std::string log = run_path(kUnits[unit].log_name);
     const UniqueFd log_fd(::open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
     struct stat st {};
-    if (!log_fd.valid() || ::fstat(log_fd.get(), &st) != 0) {
+    if (!log_fd.Valid() || ::fstat(log_fd.Get(), &st) != 0) {
         why = errno_text("cannot open the log", log, errno);
         return false;
     }
-    int fds[2];
-    if (::pipe2(fds, O_CLOEXEC) != 0) {
+    ExecFailurePipe failure;
+    if (!failure.open()) {
         why = errno_text("cannot create a pipe for", name, errno);
         return false;
     }
-    UniqueFd error_read(fds[0]);
-    UniqueFd error_write(fds[1]);
     std::vector<char *> argv;
     for (std::string &arg : launch.argv) {
         argv.push_back(arg.data());
@@ -216,7 +213,7 @@ bool Services::start(size_t unit, std::string &why) {
     const pid_t supervisor = ::getpid();
     const pid_t pid = ::fork();
     if (pid == 0) {
-        exec_service(argv.data(), supervisor, log_fd.get(), error_write.get());
+        exec_service(argv.data(), supervisor, log_fd.Get(), failure);
     }
     if (pid < 0) {
         why = errno_text("cannot start", name, errno);
@@ -224,13 +221,7 @@ bool Services::start(size_t unit, std::string &why) {
     }
     ::setpgid(pid, pid); // also in the child: whichever runs first
     pids_[unit] = pid;
-    error_write.reset();
-    int exec_errno = 0;
-    ssize_t n;
-    do {
-        n = ::read(error_read.get(), &exec_errno, sizeof exec_errno);
-    } while (n < 0 && errno == EINTR);
-    if (n == static_cast<ssize_t>(sizeof exec_errno)) {
+    if (const int exec_errno = failure.wait_exec(); exec_errno != 0) {
         stop(unit);
         why = errno_text("cannot execute " + launch.argv[0] + " for", name, exec_errno);
         return false;

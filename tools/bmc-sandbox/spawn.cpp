@@ -1,7 +1,6 @@
 #include "spawn.h"
 
 #include "fs_util.h"
-#include "unique_fd.h"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -52,14 +51,14 @@ void set_all_handlers(void (*forward)(int), void (*terminal)(int)) {
     if (::pipe2(fds, O_CLOEXEC) != 0) {
         return false;
     }
-    read_end.reset(fds[0]);
-    write_end.reset(fds[1]);
+    read_end.Reset(fds[0]);
+    write_end.Reset(fds[1]);
     return true;
 }
 
 // Runs in the forked child: only async-signal-safe calls until exec.
 [[noreturn]] void exec_child(char *const *argv, const RunOptions &options, int output_fd,
-                             int error_fd, const sigset_t &original_mask) {
+                             const ExecFailurePipe &failure, const sigset_t &original_mask) {
     if (options.forward_signals) {
         set_all_handlers(SIG_DFL, SIG_DFL);
     }
@@ -71,15 +70,10 @@ void set_all_handlers(void (*forward)(int), void (*terminal)(int)) {
         const int null_fd = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
         if (null_fd < 0 || ::dup2(null_fd, STDIN_FILENO) < 0 ||
             ::dup2(output_fd, STDOUT_FILENO) < 0 || ::dup2(output_fd, STDERR_FILENO) < 0) {
-            const int err = errno;
-            (void)!::write(error_fd, &err, sizeof err);
-            ::_exit(127);
+            failure.fail_child();
         }
     }
-    ::execvp(argv[0], argv);
-    const int err = errno;
-    (void)!::write(error_fd, &err, sizeof err);
-    ::_exit(127);
+    failure.exec_child(argv);
 }
 
 void read_all(int fd, std::string &out) {
@@ -114,6 +108,31 @@ void read_all(int fd, std::string &out) {
 
 } // namespace
 
+bool ExecFailurePipe::open() {
+    return make_pipe(read_, write_);
+}
+
+void ExecFailurePipe::fail_child() const noexcept {
+    const int err = errno;
+    (void)!::write(write_.Get(), &err, sizeof err);
+    ::_exit(127);
+}
+
+void ExecFailurePipe::exec_child(char *const *argv) const noexcept {
+    ::execvp(argv[0], argv);
+    fail_child();
+}
+
+int ExecFailurePipe::wait_exec() {
+    write_.Reset();
+    int exec_errno = 0;
+    ssize_t n;
+    do {
+        n = ::read(read_.Get(), &exec_errno, sizeof exec_errno);
+    } while (n < 0 && errno == EINTR);
+    return n == static_cast<ssize_t>(sizeof exec_errno) ? exec_errno : 0;
+}
+
 bool run_program(const std::vector<std::string> &argv, const RunOptions &options, RunResult &result,
                  std::string &why) {
     if (argv.empty()) {
@@ -128,13 +147,10 @@ bool run_program(const std::vector<std::string> &argv, const RunOptions &options
     }
     cargs.push_back(nullptr);
 
-    // The child reports a failed exec through this pipe; a successful exec
-    // closes it, so an empty read means the program is running.
-    UniqueFd error_read;
-    UniqueFd error_write;
+    ExecFailurePipe failure;
     UniqueFd output_read;
     UniqueFd output_write;
-    if (!make_pipe(error_read, error_write) ||
+    if (!failure.open() ||
         (options.capture_output && !make_pipe(output_read, output_write))) {
         why = errno_text("cannot create a pipe for", argv[0], errno);
         return false;
@@ -151,7 +167,7 @@ bool run_program(const std::vector<std::string> &argv, const RunOptions &options
     }
     const pid_t pid = ::fork();
     if (pid == 0) {
-        exec_child(cargs.data(), options, output_write.get(), error_write.get(), original);
+        exec_child(cargs.data(), options, output_write.Get(), failure, original);
     }
     const int fork_errno = errno;
     if (pid > 0 && options.forward_signals) {
@@ -165,23 +181,17 @@ bool run_program(const std::vector<std::string> &argv, const RunOptions &options
         why = errno_text("cannot start", argv[0], fork_errno);
         return false;
     }
-    error_write.reset();
-    output_write.reset();
-
-    int exec_errno = 0;
-    ssize_t n;
-    do {
-        n = ::read(error_read.get(), &exec_errno, sizeof exec_errno);
-    } while (n < 0 && errno == EINTR);
-    if (output_read.valid()) {
-        read_all(output_read.get(), result.output);
+    output_write.Reset();
+    const int exec_errno = failure.wait_exec();
+    if (output_read.Valid()) {
+        read_all(output_read.Get(), result.output);
     }
     result.exit_code = wait_for(pid);
     if (options.forward_signals) {
         forward_to_pid = 0;
         set_all_handlers(SIG_DFL, SIG_DFL);
     }
-    if (n == static_cast<ssize_t>(sizeof exec_errno)) {
+    if (exec_errno != 0) {
         why = errno_text("cannot execute", argv[0], exec_errno);
         return false;
     }

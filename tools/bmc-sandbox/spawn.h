@@ -9,7 +9,30 @@
 #include <string>
 #include <vector>
 
+#include "fs_util.h"
+
 namespace sandbox {
+
+// The close-on-exec pipe through which a forked child tells its parent why
+// it could not run its program: a successful exec closes the pipe, so the
+// parent then reads nothing.
+class ExecFailurePipe {
+  public:
+    // Before the fork; false (errno set) when no pipe could be made.
+    [[nodiscard]] bool open();
+    // In the child, until exec async-signal-safe: reports errno and ends
+    // the child with status 127.
+    [[noreturn]] void fail_child() const noexcept;
+    // In the child: runs the program (searched on PATH) or reports why not.
+    [[noreturn]] void exec_child(char *const *argv) const noexcept;
+    // In the parent, after the fork: 0 once the child runs its program,
+    // otherwise the errno of its failure.
+    [[nodiscard]] int wait_exec();
+
+  private:
+    UniqueFd read_;
+    UniqueFd write_;
+};
 
 struct RunOptions {
     // File creation mask of the program, e.g. 077 while a key is written.

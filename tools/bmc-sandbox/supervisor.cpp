@@ -4,7 +4,6 @@
 #include "layout.h"
 #include "service_client.h"
 #include "services.h"
-#include "unique_fd.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -34,18 +33,9 @@ constexpr std::string_view kReady = "ready\n";
 const std::string kRun(kServicesRunDir);
 
 // SIGPIPE is ignored in the supervisor: a reader that went away only
-// ends the write.
-void write_all(int fd, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t n = ::write(fd, text.data(), text.size());
-        if (n < 0 && errno == EINTR) {
-            continue;
-        }
-        if (n <= 0) {
-            return;
-        }
-        text.remove_prefix(static_cast<size_t>(n));
-    }
+// ends the write, which is all a failed answer could do.
+void answer(int fd, std::string_view text) {
+    (void)WriteAll(fd, text.data(), text.size());
 }
 
 void remove_published_files() {
@@ -58,7 +48,7 @@ void remove_published_files() {
 // A fresh run directory with the document root and the link to this tool.
 [[nodiscard]] bool prepare_run_dir(std::string &why) {
     int err = 0;
-    if (connect_control(err).valid()) {
+    if (connect_control(err).Valid()) {
         why = "the services of this sandbox already run (another bmc-sandbox --services on the "
               "same ROOT)";
         return false;
@@ -100,8 +90,8 @@ void remove_published_files() {
     addr.sun_family = AF_UNIX;
     std::memcpy(addr.sun_path, kControlSocket.data(), kControlSocket.size());
     const std::string path(kControlSocket);
-    if (!fd.valid() || ::bind(fd.get(), reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0 ||
-        ::chmod(path.c_str(), 0600) != 0 || ::listen(fd.get(), 16) != 0) {
+    if (!fd.Valid() || ::bind(fd.Get(), reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0 ||
+        ::chmod(path.c_str(), 0600) != 0 || ::listen(fd.Get(), 16) != 0) {
         why = errno_text("cannot listen on", path, errno);
         return {};
     }
@@ -111,15 +101,15 @@ void remove_published_files() {
 // One request, "restart UNIT\n"; answers "ok\n" or "error WHY\n".
 void serve_one(int listen_fd, Services &services) {
     const UniqueFd fd(::accept4(listen_fd, nullptr, nullptr, SOCK_CLOEXEC));
-    if (!fd.valid()) {
+    if (!fd.Valid()) {
         return;
     }
     const timeval timeout{kRequestTimeoutSeconds, 0};
-    ::setsockopt(fd.get(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
+    ::setsockopt(fd.Get(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
     std::string request;
     char buf[256];
     while (request.find('\n') == std::string::npos && request.size() < kMaxRequest) {
-        const ssize_t n = ::read(fd.get(), buf, sizeof buf);
+        const ssize_t n = ::read(fd.Get(), buf, sizeof buf);
         if (n < 0 && errno == EINTR) {
             continue;
         }
@@ -131,12 +121,12 @@ void serve_one(int listen_fd, Services &services) {
     const size_t end = request.find('\n');
     constexpr std::string_view kVerb = "restart ";
     if (end == std::string::npos || !request.starts_with(kVerb)) {
-        write_all(fd.get(), "error malformed request\n");
+        answer(fd.Get(), "error malformed request\n");
         return;
     }
     const std::string unit = request.substr(kVerb.size(), end - kVerb.size());
     std::string why;
-    write_all(fd.get(), services.restart(unit, why) ? "ok\n" : "error " + why + "\n");
+    answer(fd.Get(), services.restart(unit, why) ? "ok\n" : "error " + why + "\n");
 }
 
 void reap_children(Services &services) {
@@ -165,21 +155,21 @@ void reap_children(Services &services) {
     std::string why;
     Services services;
     UniqueFd control;
-    if (!signals.valid()) {
+    if (!signals.Valid()) {
         why = std::string("cannot create a signalfd: ") + std::strerror(errno);
     } else if (prepare_run_dir(why) && services.start_all(why)) {
         control = listen_control(why);
     }
-    if (!control.valid()) {
+    if (!control.Valid()) {
         services.stop_all();
-        write_all(report, why + "\n");
+        answer(report, why + "\n");
         return 1;
     }
-    write_all(report, kReady);
+    answer(report, kReady);
     ::close(report);
 
     for (bool running = true; running;) {
-        pollfd fds[2] = {{signals.get(), POLLIN, 0}, {control.get(), POLLIN, 0}};
+        pollfd fds[2] = {{signals.Get(), POLLIN, 0}, {control.Get(), POLLIN, 0}};
         if (::poll(fds, 2, -1) < 0) {
             if (errno == EINTR) {
                 continue;
@@ -188,7 +178,7 @@ void reap_children(Services &services) {
         }
         if ((fds[0].revents & POLLIN) != 0) {
             signalfd_siginfo info{};
-            if (::read(signals.get(), &info, sizeof info) == sizeof info) {
+            if (::read(signals.Get(), &info, sizeof info) == sizeof info) {
                 if (info.ssi_signo == SIGCHLD) {
                     reap_children(services);
                 } else {
@@ -197,7 +187,7 @@ void reap_children(Services &services) {
             }
         }
         if (running && (fds[1].revents & POLLIN) != 0) {
-            serve_one(control.get(), services);
+            serve_one(control.Get(), services);
         }
     }
     services.stop_all();
@@ -219,24 +209,24 @@ bool start_supervisor(pid_t &pid, std::string &why) {
     const pid_t tool = ::getpid();
     pid = ::fork();
     if (pid == 0) {
-        report_read.reset();
+        report_read.Reset();
         // Dies with the tool, however the tool ends; a session of its own
         // keeps the terminal's signals away.
         if (::prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || ::getppid() != tool) {
             ::_exit(1);
         }
         ::setsid();
-        ::_exit(supervise(report_write.release()));
+        ::_exit(supervise(report_write.Release()));
     }
     if (pid < 0) {
         why = std::string("cannot start the service supervisor: ") + std::strerror(errno);
         return false;
     }
-    report_write.reset();
+    report_write.Reset();
     std::string report;
     char buf[4096];
     for (;;) {
-        const ssize_t n = ::read(report_read.get(), buf, sizeof buf);
+        const ssize_t n = ::read(report_read.Get(), buf, sizeof buf);
         if (n < 0 && errno == EINTR) {
             continue;
         }
@@ -283,7 +273,7 @@ void clear_stale_services() {
         return;
     }
     int err = 0;
-    if (!connect_control(err).valid() && err == ECONNREFUSED) {
+    if (!connect_control(err).Valid() && err == ECONNREFUSED) {
         remove_published_files();
     }
 }

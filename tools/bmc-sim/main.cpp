@@ -13,10 +13,8 @@
 
 namespace {
 
-constexpr size_t kTableSize = 12120, kRecordSize = 756;
-
 int ListUsers(bool json) {
-    std::vector<uint8_t> table(kTableSize);
+    std::vector<uint8_t> table(BMC_USER_TABLE_SIZE);
     const int32_t result = LIB_USER_GetUserInfo(table.data());
     if (result != 0) {
         std::fprintf(stderr, "bmc-sim: cannot read the users: 0x%08X\n",
@@ -24,29 +22,26 @@ int ListUsers(bool json) {
         return 1;
     }
     std::string text, array = "[";
-    for (uint32_t k = 0; k < 16; ++k) {
-        const uint8_t *record = table.data() + k * kRecordSize;
-        if (record[24] == 0) continue;
-        const std::string name(reinterpret_cast<const char *>(record + 25),
-                               strnlen(reinterpret_cast<const char *>(record + 25), 32));
+    for (uint32_t k = 0; k < BMC_USER_RECORD_COUNT; ++k) {
+        const uint8_t *record = table.data() + k * BMC_USER_RECORD_SIZE;
+        const uint8_t id = record[BMC_USER_ID_OFFSET];
+        if (id == 0) continue;
+        const auto *nameField = reinterpret_cast<const char *>(record + BMC_USER_NAME_OFFSET);
+        const std::string name(nameField, strnlen(nameField, BMC_USER_NAME_FIELD - 1));
+        const uint8_t roleId = record[BMC_USER_ROLE_OFFSET];
         char role[17] = {};
-        (void)LIB_USERPRIV_GetRoleNameByPrivRole(record[100], sizeof role, role);
-        const bool anonymous = LIB_USER_CheckAnonymousByUserID(record[24]) == 1;
+        (void)LIB_USERPRIV_GetRoleNameByPrivRole(roleId, sizeof role, role);
+        const bool anonymous = LIB_USER_CheckAnonymousByUserID(id) == 1;
         bmccert::cli::JsonWriter w;
         w.BeginObject();
-        w.Key("id");
-        w.Uint(record[24]);
-        w.Key("name");
-        w.String(name);
-        w.Key("role");
-        w.Uint(record[100]);
-        w.Key("roleName");
-        w.String(role);
-        w.Key("anonymous");
-        w.Uint(anonymous ? 1 : 0);
+        w.Uint("id", id);
+        w.String("name", name);
+        w.Uint("role", roleId);
+        w.String("roleName", role);
+        w.Uint("anonymous", anonymous ? 1 : 0);
         w.EndObject();
         array += (array.size() > 1 ? "," : "") + w.Text();
-        text += std::to_string(record[24]) + '\t' + name + '\t' + role +
+        text += std::to_string(id) + '\t' + name + '\t' + role +
                 (anonymous ? "\tanonymous\n" : "\n");
     }
     // The table holds every sealed password; it does not outlive its use.

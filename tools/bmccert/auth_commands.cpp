@@ -7,7 +7,7 @@
 #include "lib_ssl_auth.h"
 #include "operate_output.h"
 #include "output.h"
-#include "record_text.h"
+#include "frame/field_text.h"
 
 namespace bmccert::cli {
 namespace {
@@ -29,65 +29,52 @@ std::string JsonArray(const std::vector<std::string> &objects) {
 std::string RootJson(const RootCertInfo &root) {
     JsonWriter w;
     w.BeginObject();
-    w.Key("id");
-    w.Uint(root.uiCertId);
-    w.Key("active");
-    w.Uint(root.ucActive);
-    w.Key("fileName");
-    w.String(FieldText(root.szFileName));
-    w.Key("expires");
-    w.String(FieldText(root.szExpDate));
-    w.Key("expTime");
-    w.Int(root.iExpTime);
+    w.Uint("id", root.uiCertId);
+    w.Uint("active", root.ucActive);
+    w.String("fileName", FieldView(root.szFileName));
+    w.String("expires", FieldView(root.szExpDate));
+    w.Int("expTime", root.iExpTime);
     w.EndObject();
     return w.Text();
 }
 
 std::string RootText(const RootCertInfo &root) {
     return std::to_string(root.uiCertId) + (root.ucActive == 1 ? " active " : " ") +
-           std::string(FieldText(root.szFileName)) + " expires " +
-           std::string(FieldText(root.szExpDate)) + '\n';
+           std::string(FieldView(root.szFileName)) + " expires " +
+           std::string(FieldView(root.szExpDate)) + '\n';
 }
 
 std::string ClientJson(const CliCertInfo &client) {
     JsonWriter w;
     w.BeginObject();
-    w.Key("id");
-    w.Uint(client.uiCertId);
-    w.Key("rootId");
-    w.Uint(client.uiRootCertId);
-    w.Key("fileName");
-    w.String(FieldText(client.szFileName));
-    w.Key("serial");
-    w.String(FieldText(client.szSerialNum));
+    w.Uint("id", client.uiCertId);
+    w.Uint("rootId", client.uiRootCertId);
+    w.String("fileName", FieldView(client.szFileName));
+    w.String("serial", FieldView(client.szSerialNum));
     w.EndObject();
     return w.Text();
 }
 
 std::string ClientText(const CliCertInfo &client) {
     return std::to_string(client.uiCertId) + " root " + std::to_string(client.uiRootCertId) + ' ' +
-           std::string(FieldText(client.szFileName)) + " serial " +
-           std::string(FieldText(client.szSerialNum)) + '\n';
+           std::string(FieldView(client.szFileName)) + " serial " +
+           std::string(FieldView(client.szSerialNum)) + '\n';
 }
 
 std::string UserJson(const CertUserBrief &user) {
     JsonWriter w;
     w.BeginObject();
-    w.Key("id");
-    w.Uint(user.ucUserId);
-    w.Key("name");
-    w.String(FieldText(user.szUserName));
-    w.Key("role");
-    w.Uint(user.ucPrivRole);
-    w.Key("roleName");
-    w.String(FieldText(user.szRoleName));
+    w.Uint("id", user.ucUserId);
+    w.String("name", FieldView(user.szUserName));
+    w.Uint("role", user.ucPrivRole);
+    w.String("roleName", FieldView(user.szRoleName));
     w.EndObject();
     return w.Text();
 }
 
 std::string UserText(const CertUserBrief &user) {
-    return std::to_string(user.ucUserId) + ' ' + std::string(FieldText(user.szUserName)) + " (" +
-           std::string(FieldText(user.szRoleName)) + ")\n";
+    return std::to_string(user.ucUserId) + ' ' + std::string(FieldView(user.szUserName)) + " (" +
+           std::string(FieldView(user.szRoleName)) + ")\n";
 }
 
 int Status(bool json) {
@@ -101,14 +88,10 @@ int Status(bool json) {
     if (json) {
         JsonWriter w;
         w.BeginObject();
-        w.Key("support");
-        w.Uint(support);
-        w.Key("authentication");
-        w.Uint(state);
-        w.Key("revocationCheck");
-        w.Uint(revoke);
-        w.Key("activeRootId");
-        w.Uint(active);
+        w.Uint("support", support);
+        w.Uint("authentication", state);
+        w.Uint("revocationCheck", revoke);
+        w.Uint("activeRootId", active);
         w.EndObject();
         return WriteResult(w.Text() + '\n');
     }

@@ -15,7 +15,7 @@
 #include "operate_output.h"
 #include "output.h"
 #include "platform/host/bmc_sim.h"
-#include "record_text.h"
+#include "frame/field_text.h"
 
 namespace bmccert::cli {
 namespace {
@@ -50,21 +50,17 @@ int FollowImport(uint32_t result, const TaskHandle &task, bool json) {
         if (BMCSIM_TaskGet(task.TaskId, &state) != 0 || state.ucState != 0) break;
         std::this_thread::sleep_for(kPollInterval);
     }
-    const std::string text(FieldText(state.szText));
+    const std::string text(FieldView(state.szText));
     if (state.ucState != 2) return ReportFailure("import task did not finish: " + text, result);
     if (!json)
         return WriteResult("task " + std::to_string(task.TaskId) + ": finished, " +
                            std::to_string(state.ucProgress) + "%: " + text + '\n');
     JsonWriter w;
     w.BeginObject();
-    w.Key("task");
-    w.Uint(task.TaskId);
-    w.Key("state");
-    w.Uint(state.ucState);
-    w.Key("progress");
-    w.Uint(state.ucProgress);
-    w.Key("text");
-    w.String(text);
+    w.Uint("task", task.TaskId);
+    w.Uint("state", state.ucState);
+    w.Uint("progress", state.ucProgress);
+    w.String("text", text);
     w.EndObject();
     return WriteResult(w.Text() + '\n');
 }
@@ -98,11 +94,9 @@ int Login(const std::string &serial, bool showPassword, bool json) {
     } else if (json) {
         JsonWriter w;
         w.BeginObject();
-        w.Key("user");
-        w.String(name);
+        w.String("user", name);
         if (showPassword) {
-            w.Key("password");
-            w.String(shown);
+            w.String("password", shown);
         }
         w.EndObject();
         std::string text = w.Text() + '\n';

@@ -7,7 +7,7 @@
 #include "json_writer.h"
 #include "lib_security_sslcert.h"
 #include "output.h"
-#include "record_text.h"
+#include "frame/field_text.h"
 
 namespace bmccert::cli {
 
@@ -17,10 +17,8 @@ int RunType(bool json) {
     if (json) {
         JsonWriter writer;
         writer.BeginObject();
-        writer.Key("type");
-        writer.Uint(type);
-        writer.Key("name");
-        writer.String(CertTypeName(type));
+        writer.Uint("type", type);
+        writer.String("name", CertTypeName(type));
         writer.EndObject();
         return WriteResult(writer.Text() + '\n');
     }
@@ -39,19 +37,16 @@ int RunPaths(uint32_t type, bool json) {
     if (json) {
         JsonWriter writer;
         writer.BeginObject();
-        writer.Key("type");
-        writer.Uint(type);
-        writer.Key("cert");
-        writer.String(FieldText(cert));
-        writer.Key("key");
-        writer.String(FieldText(key));
+        writer.Uint("type", type);
+        writer.String("cert", FieldView(cert));
+        writer.String("key", FieldView(key));
         writer.EndObject();
         return WriteResult(writer.Text() + '\n');
     }
     std::string out = "cert: ";
-    out += FieldText(cert);
+    out += FieldView(cert);
     out += "\nkey: ";
-    out += FieldText(key);
+    out += FieldView(key);
     out += '\n';
     return WriteResult(out);
 }
@@ -72,8 +67,7 @@ int RunDaysLeft(bool json) {
     if (json) {
         JsonWriter writer;
         writer.BeginObject();
-        writer.Key("daysLeft");
-        writer.Int(days);
+        writer.Int("daysLeft", days);
         writer.EndObject();
         return WriteResult(writer.Text() + '\n');
     }

@@ -6,7 +6,7 @@
 #include "json_writer.h"
 #include "output.h"
 #include "platform/bmc_platform.h"
-#include "record_text.h"
+#include "frame/field_text.h"
 
 namespace bmccert::cli {
 namespace {
@@ -25,10 +25,8 @@ int WriteOutcome(std::string_view description, uint32_t code, bool json) {
     if (!json) return WriteResult(std::string(description) + '\n');
     JsonWriter writer;
     writer.BeginObject();
-    writer.Key("result");
-    writer.Uint(code);
-    writer.Key("description");
-    writer.String(description);
+    writer.Uint("result", code);
+    writer.String("description", description);
     writer.EndObject();
     return WriteResult(writer.Text() + '\n');
 }
@@ -39,12 +37,12 @@ int RunGenerate(const GenerateOptions &options, bool json) {
     const SSLCertGenParam request = MakeRequest(options);
     OperateDesc desc{};
     const uint32_t result = LIB_SECURITY_GenAndRestartService(&request, &desc);
-    if (result == SSLCERT_OK) return WriteOutcome(FieldText(desc.szOperateDesc), result, json);
+    if (result == SSLCERT_OK) return WriteOutcome(FieldView(desc.szOperateDesc), result, json);
     if (result == SSLCERT_MGMT_GEN_BAD_REQUEST) {
         if (const auto refused = FindRefusedField(request))
             return ReportFailure(refused->option + " refused: " + refused->why, result);
     }
-    return ReportFailure(std::string(FieldText(desc.szOperateDesc)), result);
+    return ReportFailure(std::string(FieldView(desc.szOperateDesc)), result);
 }
 
 int RunVerify(bool json) {

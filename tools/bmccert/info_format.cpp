@@ -6,7 +6,7 @@
 
 #include "cert_type.h"
 #include "json_writer.h"
-#include "record_text.h"
+#include "frame/field_text.h"
 
 namespace bmccert::cli {
 namespace {
@@ -45,61 +45,51 @@ void AppendName(std::string &out, std::string_view heading, const SSLCertGenPara
     out += heading;
     out += ":\n";
     constexpr std::string_view kIndent = "  ";
-    AppendRow(out, kIndent, "CN", FieldText(name.szCommonName));
-    AppendRow(out, kIndent, "O", FieldText(name.szOrganisation));
-    AppendRow(out, kIndent, "OU", FieldText(name.szOrganisationUnit));
-    AppendRow(out, kIndent, "L", FieldText(name.szLocalityName));
-    AppendRow(out, kIndent, "ST", FieldText(name.szStateName));
-    AppendRow(out, kIndent, "C", FieldText(name.szCountryCode));
-    AppendRow(out, kIndent, "Email", FieldText(name.szEmailAddress));
-}
-
-void Member(JsonWriter &json, std::string_view key, std::string_view text) {
-    json.Key(key);
-    json.String(text);
-}
-
-void Member(JsonWriter &json, std::string_view key, uint32_t number) {
-    json.Key(key);
-    json.Uint(number);
+    AppendRow(out, kIndent, "CN", FieldView(name.szCommonName));
+    AppendRow(out, kIndent, "O", FieldView(name.szOrganisation));
+    AppendRow(out, kIndent, "OU", FieldView(name.szOrganisationUnit));
+    AppendRow(out, kIndent, "L", FieldView(name.szLocalityName));
+    AppendRow(out, kIndent, "ST", FieldView(name.szStateName));
+    AppendRow(out, kIndent, "C", FieldView(name.szCountryCode));
+    AppendRow(out, kIndent, "Email", FieldView(name.szEmailAddress));
 }
 
 void WriteName(JsonWriter &json, std::string_view key, const SSLCertGenParam &name) {
     json.Key(key);
     json.BeginObject();
-    Member(json, "uiKeyLength", name.uiKeyLength);
-    Member(json, "szCommonName", FieldText(name.szCommonName));
-    Member(json, "szOrganisation", FieldText(name.szOrganisation));
-    Member(json, "szOrganisationUnit", FieldText(name.szOrganisationUnit));
-    Member(json, "szLocalityName", FieldText(name.szLocalityName));
-    Member(json, "szStateName", FieldText(name.szStateName));
-    Member(json, "szCountryCode", FieldText(name.szCountryCode));
-    Member(json, "szEmailAddress", FieldText(name.szEmailAddress));
-    Member(json, "uiValidDays", name.uiValidDays);
+    json.Uint("uiKeyLength", name.uiKeyLength);
+    json.String("szCommonName", FieldView(name.szCommonName));
+    json.String("szOrganisation", FieldView(name.szOrganisation));
+    json.String("szOrganisationUnit", FieldView(name.szOrganisationUnit));
+    json.String("szLocalityName", FieldView(name.szLocalityName));
+    json.String("szStateName", FieldView(name.szStateName));
+    json.String("szCountryCode", FieldView(name.szCountryCode));
+    json.String("szEmailAddress", FieldView(name.szEmailAddress));
+    json.Uint("uiValidDays", name.uiValidDays);
     json.EndObject();
 }
 
 void WriteFileInfo(JsonWriter &json, const SSLCertKeyFileInfo &files) {
     json.Key("stKeyFileInfo");
     json.BeginObject();
-    Member(json, "ucCertType", uint32_t{files.ucCertType});
-    Member(json, "szCertFileTime", FieldText(files.szCertFileTime));
-    Member(json, "szKeyFileTime", FieldText(files.szKeyFileTime));
+    json.Uint("ucCertType", uint32_t{files.ucCertType});
+    json.String("szCertFileTime", FieldView(files.szCertFileTime));
+    json.String("szKeyFileTime", FieldView(files.szKeyFileTime));
     json.EndObject();
 }
 
 void WriteConfig(JsonWriter &json, const SSLConfig &config) {
     json.Key("stSSLConfig");
     json.BeginObject();
-    Member(json, "uiPublicKeyLen", config.uiPublicKeyLen);
-    Member(json, "szVersion", FieldText(config.szVersion));
-    Member(json, "szSerialNum", FieldText(config.szSerialNum));
-    Member(json, "szSigAlgorithm", FieldText(config.szSigAlgorithm));
-    Member(json, "szPublicKey", FieldText(config.szPublicKey));
-    Member(json, "szStartDate", FieldText(config.szStartDate));
-    Member(json, "szExpDate", FieldText(config.szExpDate));
-    Member(json, "szSSLServer", FieldText(config.szSSLServer));
-    Member(json, "szKeyUsage", FieldText(config.szKeyUsage));
+    json.Uint("uiPublicKeyLen", config.uiPublicKeyLen);
+    json.String("szVersion", FieldView(config.szVersion));
+    json.String("szSerialNum", FieldView(config.szSerialNum));
+    json.String("szSigAlgorithm", FieldView(config.szSigAlgorithm));
+    json.String("szPublicKey", FieldView(config.szPublicKey));
+    json.String("szStartDate", FieldView(config.szStartDate));
+    json.String("szExpDate", FieldView(config.szExpDate));
+    json.String("szSSLServer", FieldView(config.szSSLServer));
+    json.String("szKeyUsage", FieldView(config.szKeyUsage));
     WriteName(json, "stIssueFrom", config.stIssueFrom);
     WriteName(json, "stIssueTo", config.stIssueTo);
     json.EndObject();
@@ -116,19 +106,19 @@ std::string FormatInfoText(const SSLCertInfo &info) {
     type += ' ';
     type += CertTypeName(files.ucCertType);
     AppendRow(out, "", "Type", type);
-    AppendRow(out, "", "Certificate file time", FieldText(files.szCertFileTime));
-    AppendRow(out, "", "Key file time", FieldText(files.szKeyFileTime));
+    AppendRow(out, "", "Certificate file time", FieldView(files.szCertFileTime));
+    AppendRow(out, "", "Key file time", FieldView(files.szKeyFileTime));
     out += '\n';
 
-    AppendRow(out, "", "Version", FieldText(config.szVersion));
-    AppendRow(out, "", "Serial number", FieldText(config.szSerialNum));
-    AppendRow(out, "", "Signature algorithm", FieldText(config.szSigAlgorithm));
-    AppendRow(out, "", "Public key", FieldText(config.szPublicKey));
+    AppendRow(out, "", "Version", FieldView(config.szVersion));
+    AppendRow(out, "", "Serial number", FieldView(config.szSerialNum));
+    AppendRow(out, "", "Signature algorithm", FieldView(config.szSigAlgorithm));
+    AppendRow(out, "", "Public key", FieldView(config.szPublicKey));
     AppendRow(out, "", "Public key length (bits)", std::to_string(config.uiPublicKeyLen));
-    AppendRow(out, "", "Valid from", FieldText(config.szStartDate));
-    AppendRow(out, "", "Valid until", FieldText(config.szExpDate));
-    AppendRow(out, "", "SSL server", FieldText(config.szSSLServer));
-    AppendRow(out, "", "Key usage", FieldText(config.szKeyUsage));
+    AppendRow(out, "", "Valid from", FieldView(config.szStartDate));
+    AppendRow(out, "", "Valid until", FieldView(config.szExpDate));
+    AppendRow(out, "", "SSL server", FieldView(config.szSSLServer));
+    AppendRow(out, "", "Key usage", FieldView(config.szKeyUsage));
     out += '\n';
 
     AppendName(out, "Issuer", config.stIssueFrom);

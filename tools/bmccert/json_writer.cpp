@@ -116,4 +116,19 @@ void JsonWriter::Uint(uint64_t value) {
     out_ += std::to_string(value);
 }
 
+void JsonWriter::String(std::string_view key, std::string_view text) {
+    Key(key);
+    String(text);
+}
+
+void JsonWriter::Int(std::string_view key, int64_t value) {
+    Key(key);
+    Int(value);
+}
+
+void JsonWriter::Uint(std::string_view key, uint64_t value) {
+    Key(key);
+    Uint(value);
+}
+
 } // namespace bmccert::cli

@@ -28,6 +28,10 @@ class JsonWriter {
     void String(std::string_view text);
     void Int(int64_t value);
     void Uint(uint64_t value);
+    // One member of the object being written: its name, then its value.
+    void String(std::string_view key, std::string_view text);
+    void Int(std::string_view key, int64_t value);
+    void Uint(std::string_view key, uint64_t value);
 
     // The document so far; complete once every object is ended.
     [[nodiscard]] const std::string &Text() const { return out_; }

@@ -4,18 +4,17 @@
 
 #include "json_writer.h"
 #include "output.h"
-#include "record_text.h"
+#include "frame/field_text.h"
 
 namespace bmccert::cli {
 
 int Described(uint32_t result, const OperateDesc &desc, bool json) {
-    const std::string text(FieldText(desc.szOperateDesc));
+    const std::string text(FieldView(desc.szOperateDesc));
     if (result != 0) return ReportFailure(text, result);
     if (!json) return WriteResult(text + '\n');
     JsonWriter w;
     w.BeginObject();
-    w.Key("operation");
-    w.String(text);
+    w.String("operation", text);
     w.EndObject();
     return WriteResult(w.Text() + '\n');
 }

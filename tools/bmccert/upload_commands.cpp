@@ -14,7 +14,7 @@
 #include "lib_security_sslcert.h"
 #include "output.h"
 #include "platform/host/bmc_sim.h"
-#include "record_text.h"
+#include "frame/field_text.h"
 
 namespace bmccert::cli {
 namespace {
@@ -85,23 +85,18 @@ std::string StateName(uint8_t state) {
 
 void WriteTask(JsonWriter &writer, const BMCSIM_TaskState &task) {
     writer.BeginObject();
-    writer.Key("id");
-    writer.Uint(task.uiTaskId);
-    writer.Key("description");
-    writer.String(FieldText(task.szDescription));
-    writer.Key("state");
-    writer.Uint(task.ucState);
-    writer.Key("progress");
-    writer.Uint(task.ucProgress);
-    writer.Key("text");
-    writer.String(FieldText(task.szText));
+    writer.Uint("id", task.uiTaskId);
+    writer.String("description", FieldView(task.szDescription));
+    writer.Uint("state", task.ucState);
+    writer.Uint("progress", task.ucProgress);
+    writer.String("text", FieldView(task.szText));
     writer.EndObject();
 }
 
 std::string TaskLine(const BMCSIM_TaskState &task) {
     return "task " + std::to_string(task.uiTaskId) + ": " + StateName(task.ucState) + ", " +
            std::to_string(task.ucProgress) + "%" +
-           (task.szText[0] != '\0' ? ": " + std::string(FieldText(task.szText)) : "");
+           (task.szText[0] != '\0' ? ": " + std::string(FieldView(task.szText)) : "");
 }
 
 } // namespace
@@ -127,8 +122,7 @@ int RunUpload(const std::string &certPath, const std::string &keyPath, bool json
         writer.BeginObject();
         writer.Key("task");
         WriteTask(writer, task);
-        writer.Key("operationLog");
-        writer.String(entry);
+        writer.String("operationLog", entry);
         writer.EndObject();
         status = WriteResult(writer.Text() + '\n');
     } else {
@@ -151,7 +145,7 @@ int RunTasks(bool json) {
     for (uint32_t id = 1; BMCSIM_TaskGet(id, &task) == 0; ++id) {
         writer.Key(std::to_string(id));
         WriteTask(writer, task);
-        text += TaskLine(task) + " (" + std::string(FieldText(task.szDescription)) + ")\n";
+        text += TaskLine(task) + " (" + std::string(FieldView(task.szDescription)) + ")\n";
     }
     writer.EndObject();
     writer.EndObject();
