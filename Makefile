@@ -2,7 +2,7 @@
 #   make demo  - install what is missing, build, run the main job in a sandboxed
 #                controller with its real TLS tunnel and web server
 #   make test  - install what is missing, build, run the whole test suite
-# For the controller's targets (see README, "Firmware integration"):
+# For the controller's targets (see docs/firmware-integration.md):
 #   make test-armhf      - cross build for 32-bit ARM, the whole suite under qemu-arm
 #   make test-openssl11  - the whole suite against OpenSSL 1.1.1 and its openssl tool
 BUILD_DIR ?= build
