@@ -1,14 +1,15 @@
 #!/usr/bin/env bash
-# The bmccert tool against a factory-fresh controller: what scripts and
-# engineers rely on — the result lines, the JSON, the exit statuses and the
-# single failure line on stderr. Runs inside bmc-sandbox.
+# The bmccert tool against a factory-fresh controller, then where there is
+# none: what scripts and engineers rely on — the result lines, the JSON,
+# the exit statuses, the single failure line on stderr and the waiting for
+# tasks. The library's own rules are left to its suites. Runs inside
+# bmc-sandbox; TOOL may be a wrapper that runs the tool (under valgrind).
+#   usage: cli_test.sh TOOL
 set -u
 tool=${1:?usage: cli_test.sh PATH-TO-BMCCERT}
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-passed=0
-failed=0
-status=0 out='' err=''
+passed=0 failed=0 status=0 out='' err=''
 
 run() {
     "$tool" "$@" >"$work/out" 2>"$work/err"
@@ -41,17 +42,14 @@ for part in sys.argv[2].split("."):
 print(value)' "$work/out" "$1"
 }
 
-valid_json() { python3 -m json.tool "$work/out" >/dev/null 2>&1; }
 is() { [[ $1 == "$2" ]]; }
 matches() { [[ $1 =~ $2 ]]; }
 
-# --- type -----------------------------------------------------------------
+# --- type, paths ----------------------------------------------------------
 run type
 expect "type of the factory certificate" is "$status/$out/$err" "0/4 factory-default/"
 run type --json
 expect "type as JSON" is "$out" '{"type":4,"name":"factory-default"}'
-
-# --- paths ----------------------------------------------------------------
 run paths 6
 expect "paths of the generated temporary type" is "$status/$out" \
     "0/cert: /var/certs/TmpCertGen.pem
@@ -60,40 +58,26 @@ run paths 6 --json
 expect "paths as JSON" is "$(json_get cert) $(json_get key) $(json_get type)" \
     "/var/certs/TmpCertGen.pem /var/certs/TmpPrivkeyGen.pem 6"
 run paths 7
-expect "undefined type fails with the library's code" is "$status/$out/$err" \
+expect "a failure is one line with the library's code" is "$status/$out/$err" \
     "1//bmccert: no paths for certificate type 7: 0x81000001"
-run paths 4294967295
-expect "largest type reaches the library" is "$status/$err" \
-    "1/bmccert: no paths for certificate type 4294967295: 0x81000001"
-for bad in abc -1 4294967296 0x6 ''; do
-    run paths "$bad"
-    expect "paths '$bad' is a usage error" is "$status/$out" "2/"
-done
-run paths
-expect "paths without a type is a usage error" is "$status" 2
+run paths 0x6
+expect "a type that is not plain decimal is a usage error" is "$status/$out" "2/"
 
-# --- info -----------------------------------------------------------------
+# --- info, days-left, refresh -----------------------------------------------
+# The first read comes from the files (and stores the record), the second
+# from the database.
 run info --json
-expect "info is valid JSON" valid_json
-expect "info carries the type" is "$(json_get stKeyFileInfo.ucCertType)" 4
-expect "info carries the key length" is "$(json_get stSSLConfig.uiPublicKeyLen)" 2048
-expect "info carries the subject" is "$(json_get stSSLConfig.stIssueTo.szCommonName)" bmc.local
-expect "info carries the file time" matches "$(json_get stKeyFileInfo.szCertFileTime)" '^[0-9]{4}-'
+expect "info as JSON" is "$(json_get stKeyFileInfo.ucCertType) $(json_get stSSLConfig.stIssueTo.szCommonName)" \
+    "4 bmc.local"
 run info
-expect "info text shows the type" matches "$out" $'(^|\n)Type: +4 factory-default\n'
-expect "info text shows the key length" matches "$out" $'\nPublic key length \\(bits\\): +2048\n'
-expect "info text shows the subject" matches "$out" $'\nSubject:\n  CN: +bmc.local\n'
-
-# --- days-left ------------------------------------------------------------
+expect "info as text" matches "$out" $'(^|\n)Type: +4 factory-default\n.*\nSubject:\n  CN: +bmc.local\n'
 run days-left
-expect "days left is positive" matches "$status/$out" '^0/[1-9][0-9]*$'
+expect "days left" matches "$status/$out" '^0/[1-9][0-9]*$'
 days=$out
 run days-left --json
 expect "days left as JSON" is "$out" "{\"daysLeft\":$days}"
-
-# --- refresh --------------------------------------------------------------
 run refresh
-expect "refresh succeeds" is "$status/$out/$err" "0/refreshed/"
+expect "refresh" is "$status/$out/$err" "0/refreshed/"
 
 # --- generate, verify, install -----------------------------------------------
 request=(--cn 'bmc 7' --org 'Works, Inc' --ou Lab --locality Town --state North --country de
@@ -101,8 +85,6 @@ request=(--cn 'bmc 7' --org 'Works, Inc' --ou Lab --locality Town --state North 
 run generate "${request[@]}" --key-length 4096 --email 'not an address'
 expect "the first refused field is named with its rule" is "$status/$out/$err" \
     "1//bmccert: --key-length refused: must be 1024 or 2048: 0x1800041C"
-run generate "${request[@]}" --ou '12'
-expect "a digits-only unit is refused" matches "$status/$err" '^1/bmccert: --ou refused: .*: 0x1800041C$'
 run verify
 # The openssl tool says why on stderr before the tool's own last line.
 expect "verify without a generated certificate" is "$status/$out/${err##*$'\n'}" \
@@ -110,14 +92,8 @@ expect "verify without a generated certificate" is "$status/$out/${err##*$'\n'}"
 run generate "${request[@]}" --key-length 1024 --days 30 --json
 expect "generate succeeds" is "$status/$out" \
     '0/{"result":0,"description":"Generated SSL certificate successfully."}'
-run info --json
-expect "the new certificate is in force without a refresh" is \
-    "$(json_get stKeyFileInfo.ucCertType) $(json_get stSSLConfig.stIssueTo.szCommonName)" "1 bmc 7"
-expect "the key is private" is "$(stat -c %a /conf/certs/server/user/actualprivkey.pem)" 600
 run install /conf/certs/server/default/server.pem /conf/certs/server/default/privkey.pem
 expect "install an existing pair" is "$status/$out" "0/installed; tunnel restarted, web server restarting"
-run info --json
-expect "the installed pair is in force" is "$(json_get stSSLConfig.stIssueTo.szCommonName)" bmc.local
 run install /nonexistent.pem /conf/certs/server/default/privkey.pem
 expect "install of a missing file" is "$status/$err" "1/bmccert: installation failed: 0x81000001"
 rm -rf /conf/certs/server/user/* /conf/certs/server/server.pem
@@ -139,29 +115,51 @@ expect "tasks lists both imports" is "$(json_get tasks.1.state) $(json_get tasks
 rm -rf /conf/certs/server/user/* /conf/certs/server/server.pem
 
 # --- help and usage -------------------------------------------------------
-for command in type paths info days-left refresh generate verify install upload tasks; do
-    run "$command" --help
-    expect "$command --help" matches "$status/$out" "^0/.*Usage"
-done
 run --help
-expect "--help lists the subcommands" matches "$status/$out" '^0/.*days-left'
+for command in type paths info days-left refresh generate verify install upload tasks auth roots \
+    root clients client users bind unbind login ocsp forget-user explain; do
+    expect "--help describes $command" matches "$out" $'\n  '"$command"' +[A-Z]'
+done
+run generate --help
+expect "generate --help states the limits" matches "$status/$out" '^0/.*1024 or 2048.*1 to 5475'
 run
 expect "no subcommand is a usage error" is "$status/$out" "2/"
 run frobnicate
-expect "an unknown subcommand is a usage error" is "$status/$out" "2/"
+expect "an unknown subcommand is named" is "$status/$out/$err" \
+    "2//bmccert: unknown subcommand 'frobnicate'; see bmccert --help"
 
 # --- results that cannot be written ----------------------------------------
 "$tool" type >/dev/full 2>"$work/err"
 status=$? out='' err=$(<"$work/err")
 expect "a result lost to a full disk is a failure" matches "$status/$err" '^1/bmccert: '
 
-# --- without a certificate --------------------------------------------------
+# --- without a certificate, then without a controller ---------------------------
 rm -f /conf/certs/server/default/server.pem
-run refresh
-expect "refresh without certificate fails in hex" matches "$status/$out/$err" \
-    '^1//bmccert: refresh failed: 0x[0-9A-F]{8}$'
 run type
 expect "no certificate is type 0, not a failure" is "$status/$out" "0/0 none"
+run explain 0x1800041c
+expect "explain a management code" matches "$status/$out" '^0/0x1800041C SSLCERT_MGMT_GEN_BAD_REQUEST: .'
+run explain 98000004
+expect "explain without 0x" matches "$status/$out" '^0/0x98000004 SSLCERT_ERR_CERT_EXPIRED: .'
+run explain 0x12345678
+expect "explain an unknown code" matches "$status/$err" '^1/bmccert: explain: 0x12345678 is not a result code'
+run explain soon
+expect "explain a word" matches "$status/$err" "^2/bmccert: explain: 'soon' is not a hexadecimal code"
+# The sandbox's own /conf/certs: the tool points at bmc-sandbox and leaves
+# the platform's state alone.
+rm -rf /conf/certs
+before=$(find /var/lib/bmc-sim | sort)
+for sub in type info days-left 'paths 4' refresh tasks; do
+    # shellcheck disable=SC2086 # the words of a subcommand line
+    run $sub
+    expect "$sub outside a controller" matches "$status/$out/$err" \
+        '^1//bmccert: /conf/certs does not exist.*bmc-sandbox ROOT -- bmccert'
+done
+run days-left --help
+expect "help outside a controller" matches "$status/$out" '^0/.*Usage: bmccert days-left'
+run explain 0
+expect "explain outside a controller" is "$status/$out" "0/0x00000000 SSLCERT_OK: success"
+expect "the platform state is untouched" is "$(find /var/lib/bmc-sim | sort)" "$before"
 
 echo "$passed passed, $failed failed"
 [[ $failed -eq 0 ]]

@@ -1,33 +1,68 @@
 #!/usr/bin/env bash
-# Checks bmc-sandbox --services: real stunnel and lighttpd on loopback
-# ports, restarted by the sandbox's systemctl, gone when the command ends.
-# Runs as root, like CI. Every client call is bounded by timeout.
+# Checks bmc-sandbox --services where the end-to-end tests do not: a
+# restart answers only once the new process serves, a unit that cannot
+# start fails its restart, sandboxes side by side keep apart, and the
+# services go whenever the command or the tool ends. Runs as root, like
+# CI. Every client call is bounded by timeout.
 #   usage: services_test.sh BMC_SANDBOX WORK_DIR
 set -u
-tool=$(realpath "$1")
-work=$2
-root=$work/root
-passed=0
-failed=0
-
-pass() { passed=$((passed + 1)); }
-fail() { failed=$((failed + 1)); echo "FAIL: $*" >&2; }
+passed=0 failed=0
 check() {  # NAME COMMAND...: passes when COMMAND succeeds
     local name=$1
     shift
-    "$@" && pass || fail "$name"
+    if "$@"; then passed=$((passed + 1)); else failed=$((failed + 1)); echo "FAIL: $name" >&2; fi
 }
 not() { ! "$@"; }
-
 # Serial of the certificate a TLS server on 127.0.0.1:PORT presents.
 served_serial() {
     timeout 10 openssl s_client -connect "127.0.0.1:$1" </dev/null 2>/dev/null |
         openssl x509 -noout -serial 2>/dev/null
 }
 file_serial() { openssl x509 -noout -serial -in "$1"; }
+
+if [ "${1:-}" = --inside ]; then
+    # Inside one sandbox with services: replace the pair, restart one unit
+    # after the other, and break the tunnel's configuration.
+    . /var/lib/bmc-sim/services.env
+    cd /conf/certs/server || exit 1
+    factory=$(file_serial default/server.pem)
+    check "the tunnel serves the factory certificate" [ "$(served_serial "$BMC_SIM_TUNNEL_PORT")" = "$factory" ]
+    check "the web server serves it" [ "$(served_serial "$BMC_SIM_HTTPS_PORT")" = "$factory" ]
+    openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=replaced.bmc.local \
+        -keyout user/actualprivkey.pem -out user/actualcert.pem 2>/dev/null
+    cat user/actualcert.pem user/actualprivkey.pem >server.pem
+    sed -i -e "s|^cert = .*|cert = $PWD/user/actualcert.pem|" \
+        -e "s|^key = .*|key = $PWD/user/actualprivkey.pem|" /conf/adviserd/stunnel.conf
+    new=$(file_serial user/actualcert.pem)
+    systemctl restart stunnel.service
+    check "the tunnel serves the new certificate once its restart returns" \
+        [ "$(served_serial "$BMC_SIM_TUNNEL_PORT")" = "$new" ]
+    check "the web server is not restarted with it" [ "$(served_serial "$BMC_SIM_HTTPS_PORT")" = "$factory" ]
+    systemctl restart lighttpd.service
+    check "the web server serves the new certificate once its restart returns" \
+        [ "$(served_serial "$BMC_SIM_HTTPS_PORT")" = "$new" ]
+    check "ports survive restarts" grep -qx "BMC_SIM_HTTPS_PORT=$BMC_SIM_HTTPS_PORT" /var/lib/bmc-sim/services.env
+    sed -i "s|^cert = .*|cert = $PWD/user/missing.pem|" /conf/adviserd/stunnel.conf
+    error=$(systemctl restart stunnel.service 2>&1)
+    check "a unit that cannot start fails its restart" [ $? -ne 0 ]
+    check "... naming the unit and the missing file" \
+        grep -qz 'restart of stunnel.service failed.*missing.pem' <<<"$error"
+    sed -i "s|^cert = .*|cert = $PWD/user/actualcert.pem|" /conf/adviserd/stunnel.conf
+    systemctl restart stunnel.service
+    check "the tunnel is back after a good restart" [ "$(served_serial "$BMC_SIM_TUNNEL_PORT")" = "$new" ]
+    echo "inside: $passed passed, $failed failed"
+    exit $((failed > 0))
+fi
+
+tool=$(realpath "$1")
+work=$2
+root=$work/root
+state=$root/state
 port_open() { timeout 5 bash -c "exec 3<>/dev/tcp/127.0.0.1/$1" 2>/dev/null; }
 env_port() { sed -n "s/^$2=//p" "$1/state/services.env"; }
-# Waits up to 10 s for the state file NAME of a background sandbox.
+ports() { sed -n 's/.*_PORT=//p' "$1/state/services.env" | sort -u; }
+apart() { [ -n "$(ports "$root")" ] && [ -z "$(comm -12 <(ports "$root") <(ports "$other"))" ]; }
+# Waits up to 10 s for a file of a background sandbox.
 wait_file() { for _ in $(seq 100); do [ -e "$1" ] && return 0; sleep 0.1; done; return 1; }
 # True once none of the pids listed in FILE is alive (waits up to 10 s).
 all_gone() {
@@ -39,14 +74,16 @@ all_gone() {
     done
     return 1
 }
-
 # Run inside a sandbox: writes the pids of the services in its mount
-# namespace to /var/lib/bmc-sim/FILE, then signals readiness.
+# namespace to /var/lib/bmc-sim/service-pids and their web port to
+# /var/lib/bmc-sim/port, then marks itself up.
 record_services='ns=$(readlink /proc/self/ns/mnt)
     for p in /proc/[0-9]*; do
         [ "$(readlink "$p/ns/mnt" 2>/dev/null)" = "$ns" ] || continue
         case $(cat "$p/comm" 2>/dev/null) in stunnel*|lighttpd) echo "${p#/proc/}";; esac
-    done > /var/lib/bmc-sim/service-pids'
+    done > /var/lib/bmc-sim/service-pids
+    . /var/lib/bmc-sim/services.env; echo $BMC_SIM_HTTPS_PORT > /var/lib/bmc-sim/port
+    touch /var/lib/bmc-sim/up'
 
 mkdir -p "$work"
 if ! "$tool" --fresh --services "$root" -- true; then
@@ -54,182 +91,71 @@ if ! "$tool" --fresh --services "$root" -- true; then
     echo "0 passed, 1 failed"
     exit 1
 fi
-factory=$root/conf/certs/server/default/server.pem
-user_cert=$root/conf/certs/server/user/actualcert.pem
 
 # --- provisioning: the combined file the web server serves
 check "server.pem is factory certificate then key" \
     cmp -s "$root/conf/certs/server/server.pem" \
-    <(cat "$factory" "$root/conf/certs/server/default/privkey.pem")
+    <(cat "$root/conf/certs/server/default/server.pem" "$root/conf/certs/server/default/privkey.pem")
 check "server.pem is mode 0600" [ "$(stat -c %a "$root/conf/certs/server/server.pem")" = 600 ]
 "$tool" --services --services "$root" -- true 2>/dev/null
 check "--services twice is a usage error" [ $? -eq 2 ]
-check "controller files keep controller ports" grep -q '^accept = :::7582$' "$root/conf/adviserd/stunnel.conf"
 
-# --- one long sandbox: serve, replace the pair, restart, serve the new one
-"$tool" --services "$root" -- sh -c '
-    set -e
-    . /var/lib/bmc-sim/services.env
-    echo "$BMC_SIM_TUNNEL_PORT $BMC_SIM_HTTPS_PORT" > /var/lib/bmc-sim/ports-before
-    touch /var/lib/bmc-sim/phase1
-    while [ ! -e /var/lib/bmc-sim/go2 ]; do sleep 0.1; done
-
-    cd /conf/certs/server/user
-    openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=replaced.bmc.local \
-        -keyout actualprivkey.pem -out actualcert.pem 2>/dev/null
-    cat actualcert.pem actualprivkey.pem > /conf/certs/server/server.pem
-    sed -i -e "s|^cert = .*|cert = /conf/certs/server/user/actualcert.pem|" \
-           -e "s|^key = .*|key = /conf/certs/server/user/actualprivkey.pem|" /conf/adviserd/stunnel.conf
-    systemctl restart stunnel.service
-    touch /var/lib/bmc-sim/phase2
-    while [ ! -e /var/lib/bmc-sim/go3 ]; do sleep 0.1; done
-    systemctl restart lighttpd.service
-    touch /var/lib/bmc-sim/phase3
-    while [ ! -e /var/lib/bmc-sim/go4 ]; do sleep 0.1; done
-
-    # the library'"'"'s delayed restart of the web server, through /bin/sh
-    openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=delayed.bmc.local \
-        -keyout /var/certs/k.pem -out /var/certs/c.pem 2>/dev/null
-    cat /var/certs/c.pem /var/certs/k.pem > /conf/certs/server/server.pem
-    /bin/sh -c "sleep 2 && systemctl restart lighttpd.service &"
-    touch /var/lib/bmc-sim/phase4
-    while [ ! -e /var/lib/bmc-sim/go5 ]; do sleep 0.1; done
-
-    # a service that cannot start: the restart fails and says why
-    sed -i "s|^cert = .*|cert = /conf/certs/server/user/missing.pem|" /conf/adviserd/stunnel.conf
-    if systemctl restart stunnel.service 2>/var/lib/bmc-sim/restart-error; then exit 3; fi
-    sed -i "s|^cert = .*|cert = /conf/certs/server/user/actualcert.pem|" /conf/adviserd/stunnel.conf
-    systemctl restart stunnel.service
-    '"$record_services"'
-    touch /var/lib/bmc-sim/phase5
-    while [ ! -e /var/lib/bmc-sim/go6 ]; do sleep 0.1; done
-' &
-tool_pid=$!
-state=$root/state
-rm -f "$state"/phase* "$state"/go* "$state/service-pids"
-
-if wait_file "$state/phase1"; then
-    tunnel=$(env_port "$root" BMC_SIM_TUNNEL_PORT)
-    https=$(env_port "$root" BMC_SIM_HTTPS_PORT)
-    check "services.env names both ports" [ -n "$tunnel" -a -n "$https" -a "$tunnel" != "$https" ]
-    check "services.env is what the command sourced" [ "$(cat "$state/ports-before")" = "$tunnel $https" ]
-    check "tunnel serves the factory certificate" [ "$(served_serial "$tunnel")" = "$(file_serial "$factory")" ]
-    check "web server serves the factory certificate" [ "$(served_serial "$https")" = "$(file_serial "$factory")" ]
-    check "derived stunnel.conf accepts on loopback" grep -q "^accept = 127.0.0.1:$tunnel\$" "$state/run/stunnel.conf"
-    check "derived lighttpd.conf binds loopback" grep -q '^server.bind = "127.0.0.1"$' "$state/run/lighttpd.conf"
-    touch "$state/go2"
-else
-    fail "the long sandbox did not start"
-fi
-
-if wait_file "$state/phase2"; then
-    new=$(file_serial "$user_cert")
-    check "tunnel serves the new certificate right after the restart" [ "$(served_serial "$tunnel")" = "$new" ]
-    check "web server still serves the factory one" [ "$(served_serial "$https")" = "$(file_serial "$factory")" ]
-    touch "$state/go3"
-else
-    fail "restart of stunnel.service failed"
-fi
-
-if wait_file "$state/phase3"; then
-    check "web server serves the new certificate right after the restart" [ "$(served_serial "$https")" = "$new" ]
-    check "ports survive restarts" [ "$(env_port "$root" BMC_SIM_TUNNEL_PORT) $(env_port "$root" BMC_SIM_HTTPS_PORT)" = "$tunnel $https" ]
-    touch "$state/go4"
-else
-    fail "restart of lighttpd.service failed"
-fi
-
-if wait_file "$state/phase4"; then
-    delayed=$(file_serial "$root/var/certs/c.pem")
-    check "delayed restart has not happened at once" [ "$(served_serial "$https")" = "$new" ]
-    seen=""
-    for _ in $(seq 50); do
-        seen=$(served_serial "$https")
-        [ "$seen" = "$delayed" ] && break
-        sleep 0.2
-    done
-    check "delayed restart through /bin/sh serves the new certificate" [ "$seen" = "$delayed" ]
-    touch "$state/go5"
-else
-    fail "the long sandbox stopped before the delayed restart"
-fi
-
-if wait_file "$state/phase5"; then
-    check "failed start is reported on stderr" grep -q 'stunnel.service' "$state/restart-error"
-    check "failed start names the missing file" grep -q 'missing.pem' "$state/restart-error"
-    check "tunnel back after a good restart" [ "$(served_serial "$tunnel")" = "$new" ]
-    check "services.log records every restart" [ "$(grep -c '^restart stunnel.service$' "$state/services.log")" -ge 3 ]
-    check "service pids recorded" [ -s "$state/service-pids" ]
-    touch "$state/go6"
-else
-    fail "failed restart was not reported as a failure: $(cat "$state/restart-error" 2>&1)"
-    touch "$state/go6"
-fi
-wait "$tool_pid"
-status=$?
-check "long sandbox exits 0 (got $status)" [ "$status" -eq 0 ]
-check "services stop when the command ends" all_gone "$state/service-pids"
-check "tunnel port closed" not port_open "$tunnel"
-check "https port closed" not port_open "$https"
-check "services.env removed" [ ! -e "$state/services.env" ]
+"$tool" --services "$root" -- bash "$(realpath "$0")" --inside
+check "the checks inside the sandbox pass" [ $? -eq 0 ]
+check "the controller's files keep the controller's ports" \
+    grep -q '^accept = :::7582$' "$root/conf/adviserd/stunnel.conf"
 check "without --services systemctl only records" \
     "$tool" "$root" -- sh -c 'systemctl restart stunnel.service && test ! -S /var/lib/bmc-sim/run/control.sock'
 
 # --- two sandboxes side by side get different ports and serve their own
 other=$work/other
-"$tool" --fresh --services "$other" -- true || fail "second sandbox"
-for r in "$root" "$other"; do rm -f "$r/state/up" "$r/state/down"; done
+"$tool" --fresh --services "$other" -- true || check "a second sandbox starts" false
 for r in "$root" "$other"; do
+    rm -f "$r/state/up" "$r/state/down"
     "$tool" --services "$r" -- sh -c 'touch /var/lib/bmc-sim/up
         while [ ! -e /var/lib/bmc-sim/down ]; do sleep 0.1; done' &
 done
 if wait_file "$root/state/up" && wait_file "$other/state/up"; then
-    a=$(env_port "$root" BMC_SIM_HTTPS_PORT) b=$(env_port "$other" BMC_SIM_HTTPS_PORT)
-    check "side by side: different web ports" [ -n "$a" -a -n "$b" -a "$a" != "$b" ]
-    check "side by side: different tunnel ports" \
-        [ "$(env_port "$root" BMC_SIM_TUNNEL_PORT)" != "$(env_port "$other" BMC_SIM_TUNNEL_PORT)" ]
+    check "side by side: no port in common" apart
+    b=$(env_port "$other" BMC_SIM_HTTPS_PORT)
     check "side by side: the second serves its own certificate" \
         [ "$(served_serial "$b")" = "$(file_serial "$other/conf/certs/server/server.pem")" ]
-    check "side by side: the two certificates differ" [ "$(served_serial "$a")" != "$(served_serial "$b")" ]
     check "a third sandbox on a busy ROOT is refused" not "$tool" --services "$root" -- true 2>/dev/null
+else
+    check "both sandboxes start" false
 fi
 touch "$root/state/down" "$other/state/down"
 wait
 
 # --- every way the command or the tool can end stops the services
-ends() {  # NAME: starts a sandbox, ends it by NAME, checks the services are gone
-    local name=$1 pids=$root/state/service-pids
-    rm -f "$pids" "$root/state/up"
-    case $name in
-    command-killed)
+for end in command-exits command-KILL tool-TERM tool-KILL; do
+    rm -f "$state/service-pids" "$state/up" "$state/port"
+    case $end in
+    command-*)
         "$tool" --services "$root" -- sh -c "$record_services"'
-            touch /var/lib/bmc-sim/up; kill -KILL $$'
-        check "$name: exit status 137" [ $? -eq 137 ] ;;
-    tool-sigterm | tool-sigkill)
+            [ '"$end"' = command-exits ] || kill -KILL $$' ;;
+    tool-*)
         "$tool" --services "$root" -- sh -c "$record_services"'
-            echo $$ > /var/lib/bmc-sim/command-pid; touch /var/lib/bmc-sim/up
-            exec sleep 60' &
-        local pid=$!
-        wait_file "$root/state/up" || fail "$name: sandbox did not start"
-        case $name in tool-sigterm) kill -TERM "$pid" ;; *) kill -KILL "$pid" ;; esac
-        wait "$pid" 2>/dev/null ;;
+            echo $$ > /var/lib/bmc-sim/command-pid; exec sleep 60' &
+        pid=$!
+        wait_file "$state/up" || check "$end: the sandbox starts" false
+        kill -s "${end#tool-}" "$pid"
+        wait "$pid" ;;
     esac
-    local port=$(env_port "$root" BMC_SIM_HTTPS_PORT 2>/dev/null)
-    check "$name: pids recorded" [ -s "$pids" ]
-    check "$name: no stunnel or lighttpd of the sandbox remains" all_gone "$pids"
-    [ -z "$port" ] || check "$name: port closed" not port_open "$port"
-    if [ "$name" = tool-sigkill ]; then
-        # The command outlives a killed tool (as without --services); the
-        # next run clears what the killed supervisor left.
-        kill "$(cat "$root/state/command-pid")" 2>/dev/null
-        check "$name: next run without services only records" \
-            "$tool" "$root" -- sh -c 'systemctl restart lighttpd.service'
-        check "$name: next run with services starts" "$tool" --services "$root" -- true
-    fi
-}
-ends command-killed
-ends tool-sigterm
-ends tool-sigkill
+    # The command's own fate for the first three, the tool's for the last.
+    check "$end: exit status" [ $? -eq "$(case $end in command-exits) echo 0 ;; tool-TERM) echo 143 ;;
+        *) echo 137 ;; esac)" ]
+    check "$end: pids recorded" [ -s "$state/service-pids" ]
+    check "$end: no stunnel or lighttpd of the sandbox remains" all_gone "$state/service-pids"
+    check "$end: port closed" not port_open "$(cat "$state/port")"
+    [ $end = tool-KILL ] || check "$end: services.env removed" [ ! -e "$state/services.env" ]
+done
+# The command outlives a killed tool (as without --services); the next run
+# clears what the killed supervisor left.
+kill "$(cat "$state/command-pid")" 2>/dev/null
+check "after a killed tool: the next run without services only records" \
+    "$tool" "$root" -- sh -c 'systemctl restart lighttpd.service'
+check "after a killed tool: the next run with services starts" "$tool" --services "$root" -- true
 
 echo "$passed passed, $failed failed"
 [ "$failed" -eq 0 ]

