@@ -6,11 +6,18 @@
 // no caller may wait forever.
 #include <gtest/gtest.h>
 
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <functional>
+#include <new>
 #include <sstream>
 #include <thread>
 #include <vector>
@@ -18,7 +25,6 @@
 #include "lib_security_sslcert.h"
 #include "lib_ssl_auth.h"
 #include "platform/host/bmc_sim.h"
-#include "tests/concurrency/child_processes.h"
 #include "tests/sslauth/auth_fixture.h"
 
 namespace bmctest {
@@ -90,27 +96,23 @@ std::string Rewritten(const std::string &config, const PathPair &pair) {
 std::string Code(uint32_t result) {
     char text[32];
     std::snprintf(text, sizeof text, "result 0x%08X", result);
-    return text;
+    return result == 0 ? "" : text;
 }
 
 std::string CompareInfo(uint32_t result, const SSLCertInfo &info, const Expected &expected) {
-    if (result != 0) return Code(static_cast<uint32_t>(result));
+    if (result != 0) return Code(result);
     return std::memcmp(&info, &expected.info, sizeof info) == 0 ? "" : "record differs";
 }
 
 // One call of the kind; empty when it gave the documented result.
 std::string Round(Kind kind, int turn, const Expected &expected) {
+    SSLCertInfo info{};
     switch (kind) {
-    case kRefresh: {
-        const int32_t result = SECURITY_UpdateCertInfo();
-        return result == 0 ? "" : Code(static_cast<uint32_t>(result));
-    }
-    case kFileRead: {
-        SSLCertInfo info{};
+    case kRefresh:
+        return Code(static_cast<uint32_t>(SECURITY_UpdateCertInfo()));
+    case kFileRead:
         return CompareInfo(SECURITY_GetCertInfoFromFile(&info), info, expected);
-    }
     case kCachedRead: {
-        SSLCertInfo info{};
         const std::string failure = CompareInfo(LIB_SECURITY_GetCertInfo(&info), info, expected);
         const int32_t days = LIB_SECURITY_GetCertLeftExpires();
         // A midnight of the expiry's clock may pass during the run.
@@ -118,26 +120,21 @@ std::string Round(Kind kind, int turn, const Expected &expected) {
             return "days left " + std::to_string(days);
         return failure;
     }
-    case kRewrite: {
-        const PathPair &pair = kPairs[turn % 2];
-        const uint32_t result =
-            LIB_SECURITY_SSL_ModStunnelConfFile(pair.cert.c_str(), pair.key.c_str());
-        return result == 0 ? "" : Code(static_cast<uint32_t>(result));
-    }
+    case kRewrite:
+        return Code(LIB_SECURITY_SSL_ModStunnelConfFile(kPairs[turn % 2].cert.c_str(),
+                                                        kPairs[turn % 2].key.c_str()));
     case kTunnelRead: {
         const std::string config = ReadFile(kTunnelConfig);
         if (config == expected.tunnel[0] || config == expected.tunnel[1]) return "";
-        return "torn configuration of " + std::to_string(config.size()) + " bytes in " +
-               std::to_string(std::count(config.begin(), config.end(), '\n')) + " lines";
+        return "torn configuration of " + std::to_string(config.size()) + " bytes";
     }
     case kLogin: {
         char name[33] = {}, password[41] = {};
         const uint32_t result =
             LIB_SSL_GetNamePwdBySerial(kSerial, sizeof name, name, sizeof password, password);
-        if (result != 0) return Code(static_cast<uint32_t>(result));
-        return std::string(name) + "/" + password == "operator/op-secret"
-                   ? ""
-                   : std::string("got ") + name + "/" + password;
+        if (result != 0) return Code(result);
+        const std::string got = std::string(name) + "/" + password;
+        return got == "operator/op-secret" ? "" : "got " + got;
     }
     case kKinds:
         break;
@@ -171,6 +168,47 @@ int WorkerProcess(int process, const Expected &expected, Board &board) {
     return 0;
 }
 
+// Forks one worker per process, each leaving with _exit so that no
+// destructor or exit handler of the forked test runner runs twice; waits
+// for them until the limit has passed and kills the rest. One text per
+// worker: "exit N", "signal N" or "killed at the deadline". Called while
+// this process has a single thread: a child of a threaded process may
+// inherit a lock that another thread held.
+std::vector<std::string> RunWorkers(const std::function<int(int)> &body,
+                                    std::chrono::steady_clock::duration limit) {
+    std::vector<pid_t> pids;
+    for (int p = 0; p < kProcesses; ++p) {
+        const pid_t pid = fork();
+        if (pid == 0) {
+            int status = 99;
+            try {
+                status = body(p);
+            } catch (...) {
+            }
+            _exit(status);
+        }
+        pids.push_back(pid);
+    }
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    std::vector<std::string> outcomes;
+    for (const pid_t pid : pids) {
+        int status = 0;
+        pid_t done = 0;
+        while (pid > 0 && (done = waitpid(pid, &status, WNOHANG)) == 0 &&
+               std::chrono::steady_clock::now() < deadline)
+            std::this_thread::sleep_for(20ms);
+        if (pid > 0 && done != pid) {
+            (void)kill(pid, SIGKILL);
+            (void)waitpid(pid, nullptr, 0);
+        }
+        outcomes.push_back(pid < 0         ? "not started"
+                           : done != pid   ? "killed at the deadline"
+                           : WIFEXITED(status) ? "exit " + std::to_string(WEXITSTATUS(status))
+                                               : "signal " + std::to_string(WTERMSIG(status)));
+    }
+    return outcomes;
+}
+
 class ConcurrencyTest : public AuthTest {
   protected:
     void SetUp() override {
@@ -202,16 +240,15 @@ class ConcurrencyTest : public AuthTest {
 };
 
 TEST_F(ConcurrencyTest, EveryCallerGetsWholeResultsAndNothingIsLeftBehind) {
-    SharedRecord<Board> board;
-    {
-        // Forked before any thread of this process starts. The deadline
-        // catches a deadlock, not a slow machine: sanitizer builds on two
-        // busy cores take a third of it.
-        ChildProcesses children;
-        for (int p = 0; p < kProcesses; ++p)
-            ASSERT_TRUE(children.Start([&, p] { return WorkerProcess(p, expected_, *board); }));
-        EXPECT_EQ(children.Wait(150s), std::vector<std::string>(kProcesses, "exit 0"));
-    }
+    // The workers report in memory shared with this process.
+    void *shared =
+        mmap(nullptr, sizeof(Board), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(shared, MAP_FAILED);
+    Board *board = new (shared) Board{};
+    // The deadline catches a deadlock, not a slow machine: sanitizer builds
+    // on two busy cores take a third of it.
+    EXPECT_EQ(RunWorkers([&](int p) { return WorkerProcess(p, expected_, *board); }, 150s),
+              std::vector<std::string>(kProcesses, "exit 0"));
     std::string notes;
     for (uint32_t i = 0; i < std::min<uint32_t>(board->notes, kProcesses); ++i)
         notes += std::string(board->note[i]) + "\n";
@@ -235,6 +272,7 @@ TEST_F(ConcurrencyTest, EveryCallerGetsWholeResultsAndNothingIsLeftBehind) {
     SSLCertInfo info{};
     EXPECT_EQ(CompareInfo(LIB_SECURITY_GetCertInfo(&info), info, expected_), "");
     EXPECT_EQ(ReadDiags(), std::vector<Diag>{});
+    munmap(shared, sizeof(Board));
 }
 
 } // namespace

@@ -18,9 +18,6 @@ expect_status() {  # NAME WANTED COMMAND...
     local got=$?
     [ "$got" -eq "$wanted" ] && pass || fail "$name: exit status $got, wanted $wanted"
 }
-expect_match() {  # NAME PATTERN TEXT
-    grep -qE -- "$2" <<<"$3" && pass || fail "$1: no line matches /$2/"
-}
 in_sandbox() { "$tool" "$root" -- "$@"; }
 fingerprint() { in_sandbox openssl x509 -in "$cert" -noout -fingerprint -sha256; }
 
@@ -54,7 +51,7 @@ expect_status "colon in root" 2 "$tool" "$work/a:b" -- true
 expect_status "help" 0 "$tool" --help
 
 # A root reached by a relative path works and is handed on absolute.
-expect_match "relative root" "^$root\$" "$(cd "$work" && "$tool" root -- printenv BMC_SANDBOX_ROOT)"
+[ "$(cd "$work" && "$tool" root -- printenv BMC_SANDBOX_ROOT)" = "$root" ] && pass || fail "relative root"
 
 # A link planted in the root must not carry provisioning outside it.
 mkdir -p "$work/linked/elsewhere" && ln -sfn elsewhere "$work/linked/conf"
@@ -77,14 +74,8 @@ wait "$tool_pid"
 status=$?
 [ "$status" -eq 42 ] && pass || fail "SIGTERM not passed on: exit status $status"
 
-# --- factory certificate: self-signed, with the extension file's extensions,
-# its key private (the library's suites read its size and purpose, the
-# services serve it)
-text=$(in_sandbox openssl x509 -in "$cert" -noout -text)
-expect_match "not a CA" 'CA:FALSE' "$text"
-expect_match "key usage" 'Digital Signature, Key Encipherment' "$text"
-expect_match "subject alt name" 'DNS:bmc\.local' "$text"
-expect_match "self-signed" 'OK$' "$(in_sandbox openssl verify -CAfile "$cert" "$cert" 2>&1)"
+# --- the factory key is private (the library's suites read the certificate,
+# the services serve it)
 [ "$(in_sandbox stat -c %a "$key")" = 600 ] && pass || fail "private key is not mode 0600"
 
 # --- nothing reaches the host: files stay in ROOT, mounts die with the sandbox

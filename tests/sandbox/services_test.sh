@@ -21,35 +21,27 @@ served_serial() {
 file_serial() { openssl x509 -noout -serial -in "$1"; }
 
 if [ "${1:-}" = --inside ]; then
-    # Inside one sandbox with services: replace the pair, restart one unit
-    # after the other, and break the tunnel's configuration.
+    # Inside a sandbox with services (the end-to-end tests see the library
+    # restart them): a restart answers only once the new process serves, and
+    # a unit that cannot start fails it.
     . /var/lib/bmc-sim/services.env
     cd /conf/certs/server || exit 1
-    factory=$(file_serial default/server.pem)
-    check "the tunnel serves the factory certificate" [ "$(served_serial "$BMC_SIM_TUNNEL_PORT")" = "$factory" ]
-    check "the web server serves it" [ "$(served_serial "$BMC_SIM_HTTPS_PORT")" = "$factory" ]
     openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=replaced.bmc.local \
         -keyout user/actualprivkey.pem -out user/actualcert.pem 2>/dev/null
     cat user/actualcert.pem user/actualprivkey.pem >server.pem
     sed -i -e "s|^cert = .*|cert = $PWD/user/actualcert.pem|" \
         -e "s|^key = .*|key = $PWD/user/actualprivkey.pem|" /conf/adviserd/stunnel.conf
     new=$(file_serial user/actualcert.pem)
-    systemctl restart stunnel.service
-    check "the tunnel serves the new certificate once its restart returns" \
+    systemctl restart stunnel.service lighttpd.service
+    check "the tunnel serves the new certificate once the restart returns" \
         [ "$(served_serial "$BMC_SIM_TUNNEL_PORT")" = "$new" ]
-    check "the web server is not restarted with it" [ "$(served_serial "$BMC_SIM_HTTPS_PORT")" = "$factory" ]
-    systemctl restart lighttpd.service
-    check "the web server serves the new certificate once its restart returns" \
-        [ "$(served_serial "$BMC_SIM_HTTPS_PORT")" = "$new" ]
+    check "so does the web server" [ "$(served_serial "$BMC_SIM_HTTPS_PORT")" = "$new" ]
     check "ports survive restarts" grep -qx "BMC_SIM_HTTPS_PORT=$BMC_SIM_HTTPS_PORT" /var/lib/bmc-sim/services.env
     sed -i "s|^cert = .*|cert = $PWD/user/missing.pem|" /conf/adviserd/stunnel.conf
     error=$(systemctl restart stunnel.service 2>&1)
     check "a unit that cannot start fails its restart" [ $? -ne 0 ]
     check "... naming the unit and the missing file" \
         grep -qz 'restart of stunnel.service failed.*missing.pem' <<<"$error"
-    sed -i "s|^cert = .*|cert = $PWD/user/actualcert.pem|" /conf/adviserd/stunnel.conf
-    systemctl restart stunnel.service
-    check "the tunnel is back after a good restart" [ "$(served_serial "$BMC_SIM_TUNNEL_PORT")" = "$new" ]
     echo "inside: $passed passed, $failed failed"
     exit $((failed > 0))
 fi

@@ -33,22 +33,8 @@ void AuthTest::PutBytes(uint32_t key, const void *data, uint32_t size) {
     ASSERT_EQ(DB_PutInternal(__FILE__, __LINE__, DB_GetCurrentDb(), key, size, data), 0);
 }
 
-RootCertList AuthTest::Roots() {
-    RootCertList list{};
-    EXPECT_EQ(DB_Get(DB_GetCurrentDb(), SSL_AUTH_DB_KEY_ROOT_LIST, sizeof list, &list), 0);
-    return list;
-}
-
-CliCertList AuthTest::Clients() {
-    CliCertList list{};
-    EXPECT_EQ(DB_Get(DB_GetCurrentDb(), SSL_AUTH_DB_KEY_CLIENT_LIST, sizeof list, &list), 0);
-    return list;
-}
-
-CliCertUserList AuthTest::Bindings() {
-    CliCertUserList list{};
-    EXPECT_EQ(DB_Get(DB_GetCurrentDb(), SSL_AUTH_DB_KEY_USER_LIST, sizeof list, &list), 0);
-    return list;
+void AuthTest::GetBytes(uint32_t key, void *data, uint32_t size) {
+    EXPECT_EQ(DB_Get(DB_GetCurrentDb(), key, size, data), 0);
 }
 
 RootCertInfo AuthTest::RootEntry(uint32_t id, int32_t expTime, uint8_t active) {
@@ -141,16 +127,19 @@ std::vector<RpcCall> AuthTest::RpcLog() {
     std::ifstream in(BMCSIM_RPC_LOG);
     for (std::string line; std::getline(in, line);) {
         std::istringstream fields(line);
-        RpcCall call;
-        std::getline(fields, call.module, '\t');
-        std::getline(fields, call.command, '\t');
-        std::getline(fields, call.length, '\t');
-        std::getline(fields, call.waitLimit, '\t');
-        std::getline(fields, call.requestHex, '\t');
-        std::getline(fields, call.result, '\t');
-        calls.push_back(call);
+        RpcCall &call = calls.emplace_back();
+        for (std::string *field : {&call.module, &call.command, &call.length, &call.waitLimit,
+                                   &call.requestHex, &call.result})
+            std::getline(fields, *field, '\t');
     }
     return calls;
+}
+
+std::vector<Diag> AuthTest::Handling(const std::vector<std::string> &messages) {
+    std::vector<Diag> diags;
+    for (const std::string &message : messages)
+        diags.push_back({31, 2, 4, message});
+    return diags;
 }
 
 } // namespace bmctest

@@ -56,12 +56,9 @@ TEST_F(ImportTest, FileNameRulesAtTheirEdges) {
         ClearDiagLog();
         TaskHandle task{};
         EXPECT_EQ(LIB_SSL_ImportRootCert(&origin, path.c_str(), 1000, &task), code);
-        const std::vector<Diag> expected =
-            message.empty()
-                ? std::vector<Diag>{{31, 2, 4, owner}}
-                : std::vector<Diag>{{31, 2, 4, message},
-                                    {31, 2, 4, "Check cert file path=" + path + " invalid.\n"}};
-        EXPECT_EQ(ReadDiags(), expected);
+        EXPECT_EQ(ReadDiags(), message.empty() ? Handling({owner})
+                                               : Handling({message, "Check cert file path=" + path +
+                                                                        " invalid.\n"}));
     };
     for (const Case &c : cases)
         check(c.path, c.code, c.message);
@@ -104,7 +101,6 @@ TEST_F(ImportTest, FailedImportsAreMappedAndLoggedOnce) {
     ASSERT_EQ(log.size(), std::size(cases));
     EXPECT_EQ(log[0], "7\t67\tFailed to import root certificate.\talice\t10.0.0.9");
     EXPECT_EQ(log[3], "7\t67\tFailed to import client certificate.\talice\t10.0.0.9");
-
 }
 
 TEST_F(ImportTest, DeletionsDescribeTheirOutcome) {
@@ -121,8 +117,7 @@ TEST_F(ImportTest, DeletionsDescribeTheirOutcome) {
     unsetenv(BMCSIM_ENV_FAULTS);
     ClearDiagLog();
     EXPECT_EQ(LIB_SSL_DelRootCert(21, 1000, &desc), 0x1800060Fu);
-    EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 2, 4, "CertId=21 out of range.\n"},
-                                              {31, 2, 4, "RootCert id=21 is not exist.\n"}}));
+    EXPECT_EQ(ReadDiags(), Handling({"CertId=21 out of range.\n", "RootCert id=21 is not exist.\n"}));
 
     desc = {};
     ASSERT_EQ(LIB_SSL_DelClientCert(1, 1000, &desc), 0u);

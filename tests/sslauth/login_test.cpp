@@ -106,9 +106,8 @@ TEST_F(LoginTest, RevocationCheckingGatesTheLogin) {
     ClearDiagLog();
     EXPECT_EQ(Login("0ABCDE", name, password), 0x18000E17u);
     EXPECT_EQ(name, "name untouched");
-    const auto diags = ReadDiags();
-    ASSERT_FALSE(diags.empty());
-    EXPECT_EQ(diags.back(), (Diag{31, 2, 4, "Cert Revoke Check error, iRet=-1845493720.\n"}));
+    ASSERT_FALSE(ReadDiags().empty());
+    EXPECT_EQ(ReadDiags().back(), (Diag{31, 2, 4, "Cert Revoke Check error, iRet=-1845493720.\n"}));
 
     SetFaults("DB_Get.0x214103FF=1");
     EXPECT_EQ(Login("0ABCDE", name, password), 0x18000E18u);
@@ -124,8 +123,7 @@ TEST_F(LoginTest, CleanUpUnbindsTheUsersCertificate) {
     const size_t calls = RpcLog().size();
     LIB_SSL_ClearCertUserInfo(0);
     LIB_SSL_ClearCertUserInfo(17);
-    EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 2, 4, "User id=0 out of range.\n"},
-                                              {31, 2, 4, "User id=17 out of range.\n"}}));
+    EXPECT_EQ(ReadDiags(), Handling({"User id=0 out of range.\n", "User id=17 out of range.\n"}));
     ClearDiagLog();
     LIB_SSL_ClearCertUserInfo(2); // holds nothing: not a call, not a word
     CliCertUserList bindings = Bindings();

@@ -103,11 +103,9 @@ TEST_F(OcspTest, OnlyAnExplicitGoodPasses) {
     // https is refused before anybody is contacted.
     ClearDiagLog();
     EXPECT_EQ(LIB_SSL_CertRevokeCheck(6), 0x92000028u);
-    EXPECT_EQ(
-        ReadDiags(),
-        (std::vector<Diag>{{31, 2, 4,
-                            "Parse OutBuffer=https://127.0.0.1:" + std::to_string(silent.Port()) +
-                                "/\n not have link_str:http://.\n"}}));
+    EXPECT_EQ(ReadDiags(), Handling({"Parse OutBuffer=https://127.0.0.1:" +
+                                     std::to_string(silent.Port()) +
+                                     "/\n not have link_str:http://.\n"}));
 
     // The status is matched on the whole path: a revoked certificate at a
     // path too long for the expected text still fails.
@@ -121,10 +119,8 @@ TEST_F(OcspTest, OnlyAnExplicitGoodPasses) {
     SetFaults("BMC_GetCmdOutLineBuffer=1");
     ClearDiagLog();
     EXPECT_EQ(LIB_SSL_CertRevokeCheck(1), 0x92000027u);
-    EXPECT_EQ(ReadDiags(),
-              (std::vector<Diag>{{31, 2, 4,
-                                  "Failed to run SSLCmd=openssl x509 -in "
-                                  "'/conf/certs/client/good.pem' -noout -ocsp_uri.\n"}}));
+    EXPECT_EQ(ReadDiags(), Handling({"Failed to run SSLCmd=openssl x509 -in "
+                                     "'/conf/certs/client/good.pem' -noout -ocsp_uri.\n"}));
     SetFaults("BMC_GetCmdOutAllBuffer=1");
     EXPECT_EQ(LIB_SSL_CertRevokeCheck(1), 0x92000027u);
     unsetenv(BMCSIM_ENV_FAULTS);
@@ -158,7 +154,7 @@ TEST_F(OcspTest, IssuerFromTheWebServerConfiguration) {
     EXPECT_STREQ(path, "untouched");
     ClearDiagLog();
     EXPECT_EQ(LIB_SSL_CertRevokeCheck(1), 0x9200002Bu);
-    EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 2, 4, "RootCert not found.\n"}}));
+    EXPECT_EQ(ReadDiags(), Handling({"RootCert not found.\n"}));
     fs::remove(kWebConfig);
     EXPECT_EQ(LIB_SSL_GetAuthRootCertPath(sizeof path, path), 0x92000022u);
     EXPECT_EQ(LIB_SSL_CertRevokeCheck(1), 0x92000022u);

@@ -28,11 +28,11 @@ TEST_F(RecordsTest, FactoryStateAndStoredBytesPassedThrough) {
     EXPECT_TRUE(ReadDiags().empty());
 }
 
-TEST_F(RecordsTest, PresenceByIdTestsOnlyTheSlot) {
+TEST_F(RecordsTest, PresenceByIdTestsOnlyTheSlotAndTheLowestActiveRootWins) {
     RootCertList roots{};
     roots.astRootCert[0] = RootEntry(1, kFarFuture);
-    roots.astRootCert[19] = RootEntry(20, kFarFuture);
-    roots.astRootCert[4] = RootEntry(4, kFarFuture); // a stray id in slot 5
+    roots.astRootCert[19] = RootEntry(20, kFarFuture, 1);
+    roots.astRootCert[4] = RootEntry(4, kFarFuture, 1); // a stray id in slot 5
     Put(SSL_AUTH_DB_KEY_ROOT_LIST, roots);
     CliCertList clients{};
     clients.astCliCert[19] = ClientEntry(20, 1, "0A");
@@ -59,35 +59,24 @@ TEST_F(RecordsTest, PresenceByIdTestsOnlyTheSlot) {
         const RootCertInfo untouched = out;
         EXPECT_EQ(LIB_SSL_IsExistRootCert(c.id, &out), c.exists);
         EXPECT_EQ(LIB_SSL_GetRootCertInfo(c.id, &info), c.info);
-        if (c.exists) {
-            EXPECT_EQ(std::memcmp(&out, &roots.astRootCert[c.id - 1], sizeof out), 0);
-            EXPECT_TRUE(ReadDiags().empty());
-        } else {
-            EXPECT_EQ(std::memcmp(&out, &untouched, sizeof out), 0);
-            EXPECT_EQ(ReadDiags(),
-                      (std::vector<Diag>{{31, 2, 4, c.existText}, {31, 2, 4, c.infoText}}));
-        }
+        const RootCertInfo &expected = c.exists ? roots.astRootCert[c.id - 1] : untouched;
+        EXPECT_EQ(std::memcmp(&out, &expected, sizeof out), 0);
+        EXPECT_EQ(ReadDiags(), c.exists ? Handling({}) : Handling({c.existText, c.infoText}));
     }
     CliCertInfo client{};
     EXPECT_EQ(LIB_SSL_IsExistClientCert(20, &client), 1);
     EXPECT_STREQ(client.szSerialNum, "0A");
     ClearDiagLog();
     EXPECT_EQ(LIB_SSL_IsExistClientCert(19, &client), 0);
-    EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 2, 4, "ClinetCertId=19 is Diff.\n"}}));
-}
+    EXPECT_EQ(ReadDiags(), Handling({"ClinetCertId=19 is Diff.\n"}));
 
-TEST_F(RecordsTest, ActiveRootLowerIndexWinsAndNoneLeavesTheValue) {
-    RootCertList roots{};
-    roots.astRootCert[2] = RootEntry(3, kFarFuture, 1);
-    roots.astRootCert[6] = RootEntry(7, kFarFuture, 1);
-    Put(SSL_AUTH_DB_KEY_ROOT_LIST, roots);
     uint32_t id = 99;
     EXPECT_EQ(LIB_SSL_GetActiveRootCertId(&id), 0u);
-    EXPECT_EQ(id, 3u);
+    EXPECT_EQ(id, 4u); // the entry's own id, not its slot
     Put(SSL_AUTH_DB_KEY_ROOT_LIST, RootCertList{});
     id = 99;
     EXPECT_EQ(LIB_SSL_GetActiveRootCertId(&id), 0u);
-    EXPECT_EQ(id, 99u);
+    EXPECT_EQ(id, 99u); // none active: the value stays
 }
 
 TEST_F(RecordsTest, OneUnreadableRecordLeavesTheOthersReadable) {
@@ -104,11 +93,10 @@ TEST_F(RecordsTest, OneUnreadableRecordLeavesTheOthersReadable) {
     EXPECT_EQ(state, 0);
     uint32_t id = 4;
     EXPECT_EQ(LIB_SSL_GetActiveRootCertId(&id), 0x18000001u);
-    EXPECT_EQ(ReadDiags(),
-              (std::vector<Diag>{{31, 2, 4, "Failed to get RootCertList data from DB."},
-                                 {31, 2, 4, "Failed to get CliCertList data from DB."},
-                                 {31, 2, 4, "Failed to get RootCertList data from DB."},
-                                 {31, 2, 4, "Get RootCertList failed.\n"}}));
+    EXPECT_EQ(ReadDiags(), Handling({"Failed to get RootCertList data from DB.",
+                                     "Failed to get CliCertList data from DB.",
+                                     "Failed to get RootCertList data from DB.",
+                                     "Get RootCertList failed.\n"}));
 
     ClearDiagLog();
     SetFaults("DB_GetCurrentDb=0");
@@ -117,12 +105,9 @@ TEST_F(RecordsTest, OneUnreadableRecordLeavesTheOthersReadable) {
     EXPECT_EQ(LIB_SSL_GetCertRevokeCheck(&state), 0x18000002u);
     EXPECT_EQ(LIB_SSL_IsEnableCertAuth(), 0);
     EXPECT_EQ(LIB_SSL_IsSupportCertAuthFunc(), 0);
-    EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 2, 2, "Get db handle failed"},
-                                              {31, 2, 2, "Get db handle failed"},
-                                              {31, 2, 2, "Get db handle failed"},
-                                              {31, 2, 2, "Get db handle failed"},
-                                              {31, 2, 4, "Failed to get cert auth state!"},
-                                              {31, 2, 2, "Get db handle failed"}}));
+    const Diag noDb{31, 2, 2, "Get db handle failed"};
+    EXPECT_EQ(ReadDiags(), (std::vector<Diag>{noDb, noDb, noDb, noDb,
+                                              {31, 2, 4, "Failed to get cert auth state!"}, noDb}));
 }
 
 class DerivedTest : public AuthTest {
@@ -168,8 +153,7 @@ TEST_F(DerivedTest, ClientWithItsFirstUser) {
     }
     EXPECT_EQ(LIB_SSL_GetClientCertInfo(2, &detail), 0x1800060Fu);
     EXPECT_EQ(LIB_SSL_GetClientCertInfo(21, &detail), 0x18000603u);
-    EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 2, 4, "ClinetCert id=2 is not exist.\n"},
-                                              {31, 2, 4, "Cert id=21 out of range.\n"}}));
+    EXPECT_EQ(ReadDiags(), Handling({"ClinetCert id=2 is not exist.\n", "Cert id=21 out of range.\n"}));
 }
 
 TEST_F(DerivedTest, UserTableThatCannotBeReadLeavesOutputsAlone) {
@@ -185,7 +169,7 @@ TEST_F(DerivedTest, UserTableThatCannotBeReadLeavesOutputsAlone) {
     EXPECT_EQ(std::memcmp(&detail, &before, sizeof detail), 0);
     EXPECT_EQ(std::memcmp(&usable, &usableBefore, sizeof usable), 0);
     const std::string failed = "Failed to get UserList, iRet=" + Signed(0x81000009) + ".\n";
-    EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 2, 4, failed}, {31, 2, 4, failed}}));
+    EXPECT_EQ(ReadDiags(), Handling({failed, failed}));
 }
 
 TEST_F(DerivedTest, UsableUsersAreTheUnboundOnes) {
@@ -215,12 +199,10 @@ TEST_F(DerivedTest, ClientsByRootAndRelation) {
     EXPECT_EQ(LIB_SSL_IsCorrectCertRelation(1, 5), 0);
     EXPECT_EQ(LIB_SSL_IsCorrectCertRelation(1, 21), 0);
     EXPECT_EQ(LIB_SSL_IsCorrectCertRelation(9, 0), 0);
-    EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 2, 4, "RootCertId is Diff.\n"},
-                                              {31, 2, 4, "RootCert id=3 is not exist."},
-                                              {31, 2, 4, "RootCert and ClinetCert no binding.\n"},
-                                              {31, 2, 4, "CertId=21 out of range.\n"},
-                                              {31, 2, 4, "RootCertId is Diff.\n"},
-                                              {31, 2, 4, "RootCert not exist.\n"}}));
+    EXPECT_EQ(ReadDiags(), Handling({"RootCertId is Diff.\n", "RootCert id=3 is not exist.",
+                                     "RootCert and ClinetCert no binding.\n",
+                                     "CertId=21 out of range.\n", "RootCertId is Diff.\n",
+                                     "RootCert not exist.\n"}));
 }
 
 } // namespace
