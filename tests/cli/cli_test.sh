@@ -1,18 +1,20 @@
 #!/usr/bin/env bash
-# The bmccert tool against a factory-fresh controller, then where there is
-# none: what scripts and engineers rely on — the result lines, the JSON,
+# The bmccert tool (and the stand-in's user administration, bmc-sim)
+# against a factory-fresh controller, then where there is none: what
+# scripts and engineers rely on — the result lines, the JSON,
 # the exit statuses, the single failure line on stderr and the waiting for
 # tasks. The library's own rules are left to its suites. Runs inside
 # bmc-sandbox; TOOL may be a wrapper that runs the tool (under valgrind).
-#   usage: cli_test.sh TOOL
+#   usage: cli_test.sh TOOL PATH-TO-BMC-SIM
 set -u
-tool=${1:?usage: cli_test.sh PATH-TO-BMCCERT}
+tool=${1:?usage: cli_test.sh TOOL PATH-TO-BMC-SIM}
+sim=${2:?usage: cli_test.sh TOOL PATH-TO-BMC-SIM}
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 passed=0 failed=0 status=0 out='' err=''
 
 run() {
-    "$tool" "$@" >"$work/out" 2>"$work/err"
+    "$@" >"$work/out" 2>"$work/err"
     status=$?
     out=$(<"$work/out")
     err=$(<"$work/err")
@@ -43,86 +45,141 @@ print(value)' "$work/out" "$1"
 }
 
 is() { [[ $1 == "$2" ]]; }
+last() { [[ "$status/$out/$err" == "$1" ]]; } # "status/stdout/stderr" of the last run
+not() { ! "$@"; }
 matches() { [[ $1 =~ $2 ]]; }
 
 # --- type, paths ----------------------------------------------------------
-run type
+run "$tool" type
 expect "type of the factory certificate" is "$status/$out/$err" "0/4 factory-default/"
-run type --json
+run "$tool" type --json
 expect "type as JSON" is "$out" '{"type":4,"name":"factory-default"}'
-run paths 6
+run "$tool" paths 6
 expect "paths of the generated temporary type" is "$status/$out" \
     "0/cert: /var/certs/TmpCertGen.pem
 key: /var/certs/TmpPrivkeyGen.pem"
-run paths 6 --json
+run "$tool" paths 6 --json
 expect "paths as JSON" is "$(json_get cert) $(json_get key) $(json_get type)" \
     "/var/certs/TmpCertGen.pem /var/certs/TmpPrivkeyGen.pem 6"
-run paths 7
+run "$tool" paths 7
 expect "a failure is one line with the library's code" is "$status/$out/$err" \
     "1//bmccert: no paths for certificate type 7: 0x81000001"
-run paths 0x6
+run "$tool" paths 0x6
 expect "a type that is not plain decimal is a usage error" is "$status/$out" "2/"
 
 # --- info, days-left, refresh -----------------------------------------------
 # The first read comes from the files (and stores the record), the second
 # from the database.
-run info --json
+run "$tool" info --json
 expect "info as JSON" is "$(json_get stKeyFileInfo.ucCertType) $(json_get stSSLConfig.stIssueTo.szCommonName)" \
     "4 bmc.local"
-run info
+run "$tool" info
 expect "info as text" matches "$out" $'(^|\n)Type: +4 factory-default\n.*\nSubject:\n  CN: +bmc.local\n'
-run days-left
+run "$tool" days-left
 expect "days left" matches "$status/$out" '^0/[1-9][0-9]*$'
 days=$out
-run days-left --json
+run "$tool" days-left --json
 expect "days left as JSON" is "$out" "{\"daysLeft\":$days}"
-run refresh
+run "$tool" refresh
 expect "refresh" is "$status/$out/$err" "0/refreshed/"
 
 # --- generate, verify, install -----------------------------------------------
 request=(--cn 'bmc 7' --org 'Works, Inc' --ou Lab --locality Town --state North --country de
          --email ops@bmc-7.example.org)
-run generate "${request[@]}" --key-length 4096 --email 'not an address'
+run "$tool" generate "${request[@]}" --key-length 4096 --email 'not an address'
 expect "the first refused field is named with its rule" is "$status/$out/$err" \
     "1//bmccert: --key-length refused: must be 1024 or 2048: 0x1800041C"
-run verify
+run "$tool" verify
 # The openssl tool says why on stderr before the tool's own last line.
 expect "verify without a generated certificate" is "$status/$out/${err##*$'\n'}" \
     "1//bmccert: generated certificate missing or unreadable: 0x98000002"
-run generate "${request[@]}" --key-length 1024 --days 30 --json
+run "$tool" generate "${request[@]}" --key-length 1024 --days 30 --json
 expect "generate succeeds" is "$status/$out" \
     '0/{"result":0,"description":"Generated SSL certificate successfully."}'
-run install /conf/certs/server/default/server.pem /conf/certs/server/default/privkey.pem
+run "$tool" install /conf/certs/server/default/server.pem /conf/certs/server/default/privkey.pem
 expect "install an existing pair" is "$status/$out" "0/installed; tunnel restarted, web server restarting"
-run install /nonexistent.pem /conf/certs/server/default/privkey.pem
+run "$tool" install /nonexistent.pem /conf/certs/server/default/privkey.pem
 expect "install of a missing file" is "$status/$err" "1/bmccert: installation failed: 0x81000001"
 rm -rf /conf/certs/server/user/* /conf/certs/server/server.pem
 
 # --- upload and tasks ---------------------------------------------------------
 openssl req -x509 -newkey rsa:2048 -nodes -keyout "$work/up.key" -out "$work/up.crt" -days 30 \
     -subj /CN=uploaded.test -addext extendedKeyUsage=serverAuth 2>/dev/null
-run upload "$work/up.crt" "$work/up.key"
+run "$tool" upload "$work/up.crt" "$work/up.key"
 expect "upload waits for the final report" matches "$status/$out" \
     $'^0/task ([0-9]+): registered\ntask [0-9]+: finished, 100%: Server Cert import successfully\noperation log: Imported SSL certificate successfully. \\(result kind 99, user [^ ]+ from localhost\\)$'
 expect "the web server restart came before the tool ended" is "$(tail -n 1 /var/lib/bmc-sim/services.log)" \
     "restart lighttpd.service"
-run upload "$work/missing.crt" "$work/up.key" --json
+run "$tool" upload "$work/missing.crt" "$work/up.key" --json
 expect "a failed import exits with the import's code" is "$status/$(json_get task.state)/${err##*$'\n'}" \
     "1/4/bmccert: import failed (details in /var/lib/bmc-sim/diag.log): 0x1800001B"
-run tasks --json
+run "$tool" tasks --json
 expect "tasks lists both imports" is "$(json_get tasks.1.state) $(json_get tasks.2.text)" \
     "2 Failed to import Server Cert"
 rm -rf /conf/certs/server/user/* /conf/certs/server/server.pem
 
 # --- help and usage -------------------------------------------------------
 # The tool's own help text states the library's limits.
-run generate --help
+run "$tool" generate --help
 expect "generate --help states the limits" matches "$status/$out" '^0/.*1024 or 2048.*1 to 5475'
-run
+run "$tool"
 expect "no subcommand is a usage error" is "$status/$out" "2/"
-run frobnicate
+run "$tool" frobnicate
 expect "an unknown subcommand is named" is "$status/$out/$err" \
     "2//bmccert: unknown subcommand 'frobnicate'; see bmccert --help"
+
+# A root and a client certificate it issued (after the two uploads' tasks).
+openssl req -x509 -newkey rsa:2048 -nodes -keyout "$work/root.key" -out "$work/root.pem" \
+    -days 30 -subj '/CN=CLI Root' 2>/dev/null
+openssl req -newkey rsa:2048 -nodes -keyout "$work/op.key" -subj /CN=op 2>/dev/null |
+    openssl x509 -req -CA "$work/root.pem" -CAkey "$work/root.key" -set_serial 0x1F00 -days 9 \
+        -out "$work/op.crt" 2>/dev/null
+
+# --- the stand-in's users, client-certificate authentication -----------------
+run "$sim" user list
+expect "factory users" last $'0/1\tanonymous\tNo Access\tanonymous\n2\tadmin\tAdministrator/'
+run "$sim" user set 3 operator --role 3 --password op-pass
+expect "user set" last "0//"
+run "$sim" user del 9
+expect "deleting an absent user" last "1//bmc-sim: no user 9"
+
+run "$tool" auth status
+expect "factory state" last $'0/support: 1\nauthentication: off\nrevocation check: off\nactive root: none/'
+run "$tool" auth enable 1
+expect "enable without a root" last "1//bmccert: Failed to set certificate authentication status.: 0x1800040F"
+
+# --- client certificates, bindings, login ----------------------------------
+run "$tool" roots import "$work/root.pem"
+expect "root import follows its task" last "0/task 3: finished, 100%: Root Cert import successfully/"
+run "$tool" clients import "$work/op.crt" --root 3
+expect "a refused import" last \
+    "1//bmccert: import refused (details in /var/lib/bmc-sim/diag.log): 0x1800060F"
+run "$tool" clients import "$work/op.crt" --root 1
+expect "client import" last "0/task 4: finished, 100%: Client Cert import successfully/"
+run "$tool" bind 1 3
+expect "bind" last "0/Bound client certificate to user successfully. Certificate: op.crt, user: operator./"
+run "$tool" auth enable 1
+expect "enable" last "0/Turned on certificate authentication state successfully./"
+run "$tool" roots
+expect "the roots listed" last "0/1 active root.pem expires $(openssl x509 -noout -enddate -in "$work/root.pem" | cut -d= -f2)/"
+run "$tool" login --serial 1F00
+expect "login prints the name only" last "0/operator/"
+run "$tool" login --serial 1F00 --show-password --json
+expect "the password when asked for" last '0/{"user":"operator","password":"op-pass"}/'
+run "$tool" ocsp 1
+expect "no OCSP address" last \
+    "1//bmccert: client certificate 1 is not confirmed good by its OCSP responder: 0x92000028"
+run "$tool" forget-user 3
+expect "forget-user" last "0/user 3 holds no client certificate/"
+run "$tool" login --serial 1F00
+expect "a refused login names the serial" last "1//bmccert: no login for serial number 1F00: 0x18000E16"
+run "$tool" auth disable
+expect "disable" last "0/Turned off certificate authentication state successfully./"
+run "$tool" clients delete 1
+expect "client delete" last "0/Deleted client certificate successfully. Certificate: op.crt./"
+run "$tool" roots delete 1
+expect "root delete" last "0/Deleted root certificate successfully. Certificate: root.pem./"
+expect "no password in a log" not grep -rqs op-pass /var/lib/bmc-sim/diag.log /var/lib/bmc-sim/operate.log
 
 # --- results that cannot be written ----------------------------------------
 "$tool" type >/dev/full 2>"$work/err"
@@ -131,15 +188,15 @@ expect "a result lost to a full disk is a failure" matches "$status/$err" '^1/bm
 
 # --- without a certificate, then without a controller ---------------------------
 rm -f /conf/certs/server/default/server.pem
-run type
+run "$tool" type
 expect "no certificate is type 0, not a failure" is "$status/$out" "0/0 none"
-run explain 0x1800041c
+run "$tool" explain 0x1800041c
 expect "explain a management code" matches "$status/$out" '^0/0x1800041C SSLCERT_MGMT_GEN_BAD_REQUEST: .'
-run explain 98000004
+run "$tool" explain 98000004
 expect "explain without 0x" matches "$status/$out" '^0/0x98000004 SSLCERT_ERR_CERT_EXPIRED: .'
-run explain 0x12345678
+run "$tool" explain 0x12345678
 expect "explain an unknown code" matches "$status/$err" '^1/bmccert: explain: 0x12345678 is not a result code'
-run explain soon
+run "$tool" explain soon
 expect "explain a word" matches "$status/$err" "^2/bmccert: explain: 'soon' is not a hexadecimal code"
 # The sandbox's own /conf/certs: the tool points at bmc-sandbox and leaves
 # the platform's state alone.
@@ -147,13 +204,13 @@ rm -rf /conf/certs
 before=$(find /var/lib/bmc-sim | sort)
 for sub in type info days-left 'paths 4' refresh tasks; do
     # shellcheck disable=SC2086 # the words of a subcommand line
-    run $sub
+    run "$tool" $sub
     expect "$sub outside a controller" matches "$status/$out/$err" \
         '^1//bmccert: /conf/certs does not exist.*bmc-sandbox ROOT -- bmccert'
 done
-run days-left --help
+run "$tool" days-left --help
 expect "help outside a controller" matches "$status/$out" '^0/.*Usage: bmccert days-left'
-run explain 0
+run "$tool" explain 0
 expect "explain outside a controller" is "$status/$out" "0/0x00000000 SSLCERT_OK: success"
 expect "the platform state is untouched" is "$(find /var/lib/bmc-sim | sort)" "$before"
 

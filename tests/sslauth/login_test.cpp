@@ -28,30 +28,32 @@ class LoginTest : public AuthTest {
 };
 
 TEST_F(LoginTest, BindAndUnbindRefuseWhatCannotBeBound) {
-    OperateDesc desc{};
+    // The result and the description of one change.
+    const auto change = [](bool bind, uint32_t certId, uint32_t userId) {
+        OperateDesc out{};
+        const uint32_t result = bind ? LIB_SSL_ClientCertBindUser(certId, userId, 1000, &out)
+                                     : LIB_SSL_ClientCertUntieUser(certId, userId, 1000, &out);
+        EXPECT_EQ(out.ucLogClass, 37);
+        char text[160];
+        std::snprintf(text, sizeof text, "0x%08X %s", result, out.szOperateDesc);
+        return std::string(text);
+    };
+    const std::string bindFailed = " Failed to bind client certificate to user.";
+    const std::string untieFailed = " Failed to unbind client certificate from user.";
     struct Case {
         const char *what;
-        uint32_t result, code;
-        const char *text;
+        std::string got, expected;
     } cases[] = {
-        {"bind anonymous", LIB_SSL_ClientCertBindUser(9, 1, 1000, &desc), 0x1800040D,
-         "Failed to bind client certificate to user."},
-        {"unbind anonymous", LIB_SSL_ClientCertUntieUser(9, 1, 1000, &desc), 0x1800040E,
-         "Failed to unbind client certificate from user."},
-        {"absent certificate", LIB_SSL_ClientCertBindUser(2, 3, 1000, &desc), 0x1800060F,
-         "Failed to bind client certificate to user."},
-        {"absent user", LIB_SSL_ClientCertBindUser(1, 9, 1000, &desc), 0x18000411,
-         "Failed to bind client certificate to user."},
-        {"user 17", LIB_SSL_ClientCertUntieUser(1, 17, 1000, &desc), 0x18000411,
-         "Failed to unbind client certificate from user."},
-        {"owner refuses: not bound", LIB_SSL_ClientCertUntieUser(1, 3, 1000, &desc), 0x1800000E,
-         "Failed to unbind client certificate from user."},
+        {"bind anonymous", change(true, 9, 1), "0x1800040D" + bindFailed},
+        {"unbind anonymous", change(false, 9, 1), "0x1800040E" + untieFailed},
+        {"absent certificate", change(true, 2, 3), "0x1800060F" + bindFailed},
+        {"absent user", change(true, 1, 9), "0x18000411" + bindFailed},
+        {"user 17", change(false, 1, 17), "0x18000411" + untieFailed},
+        {"owner refuses: not bound", change(false, 1, 3), "0x1800000E" + untieFailed},
     };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.what);
-        EXPECT_EQ(c.result, c.code);
-    }
-    EXPECT_EQ(desc.ucLogClass, 37);
+    for (const Case &c : cases)
+        EXPECT_EQ(c.got, c.expected) << c.what;
+    OperateDesc desc{};
     EXPECT_EQ(ReadDiags().at(0), (Diag{31, 2, 4, "Anonymous user should not be set, UserId=1."}));
     EXPECT_EQ(RpcLog().size(), 3u); // two imports and the refused unbinding
 
