@@ -34,22 +34,22 @@ TEST_F(LoginTest, BindAndUnbindRefuseWhatCannotBeBound) {
         const uint32_t result = bind ? LIB_SSL_ClientCertBindUser(certId, userId, 1000, &out)
                                      : LIB_SSL_ClientCertUntieUser(certId, userId, 1000, &out);
         EXPECT_EQ(out.ucLogClass, 37);
-        char text[160];
-        std::snprintf(text, sizeof text, "0x%08X %s", result, out.szOperateDesc);
-        return std::string(text);
+        char code[16];
+        std::snprintf(code, sizeof code, "0x%08X ", result);
+        return code + std::string(out.szOperateDesc);
     };
-    const std::string bindFailed = " Failed to bind client certificate to user.";
-    const std::string untieFailed = " Failed to unbind client certificate from user.";
+    const std::string bindFailed = "Failed to bind client certificate to user.";
+    const std::string untieFailed = "Failed to unbind client certificate from user.";
     struct Case {
         const char *what;
         std::string got, expected;
     } cases[] = {
-        {"bind anonymous", change(true, 9, 1), "0x1800040D" + bindFailed},
-        {"unbind anonymous", change(false, 9, 1), "0x1800040E" + untieFailed},
-        {"absent certificate", change(true, 2, 3), "0x1800060F" + bindFailed},
-        {"absent user", change(true, 1, 9), "0x18000411" + bindFailed},
-        {"user 17", change(false, 1, 17), "0x18000411" + untieFailed},
-        {"owner refuses: not bound", change(false, 1, 3), "0x1800000E" + untieFailed},
+        {"bind anonymous", change(true, 9, 1), "0x1800040D " + bindFailed},
+        {"unbind anonymous", change(false, 9, 1), "0x1800040E " + untieFailed},
+        {"absent certificate", change(true, 2, 3), "0x1800060F " + bindFailed},
+        {"absent user", change(true, 1, 9), "0x18000411 " + bindFailed},
+        {"user 17", change(false, 1, 17), "0x18000411 " + untieFailed},
+        {"owner refuses: not bound", change(false, 1, 3), "0x1800000E " + untieFailed},
     };
     for (const Case &c : cases)
         EXPECT_EQ(c.got, c.expected) << c.what;
