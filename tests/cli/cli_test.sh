@@ -13,37 +13,19 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 passed=0 failed=0 status=0 out='' err=''
 
-run() {
-    "$@" >"$work/out" 2>"$work/err"
-    status=$?
-    out=$(<"$work/out")
-    err=$(<"$work/err")
+run() { "$@" >"$work/out" 2>"$work/err"; status=$? out=$(<"$work/out") err=$(<"$work/err"); }
+expect() {  # NAME TEST...: one check on the last run
+    if "${@:2}"; then passed=$((passed + 1)); return; fi
+    failed=$((failed + 1))
+    printf 'FAIL: %s\n  status=%s\n  stdout=[%s]\n  stderr=[%s]\n' "$1" "$status" "$out" "$err"
 }
-
-# expect NAME TEST...: one check on the last run.
-expect() {
-    local name=$1
-    shift
-    if "$@"; then
-        passed=$((passed + 1))
-    else
-        failed=$((failed + 1))
-        printf 'FAIL: %s\n  status=%s\n  stdout=[%s]\n  stderr=[%s]\n' \
-            "$name" "$status" "$out" "$err"
-    fi
-}
-
-# The JSON on stdout read by python; prints the value of a path like
-# stSSLConfig.uiPublicKeyLen, or fails when the text is not JSON.
+# The value at a path like stSSLConfig.uiPublicKeyLen of the JSON on stdout;
+# fails when the text is not JSON.
 json_get() {
-    python3 -c '
-import json, sys
-value = json.load(open(sys.argv[1]))
-for part in sys.argv[2].split("."):
-    value = value[part]
-print(value)' "$work/out" "$1"
+    python3 -c 'import functools, json, sys
+print(functools.reduce(lambda v, k: v[k], sys.argv[2].split("."), json.load(open(sys.argv[1]))))' \
+        "$work/out" "$1"
 }
-
 is() { [[ $1 == "$2" ]]; }
 last() { [[ "$status/$out/$err" == "$1" ]]; } # "status/stdout/stderr" of the last run
 not() { ! "$@"; }

@@ -10,12 +10,9 @@ state=/var/lib/bmc-sim
 . "$state/services.env"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-passed=0
-failed=0
+passed=0 failed=0
 check() {  # NAME COMMAND...
-    local name=$1
-    shift
-    if "$@"; then passed=$((passed + 1)); else failed=$((failed + 1)); echo "FAIL: $name" >&2; fi
+    if "${@:2}"; then passed=$((passed + 1)); else failed=$((failed + 1)); echo "FAIL: $1" >&2; fi
 }
 
 served_serial() {

@@ -6,17 +6,14 @@ set -u
 tool=$(realpath "$1")
 work=$2
 root=$work/root
-passed=0
-failed=0
+passed=0 failed=0
 
 pass() { passed=$((passed + 1)); }
 fail() { failed=$((failed + 1)); echo "FAIL: $*" >&2; }
 expect_status() {  # NAME WANTED COMMAND...
-    local name=$1 wanted=$2
-    shift 2
-    "$@" >/dev/null 2>&1
+    "${@:3}" >/dev/null 2>&1
     local got=$?
-    [ "$got" -eq "$wanted" ] && pass || fail "$name: exit status $got, wanted $wanted"
+    [ "$got" -eq "$2" ] && pass || fail "$1: exit status $got, wanted $2"
 }
 in_sandbox() { "$tool" "$root" -- "$@"; }
 fingerprint() { in_sandbox openssl x509 -in "$cert" -noout -fingerprint -sha256; }

@@ -8,9 +8,7 @@
 set -u
 passed=0 failed=0
 check() {  # NAME COMMAND...: passes when COMMAND succeeds
-    local name=$1
-    shift
-    if "$@"; then passed=$((passed + 1)); else failed=$((failed + 1)); echo "FAIL: $name" >&2; fi
+    if "${@:2}"; then passed=$((passed + 1)); else failed=$((failed + 1)); echo "FAIL: $1" >&2; fi
 }
 not() { ! "$@"; }
 # Serial of the certificate a TLS server on 127.0.0.1:PORT presents.

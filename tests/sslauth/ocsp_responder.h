@@ -8,6 +8,7 @@
 
 #include <sys/types.h>
 
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -33,7 +34,7 @@ class OcspResponder {
   private:
     void Stop() noexcept;
     pid_t pid_ = -1;
-    int output_ = -1;
+    FILE *output_ = nullptr;
     int port_ = 0;
 };
 
