@@ -155,12 +155,6 @@ run "$tool" forget-user 3
 expect "forget-user" last "0/user 3 holds no client certificate/"
 run "$tool" login --serial 1F00
 expect "a refused login names the serial" last "1//bmccert: no login for serial number 1F00: 0x18000E16"
-run "$tool" auth disable
-expect "disable" last "0/Turned off certificate authentication state successfully./"
-run "$tool" clients delete 1
-expect "client delete" last "0/Deleted client certificate successfully. Certificate: op.crt./"
-run "$tool" roots delete 1
-expect "root delete" last "0/Deleted root certificate successfully. Certificate: root.pem./"
 expect "no password in a log" not grep -rqs op-pass /var/lib/bmc-sim/diag.log /var/lib/bmc-sim/operate.log
 
 # --- results that cannot be written ----------------------------------------

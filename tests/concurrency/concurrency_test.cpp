@@ -201,8 +201,8 @@ std::vector<std::string> RunWorkers(const std::function<int(int)> &body,
             (void)kill(pid, SIGKILL);
             (void)waitpid(pid, nullptr, 0);
         }
-        outcomes.push_back(pid < 0         ? "not started"
-                           : done != pid   ? "killed at the deadline"
+        outcomes.push_back(pid < 0             ? "not started"
+                           : done != pid       ? "killed at the deadline"
                            : WIFEXITED(status) ? "exit " + std::to_string(WEXITSTATUS(status))
                                                : "signal " + std::to_string(WTERMSIG(status)));
     }

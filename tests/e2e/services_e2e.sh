@@ -6,8 +6,7 @@
 #   usage: services_e2e.sh PATH-TO-BMCCERT
 set -u
 tool=${1:?usage: services_e2e.sh PATH-TO-BMCCERT}
-state=/var/lib/bmc-sim
-. "$state/services.env"
+. /var/lib/bmc-sim/services.env
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 passed=0 failed=0
@@ -52,20 +51,12 @@ openssl req -x509 -newkey rsa:2048 -nodes -keyout "$work/up.key" -out "$work/up.
 check "upload finishes" test $? -eq 0
 check "both ports serve the uploaded certificate" both_serve "$work/up.crt"
 
-# --- upload refused for its MD5 signature ---------------------------------------------
+# --- upload refused for its MD5 signature (the library's suites check its
+# task, event and log entry): the services keep the previous certificate
 openssl req -x509 -md5 -newkey rsa:2048 -nodes -keyout "$work/md5.key" -out "$work/md5.crt" \
     -days 60 -subj /CN=md5.example.org -addext extendedKeyUsage=serverAuth 2>/dev/null
-events_before=$(wc -l <"$state/qdr.log" 2>/dev/null || echo 0)
-"$tool" upload "$work/md5.crt" "$work/md5.key" --json >"$work/md5.json" 2>/dev/null
+"$tool" upload "$work/md5.crt" "$work/md5.key" >/dev/null 2>&1
 check "an MD5-signed upload fails" test $? -eq 1
-check "its task ends in state 4 at 100%" python3 -c '
-import json, sys
-task = json.load(open(sys.argv[1]))["task"]
-sys.exit(0 if (task["state"], task["progress"]) == (4, 100) else 1)' "$work/md5.json"
-check "one diagnostic event 287" test "$(wc -l <"$state/qdr.log")" -eq $((events_before + 1))
-check "the event is 287" test "$(tail -n 1 "$state/qdr.log" | cut -f1)" = 287
-check "one failure entry of kind 67" test "$(tail -n 1 "$state/operate.log" | cut -f2,3)" = \
-    "$(printf '67\tFailed to import SSL certificate.')"
 check "the previous certificate is still served" both_serve "$work/up.crt"
 
 echo "$passed passed, $failed failed"

@@ -54,8 +54,8 @@ const std::string kWeb = "server.port = 80\n"
 
 TEST(WebConfig, OneLoopbackListenerAndNothingOutsideTheSandbox) {
     std::string why;
-    const auto out =
-        sandbox::derive_web_config(kWeb, kRun, 40003, [](const std::string &) { return true; }, why);
+    const auto out = sandbox::derive_web_config(
+        kWeb, kRun, 40003, [](const std::string &) { return true; }, why);
     ASSERT_TRUE(out) << why;
     for (const char *line :
          {"server.bind = \"127.0.0.1\"", "$SERVER[\"socket\"] == \"127.0.0.1:40003\" {",
@@ -66,8 +66,9 @@ TEST(WebConfig, OneLoopbackListenerAndNothingOutsideTheSandbox) {
           "server.document-root = \"/var/lib/bmc-sim/run/www\""})
         EXPECT_TRUE(has_line(*out, line)) << line;
 
-    EXPECT_FALSE(sandbox::derive_web_config("$SERVER[\"socket\"] == \":8080\" {\n}\n", kRun, 1,
-                                            [](const std::string &) { return true; }, why));
+    EXPECT_FALSE(sandbox::derive_web_config(
+        "$SERVER[\"socket\"] == \":8080\" {\n}\n", kRun, 1,
+        [](const std::string &) { return true; }, why));
     EXPECT_NE(why.find(":8080"), std::string::npos);
 }
 

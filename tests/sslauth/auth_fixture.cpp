@@ -135,6 +135,14 @@ std::vector<RpcCall> AuthTest::RpcLog() {
     return calls;
 }
 
+std::string AuthTest::Outcome(uint32_t result, const OperateDesc &desc) {
+    EXPECT_EQ(desc.ucLogClass, 37);
+    char code[16];
+    std::snprintf(code, sizeof code, "0x%08X ", result);
+    return code +
+           std::string(desc.szOperateDesc, strnlen(desc.szOperateDesc, sizeof desc.szOperateDesc));
+}
+
 std::vector<Diag> AuthTest::Handling(const std::vector<std::string> &messages) {
     std::vector<Diag> diags;
     for (const std::string &message : messages)

@@ -56,6 +56,9 @@ class AuthTest : public ControllerTest {
     static void AddOperator(bool bound);
 
     static std::vector<RpcCall> RpcLog();
+    // A management call's outcome as "0x<code> <description>"; its log
+    // class is checked on the way.
+    static std::string Outcome(uint32_t result, const OperateDesc &desc);
     // Reports of this unit at level 4 (a handled failure), as ReadDiags
     // gives them.
     static std::vector<Diag> Handling(const std::vector<std::string> &messages);

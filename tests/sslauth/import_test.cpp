@@ -65,9 +65,10 @@ TEST_F(ImportTest, FileNameRulesAtTheirEdges) {
         ClearDiagLog();
         TaskHandle task{};
         EXPECT_EQ(LIB_SSL_ImportRootCert(&origin, path.c_str(), 1000, &task), code);
-        EXPECT_EQ(ReadDiags(), message.empty() ? Handling({owner})
-                                               : Handling({message, "Check cert file path=" + path +
-                                                                        " invalid.\n"}));
+        EXPECT_EQ(ReadDiags(),
+                  message.empty()
+                      ? Handling({owner})
+                      : Handling({message, "Check cert file path=" + path + " invalid.\n"}));
     };
     for (const Case &c : cases)
         check(c.path, c.code, c.message);
@@ -115,27 +116,29 @@ TEST_F(ImportTest, FailedImportsAreMappedAndLoggedOnce) {
 TEST_F(ImportTest, DeletionsDescribeTheirOutcome) {
     ASSERT_EQ(ImportRoot(UploadRoot("ca-root.pem")), 0);
     ASSERT_EQ(ImportClient(UploadClient("op.pem", 5), 1), 0);
-    OperateDesc desc{};
-    EXPECT_EQ(LIB_SSL_DelRootCert(1, 1000, &desc), 0x1800040Cu); // clients still name it
-    EXPECT_STREQ(desc.szOperateDesc, "Failed to delete root certificate.");
-    EXPECT_EQ(LIB_SSL_DelClientCert(3, 1000, &desc), 0x1800060Fu);
-    EXPECT_STREQ(desc.szOperateDesc, "Failed to delete client certificate.");
-    EXPECT_EQ(LIB_SSL_DelClientCert(1, 0, &desc), 0x18000807u);
+    const auto remove = [](bool root, uint32_t id, uint32_t waitLimit) {
+        OperateDesc desc{};
+        return Outcome(root ? LIB_SSL_DelRootCert(id, waitLimit, &desc)
+                            : LIB_SSL_DelClientCert(id, waitLimit, &desc),
+                       desc);
+    };
+    const std::string rootFailed = " Failed to delete root certificate.";
+    const std::string clientFailed = " Failed to delete client certificate.";
+    EXPECT_EQ(remove(true, 1, 1000), "0x1800040C" + rootFailed); // clients still name it
+    EXPECT_EQ(remove(false, 3, 1000), "0x1800060F" + clientFailed);
+    EXPECT_EQ(remove(false, 1, 0), "0x18000807" + clientFailed);
     SetFaults("MRPC_Call.47=0x92000123");
-    EXPECT_EQ(LIB_SSL_DelRootCert(1, 1000, &desc), 0x18000013u); // an unmapped code
+    EXPECT_EQ(remove(true, 1, 1000), "0x18000013" + rootFailed); // an unmapped code
     unsetenv(BMCSIM_ENV_FAULTS);
     ClearDiagLog();
-    EXPECT_EQ(LIB_SSL_DelRootCert(21, 1000, &desc), 0x1800060Fu);
-    EXPECT_EQ(ReadDiags(), Handling({"CertId=21 out of range.\n", "RootCert id=21 is not exist.\n"}));
+    EXPECT_EQ(remove(true, 21, 1000), "0x1800060F" + rootFailed);
+    EXPECT_EQ(ReadDiags(),
+              Handling({"CertId=21 out of range.\n", "RootCert id=21 is not exist.\n"}));
 
-    desc = {};
-    ASSERT_EQ(LIB_SSL_DelClientCert(1, 1000, &desc), 0u);
-    EXPECT_STREQ(desc.szOperateDesc,
-                 "Deleted client certificate successfully. Certificate: op.pem.");
-    EXPECT_EQ(desc.ucLogClass, 37);
-    ASSERT_EQ(LIB_SSL_DelRootCert(1, 1000, &desc), 0u);
-    EXPECT_STREQ(desc.szOperateDesc,
-                 "Deleted root certificate successfully. Certificate: ca-root.pem.");
+    EXPECT_EQ(remove(false, 1, 1000),
+              "0x00000000 Deleted client certificate successfully. Certificate: op.pem.");
+    EXPECT_EQ(remove(true, 1, 1000),
+              "0x00000000 Deleted root certificate successfully. Certificate: ca-root.pem.");
     EXPECT_TRUE(OperateLog().empty()); // deletions leave the log to their caller
 }
 
@@ -148,7 +151,6 @@ TEST_F(ImportTest, TheOwnerRefusesAnImportItCannotTrack) {
     EXPECT_EQ(task.TaskId, 0xAAAAu);
     EXPECT_EQ(Roots().astRootCert[0].uiCertId, 0u);
 }
-
 
 class OwnerTest : public AuthTest {};
 

@@ -44,7 +44,8 @@ OcspResponder::OcspResponder(const std::string &dir, const std::string &issuerPe
                           .c_str(),
                       "r");
     char line[256] = {};
-    if (output_ != nullptr && std::fgets(line, sizeof line, output_) != nullptr) pid_ = std::atoi(line);
+    if (output_ != nullptr && std::fgets(line, sizeof line, output_) != nullptr)
+        pid_ = std::atoi(line);
     const std::string accept =
         pid_ > 0 && std::fgets(line, sizeof line, output_) != nullptr ? line : "";
     const size_t colon = accept.rfind(':', accept.find(" PID="));

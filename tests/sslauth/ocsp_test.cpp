@@ -103,9 +103,9 @@ TEST_F(OcspTest, OnlyAnExplicitGoodPasses) {
     // https is refused before anybody is contacted.
     ClearDiagLog();
     EXPECT_EQ(LIB_SSL_CertRevokeCheck(6), 0x92000028u);
-    EXPECT_EQ(ReadDiags(), Handling({"Parse OutBuffer=https://127.0.0.1:" +
-                                     std::to_string(silent.Port()) +
-                                     "/\n not have link_str:http://.\n"}));
+    EXPECT_EQ(ReadDiags(),
+              Handling({"Parse OutBuffer=https://127.0.0.1:" + std::to_string(silent.Port()) +
+                        "/\n not have link_str:http://.\n"}));
 
     // The status is matched on the whole path: a revoked certificate at a
     // path too long for the expected text still fails.

@@ -96,10 +96,10 @@ TEST_F(RecordsTest, OneUnreadableRecordLeavesTheOthersReadable) {
     EXPECT_EQ(state, 0);
     uint32_t id = 4;
     EXPECT_EQ(LIB_SSL_GetActiveRootCertId(&id), 0x18000001u);
-    EXPECT_EQ(ReadDiags(), Handling({"Failed to get RootCertList data from DB.",
-                                     "Failed to get CliCertList data from DB.",
-                                     "Failed to get RootCertList data from DB.",
-                                     "Get RootCertList failed.\n"}));
+    EXPECT_EQ(ReadDiags(),
+              Handling({"Failed to get RootCertList data from DB.",
+                        "Failed to get CliCertList data from DB.",
+                        "Failed to get RootCertList data from DB.", "Get RootCertList failed.\n"}));
 
     ClearDiagLog();
     SetFaults("DB_GetCurrentDb=0");
@@ -109,8 +109,9 @@ TEST_F(RecordsTest, OneUnreadableRecordLeavesTheOthersReadable) {
     EXPECT_EQ(LIB_SSL_IsEnableCertAuth(), 0);
     EXPECT_EQ(LIB_SSL_IsSupportCertAuthFunc(), 0);
     const Diag noDb{31, 2, 2, "Get db handle failed"};
-    EXPECT_EQ(ReadDiags(), (std::vector<Diag>{noDb, noDb, noDb, noDb,
-                                              {31, 2, 4, "Failed to get cert auth state!"}, noDb}));
+    EXPECT_EQ(ReadDiags(),
+              (std::vector<Diag>{
+                  noDb, noDb, noDb, noDb, {31, 2, 4, "Failed to get cert auth state!"}, noDb}));
 }
 
 class DerivedTest : public AuthTest {
@@ -156,7 +157,8 @@ TEST_F(DerivedTest, ClientWithItsFirstUser) {
     }
     EXPECT_EQ(LIB_SSL_GetClientCertInfo(2, &detail), 0x1800060Fu);
     EXPECT_EQ(LIB_SSL_GetClientCertInfo(21, &detail), 0x18000603u);
-    EXPECT_EQ(ReadDiags(), Handling({"ClinetCert id=2 is not exist.\n", "Cert id=21 out of range.\n"}));
+    EXPECT_EQ(ReadDiags(),
+              Handling({"ClinetCert id=2 is not exist.\n", "Cert id=21 out of range.\n"}));
 }
 
 TEST_F(DerivedTest, UserTableThatCannotBeReadLeavesOutputsAlone) {
@@ -202,40 +204,42 @@ TEST_F(DerivedTest, ClientsByRootAndRelation) {
     EXPECT_EQ(LIB_SSL_IsCorrectCertRelation(1, 5), 0);
     EXPECT_EQ(LIB_SSL_IsCorrectCertRelation(1, 21), 0);
     EXPECT_EQ(LIB_SSL_IsCorrectCertRelation(9, 0), 0);
-    EXPECT_EQ(ReadDiags(), Handling({"RootCertId is Diff.\n", "RootCert id=3 is not exist.",
-                                     "RootCert and ClinetCert no binding.\n",
-                                     "CertId=21 out of range.\n", "RootCertId is Diff.\n",
-                                     "RootCert not exist.\n"}));
+    EXPECT_EQ(ReadDiags(),
+              Handling({"RootCertId is Diff.\n", "RootCert id=3 is not exist.",
+                        "RootCert and ClinetCert no binding.\n", "CertId=21 out of range.\n",
+                        "RootCertId is Diff.\n", "RootCert not exist.\n"}));
 }
-
 
 class AuthStateTest : public AuthTest {
   protected:
-    static uint32_t Set(uint8_t state, uint32_t rootId, OperateDesc &desc) {
-        std::memset(&desc, 0, sizeof desc);
-        return LIB_SSL_SetCertAuthState(state, rootId, 500, &desc);
+    static std::string Set(uint8_t state, uint32_t rootId) {
+        OperateDesc desc{};
+        return Outcome(LIB_SSL_SetCertAuthState(state, rootId, 500, &desc), desc);
     }
+    static std::string SetRevoke(uint8_t state) {
+        OperateDesc desc{};
+        return Outcome(LIB_SSL_SetCertRevokeCheck(state, 300, &desc), desc);
+    }
+    const std::string on = "0x00000000 Turned on certificate authentication state successfully.";
+    const std::string off = "0x00000000 Turned off certificate authentication state successfully.";
+    const std::string failed = " Failed to set certificate authentication status.";
 };
 
 TEST_F(AuthStateTest, CallsOnlyWhenTheStateChanges) {
-    OperateDesc desc;
-    EXPECT_EQ(Set(0, 0, desc), 0u);
-    EXPECT_STREQ(desc.szOperateDesc, "Turned off certificate authentication state successfully.");
-    EXPECT_EQ(desc.ucLogClass, 37);
+    EXPECT_EQ(Set(0, 0), off);
     EXPECT_TRUE(RpcLog().empty());
 
     ASSERT_EQ(ImportRoot(UploadRoot("ca-root.pem")), 0);
-    ASSERT_EQ(Set(1, 1, desc), 0u);
-    EXPECT_STREQ(desc.szOperateDesc, "Turned on certificate authentication state successfully.");
+    ASSERT_EQ(Set(1, 1), on);
     EXPECT_EQ(LIB_SSL_IsEnableCertAuth(), 1);
     EXPECT_EQ(ReadFile("/conf/certs/client/ca.pem"), ReadFile("/conf/certs/root/ca-root.pem"));
-    ASSERT_EQ(Set(1, 1, desc), 0u); // already on with this root: no call
+    ASSERT_EQ(Set(1, 1), on); // already on with this root: no call
 
-    ASSERT_EQ(Set(0, 9, desc), 0u);
+    ASSERT_EQ(Set(0, 9), off);
     EXPECT_EQ(LIB_SSL_IsEnableCertAuth(), 0);
     // Switching on again while off is sent even though root 1 is still marked.
-    ASSERT_EQ(Set(1, 1, desc), 0u);
-    ASSERT_EQ(Set(2, 1, desc), 0u);
+    ASSERT_EQ(Set(1, 1), on);
+    ASSERT_EQ(Set(2, 1), off);
 
     const auto calls = RpcLog();
     ASSERT_EQ(calls.size(), 5u); // the import and four switches
@@ -249,24 +253,24 @@ TEST_F(AuthStateTest, CallsOnlyWhenTheStateChanges) {
         EXPECT_EQ(call.requestHex, wire[i]);
         EXPECT_EQ(call.result, "0x00000000");
     }
-    EXPECT_EQ(ReadDiags(),
-              (std::vector<Diag>{
-                  {31, 2, 6, "Current cert authenticate state is equal set state=0.\n"},
-                  {31, 2, 6, "Current cert authenticate state is equal set state, ActiveRootId=1."}}));
+    EXPECT_EQ(
+        ReadDiags(),
+        (std::vector<Diag>{
+            {31, 2, 6, "Current cert authenticate state is equal set state=0.\n"},
+            {31, 2, 6, "Current cert authenticate state is equal set state, ActiveRootId=1."}}));
 }
 
 TEST_F(AuthStateTest, RootChecksBeforeAnyCall) {
-    OperateDesc desc;
-    EXPECT_EQ(Set(1, 5, desc), 0x1800040Fu);
-    EXPECT_EQ(ReadDiags(), Handling({"RootCertId is Diff.\n", "RootCert id=5 not exist.\n",
-                                     "BMC_RPC_CallWithStruct Failed, iRet=" + Signed(0x92000021) +
-                                         ".\n"}));
+    EXPECT_EQ(Set(1, 5), "0x1800040F" + failed);
+    EXPECT_EQ(ReadDiags(),
+              Handling({"RootCertId is Diff.\n", "RootCert id=5 not exist.\n",
+                        "BMC_RPC_CallWithStruct Failed, iRet=" + Signed(0x92000021) + ".\n"}));
 
     ClearDiagLog();
     RootCertList roots{};
     roots.astRootCert[0] = RootEntry(1, static_cast<int32_t>(std::time(nullptr) - 1));
     Put(SSL_AUTH_DB_KEY_ROOT_LIST, roots);
-    EXPECT_EQ(Set(1, 1, desc), 0x18000C1Eu);
+    EXPECT_EQ(Set(1, 1), "0x18000C1E" + failed);
     const std::string expired = "Cert ValidPeriod already pass, szExpDate=exp-" +
                                 std::to_string(roots.astRootCert[0].iExpTime) + ".";
     EXPECT_EQ(ReadDiags()[0], (Diag{31, 2, 4, expired}));
@@ -277,9 +281,7 @@ TEST_F(AuthStateTest, RootChecksBeforeAnyCall) {
     roots.astRootCert[0] = RootEntry(1, 2000000000);
     Put(SSL_AUTH_DB_KEY_ROOT_LIST, roots);
     SetFaults("MRPC_Call.40=0x92000099");
-    EXPECT_EQ(Set(1, 1, desc), 0x18000004u);
-    EXPECT_STREQ(desc.szOperateDesc, "Failed to set certificate authentication status.");
-    EXPECT_EQ(desc.ucLogClass, 37);
+    EXPECT_EQ(Set(1, 1), "0x18000004" + failed);
     EXPECT_EQ(ReadDiags(),
               Handling({"BMC_RPC_CallWithStruct Failed, iRet=" + Signed(0x92000099) + ".\n"}));
     EXPECT_EQ(RpcLog().back().result, "0x92000099");
@@ -291,9 +293,9 @@ TEST_F(AuthStateTest, RootChecksBeforeAnyCall) {
         const auto now = std::time(nullptr);
         roots.astRootCert[0] = RootEntry(1, static_cast<int32_t>(now));
         Put(SSL_AUTH_DB_KEY_ROOT_LIST, roots);
-        const uint32_t result = Set(1, 1, desc);
+        const std::string result = Set(1, 1);
         if (std::time(nullptr) != now) continue; // the second ended meanwhile
-        EXPECT_EQ(result, 0x18000A04u);
+        EXPECT_EQ(result, "0x18000A04" + failed);
         ASSERT_FALSE(RpcLog().empty());
         EXPECT_EQ(RpcLog().back().result, "0x92000025");
         return;
@@ -302,22 +304,17 @@ TEST_F(AuthStateTest, RootChecksBeforeAnyCall) {
 }
 
 TEST_F(AuthStateTest, RevocationCheckIsSentAsGiven) {
-    OperateDesc desc{};
-    EXPECT_EQ(LIB_SSL_SetCertRevokeCheck(1, 300, &desc), 0u);
-    EXPECT_STREQ(desc.szOperateDesc, "Turned on certificate revocation check status successfully.");
+    EXPECT_EQ(SetRevoke(1),
+              "0x00000000 Turned on certificate revocation check status successfully.");
     uint8_t stored = 0;
     EXPECT_EQ(LIB_SSL_GetCertRevokeCheck(&stored), 0u);
     EXPECT_EQ(stored, 1);
-    EXPECT_EQ(LIB_SSL_SetCertRevokeCheck(2, 300, &desc), 0u);
-    EXPECT_STREQ(desc.szOperateDesc,
-                 "Turned off certificate revocation check status successfully.");
+    EXPECT_EQ(SetRevoke(2),
+              "0x00000000 Turned off certificate revocation check status successfully.");
     EXPECT_EQ(RpcLog().back().requestHex, "02");
 
     SetFaults("MRPC_Call=0x92000025");
-    desc = OperateDesc{};
-    EXPECT_EQ(LIB_SSL_SetCertRevokeCheck(1, 300, &desc), 0x18000005u);
-    EXPECT_STREQ(desc.szOperateDesc, "Failed to set certificate revocation check.");
-    EXPECT_EQ(desc.ucLogClass, 37);
+    EXPECT_EQ(SetRevoke(1), "0x18000005 Failed to set certificate revocation check.");
     EXPECT_EQ(LIB_SSL_GetCertRevokeCheck(&stored), 0u);
     EXPECT_EQ(stored, 0);
     EXPECT_EQ(ReadDiags(),
