@@ -15,6 +15,18 @@ constexpr const char *kUploadDir = "/var/certs/upload/";
 
 const NameEntries kRootSubject = {{"O", "Test Works"}, {"CN", "Test Root CA"}};
 
+// An import request for the uploaded file sent to the owner; the task's
+// handle copied out when asked for.
+template <typename Request>
+int32_t SendImport(uint32_t command, Request &request, const std::string &path, TaskHandle *task) {
+    std::snprintf(request.szFilePath, sizeof request.szFilePath, "%s", path.c_str());
+    MRPC_Msg *response = nullptr;
+    const int32_t result = MRPC_Call(36, command, sizeof request, &request, 1000, &response);
+    if (task != nullptr && response != nullptr) std::memcpy(task, response->pPayload, sizeof *task);
+    MRPC_MsgFree(&response);
+    return result;
+}
+
 } // namespace
 
 void AuthTest::SetUp() {
@@ -88,22 +100,13 @@ std::string AuthTest::UploadClient(const std::string &name, long serial) {
 
 int32_t AuthTest::ImportRoot(const std::string &path, TaskHandle *task) {
     RootCertImportReq request{};
-    std::snprintf(request.szFilePath, sizeof request.szFilePath, "%s", path.c_str());
-    MRPC_Msg *response = nullptr;
-    const int32_t result = MRPC_Call(36, 42, sizeof request, &request, 1000, &response);
-    if (task != nullptr && response != nullptr) std::memcpy(task, response->pPayload, sizeof *task);
-    MRPC_MsgFree(&response);
-    return result;
+    return SendImport(42, request, path, task);
 }
 
 int32_t AuthTest::ImportClient(const std::string &path, uint32_t rootId) {
     CliCertImportReq request{};
-    std::snprintf(request.szFilePath, sizeof request.szFilePath, "%s", path.c_str());
     request.uiRootCertId = rootId;
-    MRPC_Msg *response = nullptr;
-    const int32_t result = MRPC_Call(36, 43, sizeof request, &request, 1000, &response);
-    MRPC_MsgFree(&response);
-    return result;
+    return SendImport(43, request, path, nullptr);
 }
 
 void AuthTest::AddOperator(bool bound) {

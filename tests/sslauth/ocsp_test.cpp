@@ -34,10 +34,6 @@ class OcspTest : public AuthTest {
     }
     // A client certificate with this OCSP address as entry id, file name.
     void PlaceClient(uint32_t id, const std::string &name, long serial, const std::string &url) {
-        if (fs::path(name).is_absolute()) {
-            WriteFile(name, ClientPem(serial, url));
-            return;
-        }
         WriteFile("/conf/certs/client/" + name, ClientPem(serial, url));
         PlaceRecord(id, name);
     }
@@ -63,12 +59,6 @@ TEST_F(OcspTest, OnlyAnExplicitGoodPasses) {
     PlaceClient(1, "good.pem", 0x0ABCDE, responder.Url());
     PlaceClient(2, "revoked.pem", 0x0ABCDF, responder.Url());
     PlaceClient(3, "unknown.pem", 0x0ABCE0, responder.Url());
-    int closedPort;
-    {
-        SilentListener probe; // a port that was free a moment ago, closed now
-        closedPort = probe.Port();
-    }
-    PlaceClient(4, "closed.pem", 0x0ABCE1, "http://127.0.0.1:" + std::to_string(closedPort) + "/");
     SilentListener silent;
     PlaceClient(5, "silent.pem", 0x0ABCE2,
                 "http://127.0.0.1:" + std::to_string(silent.Port()) + "/");
@@ -77,7 +67,7 @@ TEST_F(OcspTest, OnlyAnExplicitGoodPasses) {
 
     EXPECT_EQ(LIB_SSL_CertRevokeCheck(1), 0u);
     EXPECT_TRUE(ReadDiags().empty());
-    for (uint32_t id : {2u, 3u, 4u}) {
+    for (uint32_t id : {2u, 3u}) {
         SCOPED_TRACE(id);
         ClearDiagLog();
         EXPECT_EQ(LIB_SSL_CertRevokeCheck(id), 0x9200002Du);
@@ -86,12 +76,10 @@ TEST_F(OcspTest, OnlyAnExplicitGoodPasses) {
         EXPECT_EQ(diags[0].message.rfind("Verify cert is revoked or unknowed, OutBuffer=", 0), 0u);
         const std::string client =
             "/conf/certs/client/" + std::string(Clients().astCliCert[id - 1].szFileName);
-        const std::string url =
-            id == 4 ? "http://127.0.0.1:" + std::to_string(closedPort) + "/" : responder.Url();
         EXPECT_EQ(diags[1], (Diag{31, 2, 4,
                                   "Failed to check cert revoke_state, iRet=" + Signed(0x9200002D) +
                                       ", RootCertPath=" + kWebCa + ", CliCertPath=" + client +
-                                      ", OCSPUrl=" + url + ".\n"}));
+                                      ", OCSPUrl=" + responder.Url() + ".\n"}));
     }
     // No answer: bounded by the 2-second timeout.
     const auto start = std::chrono::steady_clock::now();
@@ -111,7 +99,7 @@ TEST_F(OcspTest, OnlyAnExplicitGoodPasses) {
     // path too long for the expected text still fails.
     const std::string longPath = std::string(kWork) + "/" + std::string(100, 'd') + "/r.pem";
     fs::create_directories(fs::path(longPath).parent_path());
-    PlaceClient(0, longPath, 0x0ABCDF, responder.Url());
+    WriteFile(longPath, ClientPem(0x0ABCDF, responder.Url()));
     EXPECT_EQ(LIB_SSL_CheckCertRevokeState(kWebCa, longPath.c_str(), responder.Url().c_str()),
               0x9200002Du);
 
