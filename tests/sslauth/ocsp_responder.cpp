@@ -1,10 +1,6 @@
 #include "tests/sslauth/ocsp_responder.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <signal.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -70,25 +66,6 @@ void OcspResponder::Stop() noexcept {
 
 std::string OcspResponder::Url() const {
     return "http://127.0.0.1:" + std::to_string(port_) + "/";
-}
-
-SilentListener::SilentListener() {
-    fd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof addr;
-    if (fd_ < 0 || ::bind(fd_, reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0 ||
-        ::listen(fd_, 4) != 0 ||
-        ::getsockname(fd_, reinterpret_cast<sockaddr *>(&addr), &length) != 0) {
-        if (fd_ >= 0) ::close(fd_);
-        throw std::runtime_error("silent listener");
-    }
-    port_ = ntohs(addr.sin_port);
-}
-
-SilentListener::~SilentListener() {
-    ::close(fd_);
 }
 
 } // namespace bmctest

@@ -38,18 +38,4 @@ class OcspResponder {
     int port_ = 0;
 };
 
-// A loopback port that accepts connections and never answers.
-class SilentListener {
-  public:
-    SilentListener();
-    SilentListener(const SilentListener &) = delete;
-    SilentListener &operator=(const SilentListener &) = delete;
-    ~SilentListener();
-    [[nodiscard]] int Port() const { return port_; }
-
-  private:
-    int fd_ = -1;
-    int port_ = 0;
-};
-
 } // namespace bmctest

@@ -3,7 +3,6 @@
 // place a command line takes one from.
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstring>
 #include <filesystem>
 
@@ -59,11 +58,7 @@ TEST_F(OcspTest, OnlyAnExplicitGoodPasses) {
     PlaceClient(1, "good.pem", 0x0ABCDE, responder.Url());
     PlaceClient(2, "revoked.pem", 0x0ABCDF, responder.Url());
     PlaceClient(3, "unknown.pem", 0x0ABCE0, responder.Url());
-    SilentListener silent;
-    PlaceClient(5, "silent.pem", 0x0ABCE2,
-                "http://127.0.0.1:" + std::to_string(silent.Port()) + "/");
-    PlaceClient(6, "secure.pem", 0x0ABCE3,
-                "https://127.0.0.1:" + std::to_string(silent.Port()) + "/");
+    PlaceClient(6, "secure.pem", 0x0ABCE3, "https://127.0.0.1:1/");
 
     EXPECT_EQ(LIB_SSL_CertRevokeCheck(1), 0u);
     EXPECT_TRUE(ReadDiags().empty());
@@ -81,19 +76,11 @@ TEST_F(OcspTest, OnlyAnExplicitGoodPasses) {
                                       ", RootCertPath=" + kWebCa + ", CliCertPath=" + client +
                                       ", OCSPUrl=" + responder.Url() + ".\n"}));
     }
-    // No answer: bounded by the 2-second timeout.
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(LIB_SSL_CertRevokeCheck(5), 0x9200002Du);
-    const auto waited = std::chrono::steady_clock::now() - start;
-    EXPECT_GE(waited, std::chrono::milliseconds(1500));
-    EXPECT_LT(waited, std::chrono::seconds(5));
-
     // https is refused before anybody is contacted.
     ClearDiagLog();
     EXPECT_EQ(LIB_SSL_CertRevokeCheck(6), 0x92000028u);
     EXPECT_EQ(ReadDiags(),
-              Handling({"Parse OutBuffer=https://127.0.0.1:" + std::to_string(silent.Port()) +
-                        "/\n not have link_str:http://.\n"}));
+              Handling({"Parse OutBuffer=https://127.0.0.1:1/\n not have link_str:http://.\n"}));
 
     // The status is matched on the whole path: a revoked certificate at a
     // path too long for the expected text still fails.
