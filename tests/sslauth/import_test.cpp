@@ -142,16 +142,6 @@ TEST_F(ImportTest, DeletionsDescribeTheirOutcome) {
     EXPECT_TRUE(OperateLog().empty()); // deletions leave the log to their caller
 }
 
-TEST_F(ImportTest, TheOwnerRefusesAnImportItCannotTrack) {
-    TaskHandle task{0xAAAA, 0xBBBB};
-    SetFaults("TASK_TaskServiceRegister=0x81000001");
-    EXPECT_EQ(LIB_SSL_ImportRootCert(&origin, UploadRoot("ca.pem").c_str(), 1000, &task),
-              0x18000806u);
-    unsetenv(BMCSIM_ENV_FAULTS);
-    EXPECT_EQ(task.TaskId, 0xAAAAu);
-    EXPECT_EQ(Roots().astRootCert[0].uiCertId, 0u);
-}
-
 class OwnerTest : public AuthTest {};
 
 TEST_F(OwnerTest, RefusalsHaveTheirCodesAndDeletionsTakeTheirFiles) {
@@ -165,12 +155,19 @@ TEST_F(OwnerTest, RefusalsHaveTheirCodesAndDeletionsTakeTheirFiles) {
     ASSERT_EQ(BMCSIM_UserSet(4, "second", 2, 0, nullptr), 0);
     WriteFile("/var/certs/upload/junk.pem", "not a certificate\n");
     RootCertImportReq root{};
+    const auto refusedTask = [] {
+        SetFaults("TASK_TaskServiceRegister=0x81000001");
+        const int32_t result = ImportRoot(UploadRoot("untracked.pem"));
+        unsetenv(BMCSIM_ENV_FAULTS);
+        return result;
+    };
     struct Case {
         const char *what;
         int32_t result;
         uint32_t expected;
     } cases[] = {
         {"not PEM", ImportRoot("/var/certs/upload/junk.pem"), 0x92000002},
+        {"an import the task service does not take", refusedTask(), 0x82000001},
         {"wrong length", MRPC_Call(36, 42, 8, &root, 100, nullptr), 0x82000001},
         {"other module", MRPC_Call(35, 40, 8, &root, 100, nullptr), 0x82000001},
         {"absent root", ImportClient(UploadClient("x.pem", 6), 3), 0x92000019},
