@@ -28,12 +28,13 @@ print(functools.reduce(lambda v, k: v[k], sys.argv[2].split("."), json.load(open
 }
 is() { [[ $1 == "$2" ]]; }
 last() { [[ "$status/$out/$err" == "$1" ]]; } # "status/stdout/stderr" of the last run
+# NAME "STATUS/STDOUT/STDERR" COMMAND...: runs COMMAND and checks its whole outcome.
+check() { run "${@:3}"; expect "$1" last "$2"; }
 not() { ! "$@"; }
 matches() { [[ $1 =~ $2 ]]; }
 
 # --- type, paths ----------------------------------------------------------
-run "$tool" type
-expect "type of the factory certificate" is "$status/$out/$err" "0/4 factory-default/"
+check "type of the factory certificate" "0/4 factory-default/" "$tool" type
 run "$tool" type --json
 expect "type as JSON" is "$out" '{"type":4,"name":"factory-default"}'
 run "$tool" paths 6
@@ -43,9 +44,8 @@ key: /var/certs/TmpPrivkeyGen.pem"
 run "$tool" paths 6 --json
 expect "paths as JSON" is "$(json_get cert) $(json_get key) $(json_get type)" \
     "/var/certs/TmpCertGen.pem /var/certs/TmpPrivkeyGen.pem 6"
-run "$tool" paths 7
-expect "a failure is one line with the library's code" is "$status/$out/$err" \
-    "1//bmccert: no paths for certificate type 7: 0x81000001"
+check "a failure is one line with the library's code" "1//bmccert: no paths for certificate type 7: 0x81000001" \
+    "$tool" paths 7
 run "$tool" paths 0x6
 expect "a type that is not plain decimal is a usage error" is "$status/$out" "2/"
 
@@ -62,15 +62,13 @@ expect "days left" matches "$status/$out" '^0/[1-9][0-9]*$'
 days=$out
 run "$tool" days-left --json
 expect "days left as JSON" is "$out" "{\"daysLeft\":$days}"
-run "$tool" refresh
-expect "refresh" is "$status/$out/$err" "0/refreshed/"
+check "refresh" "0/refreshed/" "$tool" refresh
 
 # --- generate, verify, install -----------------------------------------------
 request=(--cn 'bmc 7' --org 'Works, Inc' --ou Lab --locality Town --state North --country de
          --email ops@bmc-7.example.org)
-run "$tool" generate "${request[@]}" --key-length 4096 --email 'not an address'
-expect "the first refused field is named with its rule" is "$status/$out/$err" \
-    "1//bmccert: --key-length refused: must be 1024 or 2048: 0x1800041C"
+check "the first refused field is named with its rule" "1//bmccert: --key-length refused: must be 1024 or 2048: 0x1800041C" \
+    "$tool" generate "${request[@]}" --key-length 4096 --email 'not an address'
 run "$tool" verify
 # The openssl tool says why on stderr before the tool's own last line.
 expect "verify without a generated certificate" is "$status/$out/${err##*$'\n'}" \
@@ -106,9 +104,8 @@ run "$tool" generate --help
 expect "generate --help states the limits" matches "$status/$out" '^0/.*1024 or 2048.*1 to 5475'
 run "$tool"
 expect "no subcommand is a usage error" is "$status/$out" "2/"
-run "$tool" frobnicate
-expect "an unknown subcommand is named" is "$status/$out/$err" \
-    "2//bmccert: unknown subcommand 'frobnicate'; see bmccert --help"
+check "an unknown subcommand is named" "2//bmccert: unknown subcommand 'frobnicate'; see bmccert --help" \
+    "$tool" frobnicate
 
 # A root and a client certificate it issued (after the two uploads' tasks).
 openssl req -x509 -newkey rsa:2048 -nodes -keyout "$work/root.key" -out "$work/root.pem" \
@@ -118,43 +115,36 @@ openssl req -newkey rsa:2048 -nodes -keyout "$work/op.key" -subj /CN=op 2>/dev/n
         -out "$work/op.crt" 2>/dev/null
 
 # --- the stand-in's users, client-certificate authentication -----------------
-run "$sim" user list
-expect "factory users" last $'0/1\tanonymous\tNo Access\tanonymous\n2\tadmin\tAdministrator/'
-run "$sim" user set 3 operator --role 3 --password op-pass
-expect "user set" last "0//"
-run "$sim" user del 9
-expect "deleting an absent user" last "1//bmc-sim: no user 9"
+check "factory users" $'0/1\tanonymous\tNo Access\tanonymous\n2\tadmin\tAdministrator/' \
+    "$sim" user list
+check "user set" "0//" "$sim" user set 3 operator --role 3 --password op-pass
+check "deleting an absent user" "1//bmc-sim: no user 9" "$sim" user del 9
 
-run "$tool" auth status
-expect "factory state" last $'0/support: 1\nauthentication: off\nrevocation check: off\nactive root: none/'
-run "$tool" auth enable 1
-expect "enable without a root" last "1//bmccert: Failed to set certificate authentication status.: 0x1800040F"
+check "factory state" $'0/support: 1\nauthentication: off\nrevocation check: off\nactive root: none/' \
+    "$tool" auth status
+check "enable without a root" "1//bmccert: Failed to set certificate authentication status.: 0x1800040F" \
+    "$tool" auth enable 1
 
 # --- client certificates, bindings, login ----------------------------------
-run "$tool" roots import "$work/root.pem"
-expect "root import follows its task" last "0/task 3: finished, 100%: Root Cert import successfully/"
-run "$tool" clients import "$work/op.crt" --root 3
-expect "a refused import" last \
-    "1//bmccert: import refused (details in /var/lib/bmc-sim/diag.log): 0x1800060F"
-run "$tool" clients import "$work/op.crt" --root 1
-expect "client import" last "0/task 4: finished, 100%: Client Cert import successfully/"
-run "$tool" bind 1 3
-expect "bind" last "0/Bound client certificate to user successfully. Certificate: op.crt, user: operator./"
-run "$tool" auth enable 1
-expect "enable" last "0/Turned on certificate authentication state successfully./"
-run "$tool" roots
-expect "the roots listed" last "0/1 active root.pem expires $(openssl x509 -noout -enddate -in "$work/root.pem" | cut -d= -f2)/"
-run "$tool" login --serial 1F00
-expect "login prints the name only" last "0/operator/"
-run "$tool" login --serial 1F00 --show-password --json
-expect "the password when asked for" last '0/{"user":"operator","password":"op-pass"}/'
-run "$tool" ocsp 1
-expect "no OCSP address" last \
-    "1//bmccert: client certificate 1 is not confirmed good by its OCSP responder: 0x92000028"
-run "$tool" forget-user 3
-expect "forget-user" last "0/user 3 holds no client certificate/"
-run "$tool" login --serial 1F00
-expect "a refused login names the serial" last "1//bmccert: no login for serial number 1F00: 0x18000E16"
+check "root import follows its task" "0/task 3: finished, 100%: Root Cert import successfully/" \
+    "$tool" roots import "$work/root.pem"
+check "a refused import" "1//bmccert: import refused (details in /var/lib/bmc-sim/diag.log): 0x1800060F" \
+    "$tool" clients import "$work/op.crt" --root 3
+check "client import" "0/task 4: finished, 100%: Client Cert import successfully/" \
+    "$tool" clients import "$work/op.crt" --root 1
+check "bind" "0/Bound client certificate to user successfully. Certificate: op.crt, user: operator./" \
+    "$tool" bind 1 3
+check "enable" "0/Turned on certificate authentication state successfully./" "$tool" auth enable 1
+check "the roots listed" "0/1 active root.pem expires $(openssl x509 -noout -enddate -in "$work/root.pem" | cut -d= -f2)/" \
+    "$tool" roots
+check "login prints the name only" "0/operator/" "$tool" login --serial 1F00
+check "the password when asked for" '0/{"user":"operator","password":"op-pass"}/' \
+    "$tool" login --serial 1F00 --show-password --json
+check "no OCSP address" "1//bmccert: client certificate 1 is not confirmed good by its OCSP responder: 0x92000028" \
+    "$tool" ocsp 1
+check "forget-user" "0/user 3 holds no client certificate/" "$tool" forget-user 3
+check "a refused login names the serial" "1//bmccert: no login for serial number 1F00: 0x18000E16" \
+    "$tool" login --serial 1F00
 expect "no password in a log" not grep -rqs op-pass /var/lib/bmc-sim/diag.log /var/lib/bmc-sim/operate.log
 
 # --- results that cannot be written ----------------------------------------

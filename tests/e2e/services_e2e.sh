@@ -102,20 +102,16 @@ serve() {  # STATUS PORT: a responder for the operator's serial, on PORT (0: any
     for _ in $(seq 50); do grep -q '^ACCEPT' responder.out && break; sleep 0.1; done
     port=$(sed -n 's/^ACCEPT .*:\([0-9]*\) PID=.*/\1/p' responder.out)
 }
-stop_responder() { kill "$responder"; wait "$responder" 2>/dev/null; responder=''; }
 serve V 0
 check "the responder listens" test -n "$port"
 issue lab-root operator 0x0ABCDE "authorityInfoAccess=OCSP;URI:http://127.0.0.1:$port/"
 issue stranger-root intruder 0x0ABCDE "authorityInfoAccess=OCSP;URI:http://127.0.0.1:$port/"
 
 # --- set-up through the tool ---------------------------------------------------------------
-"$tool" roots import lab-root.pem >/dev/null
-check "root imported" test $? -eq 0
-"$tool" clients import operator.pem --root 1 >/dev/null
-check "client imported" test $? -eq 0
-"$tool" bind 1 2 >/dev/null && "$tool" auth enable 1 >/dev/null &&
+"$tool" roots import lab-root.pem >/dev/null && "$tool" clients import operator.pem --root 1 >/dev/null &&
+    "$tool" bind 1 2 >/dev/null && "$tool" auth enable 1 >/dev/null &&
     "$tool" auth revocation on >/dev/null
-check "bound, authentication and revocation checking on" test $? -eq 0
+check "imported, bound, authentication and revocation checking on" test $? -eq 0
 
 login() {  # CERT-NAME...: "STATUS BODY" of /login
     curl -sk --max-time 20 -w ' %{http_code}' "$@" "https://127.0.0.1:$BMC_SIM_HTTPS_PORT/login" |
@@ -131,7 +127,7 @@ check "... without reaching the library" test "$(diag_lines)" -eq "$diag_before"
 
 # The responder comes back on its port (nothing else lives in this
 # network) with the certificate marked revoked.
-stop_responder
+kill "$responder" && wait "$responder" 2>/dev/null
 serve R "$port"
 check "revoked: refused with the library's code" \
     test "$(login --cert operator.pem --key operator.key)" = "0x18000E17 403"
