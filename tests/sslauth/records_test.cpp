@@ -226,6 +226,7 @@ TEST_F(AuthStateTest, CallsOnlyWhenTheStateChanges) {
     EXPECT_TRUE(RpcLog().empty());
 
     ASSERT_EQ(ImportRoot(UploadRoot("ca-root.pem")), 0);
+    Put(SSL_AUTH_DB_KEY_STATE, uint8_t{1}); // on, but no root in force: still sent
     ASSERT_EQ(Set(1, 1), on);
     EXPECT_EQ(LIB_SSL_IsEnableCertAuth(), 1);
     EXPECT_EQ(ReadFile("/conf/certs/client/ca.pem"), ReadFile("/conf/certs/root/ca-root.pem"));
