@@ -1,167 +1,182 @@
 #!/usr/bin/env bash
-# The bmccert tool against a factory-fresh controller: what scripts and
-# engineers rely on — the result lines, the JSON, the exit statuses and the
-# single failure line on stderr. Runs inside bmc-sandbox.
+# The bmccert tool (and the stand-in's user administration, bmc-sim)
+# against a factory-fresh controller, then where there is none: what
+# scripts and engineers rely on — the result lines, the JSON,
+# the exit statuses, the single failure line on stderr and the waiting for
+# tasks. The library's own rules are left to its suites. Runs inside
+# bmc-sandbox; TOOL may be a wrapper that runs the tool (under valgrind).
+#   usage: cli_test.sh TOOL PATH-TO-BMC-SIM
 set -u
-tool=${1:?usage: cli_test.sh PATH-TO-BMCCERT}
+tool=${1:?usage: cli_test.sh TOOL PATH-TO-BMC-SIM}
+sim=${2:?usage: cli_test.sh TOOL PATH-TO-BMC-SIM}
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-passed=0
-failed=0
-status=0 out='' err=''
+passed=0 failed=0 status=0 out='' err=''
 
-run() {
-    "$tool" "$@" >"$work/out" 2>"$work/err"
-    status=$?
-    out=$(<"$work/out")
-    err=$(<"$work/err")
+run() { "$@" >"$work/out" 2>"$work/err"; status=$? out=$(<"$work/out") err=$(<"$work/err"); }
+expect() {  # NAME TEST...: one check on the last run
+    if "${@:2}"; then passed=$((passed + 1)); return; fi
+    failed=$((failed + 1))
+    printf 'FAIL: %s\n  status=%s\n  stdout=[%s]\n  stderr=[%s]\n' "$1" "$status" "$out" "$err"
 }
-
-# expect NAME TEST...: one check on the last run.
-expect() {
-    local name=$1
-    shift
-    if "$@"; then
-        passed=$((passed + 1))
-    else
-        failed=$((failed + 1))
-        printf 'FAIL: %s\n  status=%s\n  stdout=[%s]\n  stderr=[%s]\n' \
-            "$name" "$status" "$out" "$err"
-    fi
-}
-
-# The JSON on stdout read by python; prints the value of a path like
-# stSSLConfig.uiPublicKeyLen, or fails when the text is not JSON.
+# The value at a path like stSSLConfig.uiPublicKeyLen of the JSON on stdout;
+# fails when the text is not JSON.
 json_get() {
-    python3 -c '
-import json, sys
-value = json.load(open(sys.argv[1]))
-for part in sys.argv[2].split("."):
-    value = value[part]
-print(value)' "$work/out" "$1"
+    python3 -c 'import functools, json, sys
+print(functools.reduce(lambda v, k: v[k], sys.argv[2].split("."), json.load(open(sys.argv[1]))))' \
+        "$work/out" "$1"
 }
-
-valid_json() { python3 -m json.tool "$work/out" >/dev/null 2>&1; }
 is() { [[ $1 == "$2" ]]; }
+last() { [[ "$status/$out/$err" == "$1" ]]; } # "status/stdout/stderr" of the last run
+# NAME "STATUS/STDOUT/STDERR" COMMAND...: runs COMMAND and checks its whole outcome.
+check() { run "${@:3}"; expect "$1" last "$2"; }
+not() { ! "$@"; }
 matches() { [[ $1 =~ $2 ]]; }
 
-# --- type -----------------------------------------------------------------
-run type
-expect "type of the factory certificate" is "$status/$out/$err" "0/4 factory-default/"
-run type --json
+# --- type, paths ----------------------------------------------------------
+check "type of the factory certificate" "0/4 factory-default/" "$tool" type
+run "$tool" type --json
 expect "type as JSON" is "$out" '{"type":4,"name":"factory-default"}'
-
-# --- paths ----------------------------------------------------------------
-run paths 6
-expect "paths of the generated temporary type" is "$status/$out" \
-    "0/cert: /var/certs/TmpCertGen.pem
-key: /var/certs/TmpPrivkeyGen.pem"
-run paths 6 --json
+check "paths of the generated temporary type" \
+    $'0/cert: /var/certs/TmpCertGen.pem\nkey: /var/certs/TmpPrivkeyGen.pem/' "$tool" paths 6
+run "$tool" paths 6 --json
 expect "paths as JSON" is "$(json_get cert) $(json_get key) $(json_get type)" \
     "/var/certs/TmpCertGen.pem /var/certs/TmpPrivkeyGen.pem 6"
-run paths 7
-expect "undefined type fails with the library's code" is "$status/$out/$err" \
-    "1//bmccert: no paths for certificate type 7: 0x81000001"
-run paths 4294967295
-expect "largest type reaches the library" is "$status/$err" \
-    "1/bmccert: no paths for certificate type 4294967295: 0x81000001"
-for bad in abc -1 4294967296 0x6 ''; do
-    run paths "$bad"
-    expect "paths '$bad' is a usage error" is "$status/$out" "2/"
-done
-run paths
-expect "paths without a type is a usage error" is "$status" 2
+check "a failure is one line with the library's code" "1//bmccert: no paths for certificate type 7: 0x81000001" \
+    "$tool" paths 7
+run "$tool" paths 0x6
+expect "a type that is not plain decimal is a usage error" is "$status/$out" "2/"
 
-# --- info -----------------------------------------------------------------
-run info --json
-expect "info is valid JSON" valid_json
-expect "info carries the type" is "$(json_get stKeyFileInfo.ucCertType)" 4
-expect "info carries the key length" is "$(json_get stSSLConfig.uiPublicKeyLen)" 2048
-expect "info carries the subject" is "$(json_get stSSLConfig.stIssueTo.szCommonName)" bmc.local
-expect "info carries the file time" matches "$(json_get stKeyFileInfo.szCertFileTime)" '^[0-9]{4}-'
-run info
-expect "info text shows the type" matches "$out" $'(^|\n)Type: +4 factory-default\n'
-expect "info text shows the key length" matches "$out" $'\nPublic key length \\(bits\\): +2048\n'
-expect "info text shows the subject" matches "$out" $'\nSubject:\n  CN: +bmc.local\n'
-
-# --- days-left ------------------------------------------------------------
-run days-left
-expect "days left is positive" matches "$status/$out" '^0/[1-9][0-9]*$'
+# --- info, days-left, refresh -----------------------------------------------
+# The first read comes from the files (and stores the record), the second
+# from the database.
+run "$tool" info --json
+expect "info as JSON" is "$(json_get stKeyFileInfo.ucCertType) $(json_get stSSLConfig.stIssueTo.szCommonName)" \
+    "4 bmc.local"
+run "$tool" info
+expect "info as text" matches "$out" $'(^|\n)Type: +4 factory-default\n.*\nSubject:\n  CN: +bmc.local\n'
+run "$tool" days-left
+expect "days left" matches "$status/$out" '^0/[1-9][0-9]*$'
 days=$out
-run days-left --json
+run "$tool" days-left --json
 expect "days left as JSON" is "$out" "{\"daysLeft\":$days}"
-
-# --- refresh --------------------------------------------------------------
-run refresh
-expect "refresh succeeds" is "$status/$out/$err" "0/refreshed/"
+check "refresh" "0/refreshed/" "$tool" refresh
 
 # --- generate, verify, install -----------------------------------------------
 request=(--cn 'bmc 7' --org 'Works, Inc' --ou Lab --locality Town --state North --country de
          --email ops@bmc-7.example.org)
-run generate "${request[@]}" --key-length 4096 --email 'not an address'
-expect "the first refused field is named with its rule" is "$status/$out/$err" \
-    "1//bmccert: --key-length refused: must be 1024 or 2048: 0x1800041C"
-run generate "${request[@]}" --ou '12'
-expect "a digits-only unit is refused" matches "$status/$err" '^1/bmccert: --ou refused: .*: 0x1800041C$'
-run verify
+check "the first refused field is named with its rule" "1//bmccert: --key-length refused: must be 1024 or 2048: 0x1800041C" \
+    "$tool" generate "${request[@]}" --key-length 4096 --email 'not an address'
+run "$tool" verify
 # The openssl tool says why on stderr before the tool's own last line.
 expect "verify without a generated certificate" is "$status/$out/${err##*$'\n'}" \
     "1//bmccert: generated certificate missing or unreadable: 0x98000002"
-run generate "${request[@]}" --key-length 1024 --days 30 --json
+run "$tool" generate "${request[@]}" --key-length 1024 --days 30 --json
 expect "generate succeeds" is "$status/$out" \
     '0/{"result":0,"description":"Generated SSL certificate successfully."}'
-run info --json
-expect "the new certificate is in force without a refresh" is \
-    "$(json_get stKeyFileInfo.ucCertType) $(json_get stSSLConfig.stIssueTo.szCommonName)" "1 bmc 7"
-expect "the key is private" is "$(stat -c %a /conf/certs/server/user/actualprivkey.pem)" 600
-run install /conf/certs/server/default/server.pem /conf/certs/server/default/privkey.pem
+run "$tool" install /conf/certs/server/default/server.pem /conf/certs/server/default/privkey.pem
 expect "install an existing pair" is "$status/$out" "0/installed; tunnel restarted, web server restarting"
-run info --json
-expect "the installed pair is in force" is "$(json_get stSSLConfig.stIssueTo.szCommonName)" bmc.local
-run install /nonexistent.pem /conf/certs/server/default/privkey.pem
+run "$tool" install /nonexistent.pem /conf/certs/server/default/privkey.pem
 expect "install of a missing file" is "$status/$err" "1/bmccert: installation failed: 0x81000001"
 rm -rf /conf/certs/server/user/* /conf/certs/server/server.pem
 
 # --- upload and tasks ---------------------------------------------------------
 openssl req -x509 -newkey rsa:2048 -nodes -keyout "$work/up.key" -out "$work/up.crt" -days 30 \
     -subj /CN=uploaded.test -addext extendedKeyUsage=serverAuth 2>/dev/null
-run upload "$work/up.crt" "$work/up.key"
+run "$tool" upload "$work/up.crt" "$work/up.key"
 expect "upload waits for the final report" matches "$status/$out" \
     $'^0/task ([0-9]+): registered\ntask [0-9]+: finished, 100%: Server Cert import successfully\noperation log: Imported SSL certificate successfully. \\(result kind 99, user [^ ]+ from localhost\\)$'
 expect "the web server restart came before the tool ended" is "$(tail -n 1 /var/lib/bmc-sim/services.log)" \
     "restart lighttpd.service"
-run upload "$work/missing.crt" "$work/up.key" --json
+run "$tool" upload "$work/missing.crt" "$work/up.key" --json
 expect "a failed import exits with the import's code" is "$status/$(json_get task.state)/${err##*$'\n'}" \
     "1/4/bmccert: import failed (details in /var/lib/bmc-sim/diag.log): 0x1800001B"
-run tasks --json
+run "$tool" tasks --json
 expect "tasks lists both imports" is "$(json_get tasks.1.state) $(json_get tasks.2.text)" \
     "2 Failed to import Server Cert"
 rm -rf /conf/certs/server/user/* /conf/certs/server/server.pem
 
 # --- help and usage -------------------------------------------------------
-for command in type paths info days-left refresh generate verify install upload tasks; do
-    run "$command" --help
-    expect "$command --help" matches "$status/$out" "^0/.*Usage"
-done
-run --help
-expect "--help lists the subcommands" matches "$status/$out" '^0/.*days-left'
-run
+# The tool's own help text states the library's limits.
+run "$tool" generate --help
+expect "generate --help states the limits" matches "$status/$out" '^0/.*1024 or 2048.*1 to 5475'
+run "$tool"
 expect "no subcommand is a usage error" is "$status/$out" "2/"
-run frobnicate
-expect "an unknown subcommand is a usage error" is "$status/$out" "2/"
+check "an unknown subcommand is named" "2//bmccert: unknown subcommand 'frobnicate'; see bmccert --help" \
+    "$tool" frobnicate
+
+# A root and a client certificate it issued (after the two uploads' tasks).
+openssl req -x509 -newkey rsa:2048 -nodes -keyout "$work/root.key" -out "$work/root.pem" \
+    -days 30 -subj '/CN=CLI Root' 2>/dev/null
+openssl req -newkey rsa:2048 -nodes -keyout "$work/op.key" -subj /CN=op 2>/dev/null |
+    openssl x509 -req -CA "$work/root.pem" -CAkey "$work/root.key" -set_serial 0x1F00 -days 9 \
+        -out "$work/op.crt" 2>/dev/null
+
+# --- the stand-in's users, client-certificate authentication -----------------
+check "factory users" $'0/1\tanonymous\tNo Access\tanonymous\n2\tadmin\tAdministrator/' \
+    "$sim" user list
+check "user set" "0//" "$sim" user set 3 operator --role 3 --password op-pass
+check "deleting an absent user" "1//bmc-sim: no user 9" "$sim" user del 9
+
+check "factory state" $'0/support: 1\nauthentication: off\nrevocation check: off\nactive root: none/' \
+    "$tool" auth status
+check "enable without a root" "1//bmccert: Failed to set certificate authentication status.: 0x1800040F" \
+    "$tool" auth enable 1
+
+# --- client certificates, bindings, login ----------------------------------
+check "root import follows its task" "0/task 3: finished, 100%: Root Cert import successfully/" \
+    "$tool" roots import "$work/root.pem"
+check "a refused import" "1//bmccert: import refused (details in /var/lib/bmc-sim/diag.log): 0x1800060F" \
+    "$tool" clients import "$work/op.crt" --root 3
+check "client import" "0/task 4: finished, 100%: Client Cert import successfully/" \
+    "$tool" clients import "$work/op.crt" --root 1
+check "bind" "0/Bound client certificate to user successfully. Certificate: op.crt, user: operator./" \
+    "$tool" bind 1 3
+check "enable" "0/Turned on certificate authentication state successfully./" "$tool" auth enable 1
+check "the roots listed" "0/1 active root.pem expires $(openssl x509 -noout -enddate -in "$work/root.pem" | cut -d= -f2)/" \
+    "$tool" roots
+check "login prints the name only" "0/operator/" "$tool" login --serial 1F00
+check "the password when asked for" '0/{"user":"operator","password":"op-pass"}/' \
+    "$tool" login --serial 1F00 --show-password --json
+check "no OCSP address" "1//bmccert: client certificate 1 is not confirmed good by its OCSP responder: 0x92000028" \
+    "$tool" ocsp 1
+check "forget-user" "0/user 3 holds no client certificate/" "$tool" forget-user 3
+check "a refused login names the serial" "1//bmccert: no login for serial number 1F00: 0x18000E16" \
+    "$tool" login --serial 1F00
+expect "no password in a log" not grep -rqs op-pass /var/lib/bmc-sim/diag.log /var/lib/bmc-sim/operate.log
 
 # --- results that cannot be written ----------------------------------------
 "$tool" type >/dev/full 2>"$work/err"
 status=$? out='' err=$(<"$work/err")
 expect "a result lost to a full disk is a failure" matches "$status/$err" '^1/bmccert: '
 
-# --- without a certificate --------------------------------------------------
+# --- without a certificate, then without a controller ---------------------------
 rm -f /conf/certs/server/default/server.pem
-run refresh
-expect "refresh without certificate fails in hex" matches "$status/$out/$err" \
-    '^1//bmccert: refresh failed: 0x[0-9A-F]{8}$'
-run type
+run "$tool" type
 expect "no certificate is type 0, not a failure" is "$status/$out" "0/0 none"
+run "$tool" explain 0x1800041c
+expect "explain a management code" matches "$status/$out" '^0/0x1800041C SSLCERT_MGMT_GEN_BAD_REQUEST: .'
+run "$tool" explain 98000004
+expect "explain without 0x" matches "$status/$out" '^0/0x98000004 SSLCERT_ERR_CERT_EXPIRED: .'
+run "$tool" explain 0x12345678
+expect "explain an unknown code" matches "$status/$err" '^1/bmccert: explain: 0x12345678 is not a result code'
+run "$tool" explain soon
+expect "explain a word" matches "$status/$err" "^2/bmccert: explain: 'soon' is not a hexadecimal code"
+# The sandbox's own /conf/certs: the tool points at bmc-sandbox and leaves
+# the platform's state alone.
+rm -rf /conf/certs
+before=$(find /var/lib/bmc-sim | sort)
+for sub in type info days-left 'paths 4' refresh tasks; do
+    # shellcheck disable=SC2086 # the words of a subcommand line
+    run "$tool" $sub
+    expect "$sub outside a controller" matches "$status/$out/$err" \
+        '^1//bmccert: /conf/certs does not exist.*bmc-sandbox ROOT -- bmccert'
+done
+run "$tool" days-left --help
+expect "help outside a controller" matches "$status/$out" '^0/.*Usage: bmccert days-left'
+run "$tool" explain 0
+expect "explain outside a controller" is "$status/$out" "0/0x00000000 SSLCERT_OK: success"
+expect "the platform state is untouched" is "$(find /var/lib/bmc-sim | sort)" "$before"
 
 echo "$passed passed, $failed failed"
 [[ $failed -eq 0 ]]

@@ -6,19 +6,24 @@
 // no caller may wait forever.
 #include <gtest/gtest.h>
 
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <sstream>
+#include <functional>
+#include <new>
 #include <thread>
 #include <vector>
 
 #include "lib_security_sslcert.h"
 #include "lib_ssl_auth.h"
 #include "platform/host/bmc_sim.h"
-#include "tests/concurrency/child_processes.h"
 #include "tests/sslauth/auth_fixture.h"
 
 namespace bmctest {
@@ -48,21 +53,18 @@ constexpr Kind kThreads[] = {kRefresh, kFileRead,   kCachedRead, kCachedRead,
 // goes on while its process rewrites.
 constexpr int kRounds[kKinds] = {16, 16, 32, 32, 1, 32};
 
-// What the workers report, in memory shared with the test process.
+// What the workers report, in memory shared with the test process: the
+// rounds of each kind, the failures and the first failure's text.
 struct Board {
     std::atomic<uint32_t> rounds[kKinds];
-    std::atomic<uint32_t> failures[kKinds];
-    std::atomic<uint32_t> notes;
-    char note[kProcesses][512];
+    std::atomic<uint32_t> failures;
+    char first[512];
 
     void Record(Kind kind, int process, const std::string &failure) {
         rounds[kind].fetch_add(1);
-        if (failure.empty()) return;
-        failures[kind].fetch_add(1);
-        const uint32_t slot = notes.fetch_add(1);
-        if (slot < kProcesses)
-            std::snprintf(note[slot], sizeof note[slot], "process %d, %s: %s", process,
-                          kKindNames[kind], failure.c_str());
+        if (!failure.empty() && failures.fetch_add(1) == 0)
+            std::snprintf(first, sizeof first, "process %d, %s: %s", process, kKindNames[kind],
+                          failure.c_str());
     }
 };
 
@@ -72,45 +74,26 @@ struct Expected {
     std::string tunnel[2]; // the configuration as a rewrite to each pair leaves it
 };
 
-// Every line that mentions either option becomes that option with the
-// pair's path; all other lines stay as they are.
-std::string Rewritten(const std::string &config, const PathPair &pair) {
-    std::istringstream in(config);
-    std::string out;
-    for (std::string line; std::getline(in, line);) {
-        if (line.find("cert =") != std::string::npos)
-            line = "cert = " + pair.cert;
-        else if (line.find("key =") != std::string::npos)
-            line = "key = " + pair.key;
-        out += line + '\n';
-    }
-    return out;
-}
-
 std::string Code(uint32_t result) {
     char text[32];
     std::snprintf(text, sizeof text, "result 0x%08X", result);
-    return text;
+    return result == 0 ? "" : text;
 }
 
 std::string CompareInfo(uint32_t result, const SSLCertInfo &info, const Expected &expected) {
-    if (result != 0) return Code(static_cast<uint32_t>(result));
+    if (result != 0) return Code(result);
     return std::memcmp(&info, &expected.info, sizeof info) == 0 ? "" : "record differs";
 }
 
 // One call of the kind; empty when it gave the documented result.
 std::string Round(Kind kind, int turn, const Expected &expected) {
+    SSLCertInfo info{};
     switch (kind) {
-    case kRefresh: {
-        const int32_t result = SECURITY_UpdateCertInfo();
-        return result == 0 ? "" : Code(static_cast<uint32_t>(result));
-    }
-    case kFileRead: {
-        SSLCertInfo info{};
+    case kRefresh:
+        return Code(static_cast<uint32_t>(SECURITY_UpdateCertInfo()));
+    case kFileRead:
         return CompareInfo(SECURITY_GetCertInfoFromFile(&info), info, expected);
-    }
     case kCachedRead: {
-        SSLCertInfo info{};
         const std::string failure = CompareInfo(LIB_SECURITY_GetCertInfo(&info), info, expected);
         const int32_t days = LIB_SECURITY_GetCertLeftExpires();
         // A midnight of the expiry's clock may pass during the run.
@@ -118,26 +101,21 @@ std::string Round(Kind kind, int turn, const Expected &expected) {
             return "days left " + std::to_string(days);
         return failure;
     }
-    case kRewrite: {
-        const PathPair &pair = kPairs[turn % 2];
-        const uint32_t result =
-            LIB_SECURITY_SSL_ModStunnelConfFile(pair.cert.c_str(), pair.key.c_str());
-        return result == 0 ? "" : Code(static_cast<uint32_t>(result));
-    }
+    case kRewrite:
+        return Code(LIB_SECURITY_SSL_ModStunnelConfFile(kPairs[turn % 2].cert.c_str(),
+                                                        kPairs[turn % 2].key.c_str()));
     case kTunnelRead: {
         const std::string config = ReadFile(kTunnelConfig);
         if (config == expected.tunnel[0] || config == expected.tunnel[1]) return "";
-        return "torn configuration of " + std::to_string(config.size()) + " bytes in " +
-               std::to_string(std::count(config.begin(), config.end(), '\n')) + " lines";
+        return "torn configuration of " + std::to_string(config.size()) + " bytes";
     }
     case kLogin: {
         char name[33] = {}, password[41] = {};
         const uint32_t result =
             LIB_SSL_GetNamePwdBySerial(kSerial, sizeof name, name, sizeof password, password);
-        if (result != 0) return Code(static_cast<uint32_t>(result));
-        return std::string(name) + "/" + password == "operator/op-secret"
-                   ? ""
-                   : std::string("got ") + name + "/" + password;
+        if (result != 0) return Code(result);
+        const std::string got = std::string(name) + "/" + password;
+        return got == "operator/op-secret" ? "" : "got " + got;
     }
     case kKinds:
         break;
@@ -171,6 +149,47 @@ int WorkerProcess(int process, const Expected &expected, Board &board) {
     return 0;
 }
 
+// Forks one worker per process, each leaving with _exit so that no
+// destructor or exit handler of the forked test runner runs twice; waits
+// for them until the limit has passed and kills the rest. One text per
+// worker: "exit N", "signal N" or "killed at the deadline". Called while
+// this process has a single thread: a child of a threaded process may
+// inherit a lock that another thread held.
+std::vector<std::string> RunWorkers(const std::function<int(int)> &body,
+                                    std::chrono::steady_clock::duration limit) {
+    std::vector<pid_t> pids;
+    for (int p = 0; p < kProcesses; ++p) {
+        const pid_t pid = fork();
+        if (pid == 0) {
+            int status = 99;
+            try {
+                status = body(p);
+            } catch (...) {
+            }
+            _exit(status);
+        }
+        pids.push_back(pid);
+    }
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    std::vector<std::string> outcomes;
+    for (const pid_t pid : pids) {
+        int status = 0;
+        pid_t done = 0;
+        while (pid > 0 && (done = waitpid(pid, &status, WNOHANG)) == 0 &&
+               std::chrono::steady_clock::now() < deadline)
+            std::this_thread::sleep_for(20ms);
+        if (pid > 0 && done != pid) {
+            (void)kill(pid, SIGKILL);
+            (void)waitpid(pid, nullptr, 0);
+        }
+        outcomes.push_back(pid < 0             ? "not started"
+                           : done != pid       ? "killed at the deadline"
+                           : WIFEXITED(status) ? "exit " + std::to_string(WEXITSTATUS(status))
+                                               : "signal " + std::to_string(WTERMSIG(status)));
+    }
+    return outcomes;
+}
+
 class ConcurrencyTest : public AuthTest {
   protected:
     void SetUp() override {
@@ -178,14 +197,16 @@ class ConcurrencyTest : public AuthTest {
         // A client certificate bound to a user, as a login finds it.
         AddOperator(true);
 
-        const std::string factory = ReadFile(kTunnelConfig);
-        for (int p = 0; p < 2; ++p)
-            expected_.tunnel[p] = Rewritten(factory, kPairs[p]);
-        ASSERT_NE(expected_.tunnel[0], factory);
-        // From here on every whole configuration is one of the two texts.
-        ASSERT_EQ(
-            LIB_SECURITY_SSL_ModStunnelConfFile(kPairs[0].cert.c_str(), kPairs[0].key.c_str()), 0u);
-        ASSERT_EQ(ReadFile(kTunnelConfig), expected_.tunnel[0]);
+        // The configuration as a rewrite to each pair leaves it (the rule
+        // itself is the installation tests'); from here on every whole
+        // configuration is one of the two texts.
+        for (int p : {1, 0}) {
+            ASSERT_EQ(
+                LIB_SECURITY_SSL_ModStunnelConfFile(kPairs[p].cert.c_str(), kPairs[p].key.c_str()),
+                0u);
+            expected_.tunnel[p] = ReadFile(kTunnelConfig);
+        }
+        ASSERT_NE(expected_.tunnel[0], expected_.tunnel[1]);
 
         // A stored record, so that cached reads never fall back to the files.
         ASSERT_EQ(SECURITY_UpdateCertInfo(), 0);
@@ -202,30 +223,23 @@ class ConcurrencyTest : public AuthTest {
 };
 
 TEST_F(ConcurrencyTest, EveryCallerGetsWholeResultsAndNothingIsLeftBehind) {
-    SharedRecord<Board> board;
-    {
-        // Forked before any thread of this process starts. The deadline
-        // catches a deadlock, not a slow machine: sanitizer builds on two
-        // busy cores take a third of it.
-        ChildProcesses children;
-        for (int p = 0; p < kProcesses; ++p)
-            ASSERT_TRUE(children.Start([&, p] { return WorkerProcess(p, expected_, *board); }));
-        EXPECT_EQ(children.Wait(150s), std::vector<std::string>(kProcesses, "exit 0"));
-    }
-    std::string notes;
-    for (uint32_t i = 0; i < std::min<uint32_t>(board->notes, kProcesses); ++i)
-        notes += std::string(board->note[i]) + "\n";
-    EXPECT_EQ(board->notes, 0u) << notes;
-    for (int k = 0; k < kKinds; ++k) {
-        const Kind kind = static_cast<Kind>(k);
-        SCOPED_TRACE(kKindNames[kind]);
-        EXPECT_EQ(board->failures[kind], 0u);
-        if (kind == kTunnelRead) {
+    // The workers report in memory shared with this process.
+    void *shared =
+        mmap(nullptr, sizeof(Board), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(shared, MAP_FAILED);
+    Board *board = new (shared) Board{};
+    // The deadline catches a deadlock, not a slow machine: sanitizer builds
+    // on two busy cores take a third of it.
+    EXPECT_EQ(RunWorkers([&](int p) { return WorkerProcess(p, expected_, *board); }, 150s),
+              std::vector<std::string>(kProcesses, "exit 0"));
+    EXPECT_EQ(board->failures, 0u) << board->first;
+    for (int kind = 0; kind < kKinds; ++kind) {
+        const auto threads = std::count(std::begin(kThreads), std::end(kThreads), kind);
+        if (kind == kTunnelRead) // a reader goes on while its process rewrites
             EXPECT_GE(board->rounds[kind], static_cast<uint32_t>(kProcesses));
-        } else {
-            const auto threads = std::count(std::begin(kThreads), std::end(kThreads), kind);
-            EXPECT_EQ(board->rounds[kind], kProcesses * threads * kRounds[kind]);
-        }
+        else
+            EXPECT_EQ(board->rounds[kind], kProcesses * threads * kRounds[kind])
+                << kKindNames[kind];
     }
 
     EXPECT_FALSE(std::filesystem::exists("/var/certs/certtmp"));
@@ -235,6 +249,7 @@ TEST_F(ConcurrencyTest, EveryCallerGetsWholeResultsAndNothingIsLeftBehind) {
     SSLCertInfo info{};
     EXPECT_EQ(CompareInfo(LIB_SECURITY_GetCertInfo(&info), info, expected_), "");
     EXPECT_EQ(ReadDiags(), std::vector<Diag>{});
+    munmap(shared, sizeof(Board));
 }
 
 } // namespace

@@ -26,15 +26,10 @@ library_of() {
     *) echo bmcpub ;;
   esac
 }
-for lib in bmcpub cfgm userlocal userauthority filehandle hw_desc operatelog taskservice; do
-  : >"$work/$lib.c"
-done
-for name in $declared; do
-  echo "void $name(void) {}" >>"$work/$(library_of "$name").c"
-done
-for lib in bmcpub cfgm userlocal userauthority filehandle hw_desc operatelog taskservice; do
-  cc -shared -fPIC -o "$work/sysroot/usr/lib/lib$lib.so" "$work/$lib.c"
-done
+libs="bmcpub cfgm userlocal userauthority filehandle hw_desc operatelog taskservice"
+for lib in $libs; do : >"$work/$lib.c"; done
+for name in $declared; do echo "void $name(void) {}" >>"$work/$(library_of "$name").c"; done
+for lib in $libs; do cc -shared -fPIC -o "$work/sysroot/usr/lib/lib$lib.so" "$work/$lib.c"; done
 
 cmake -S "$source_dir/tests/install/firmware" -B "$work/build" \
   -DBMCCERT_SOURCE_DIR="$source_dir" -DCONSUMER_SOURCE="$consumer" -DBMCCERT_PLATFORM=system \
@@ -47,7 +42,7 @@ library=$work/build/bmccert/lib/libbmccert.so.1
 [ ! -e "$work/build/bmccert/bin" ] || fail "tools or tests were built"
 
 link=$(cat "$work/build/bmccert/CMakeFiles/bmccert.dir/link.txt")
-for lib in bmcpub cfgm userlocal userauthority filehandle hw_desc operatelog taskservice; do
+for lib in $libs; do
   [[ $link == *"$work/sysroot/usr/lib/lib$lib.so"* ]] ||
     [[ $link == *"-L$work/sysroot/usr/lib "*"-l$lib "* ]] || fail "lib$lib.so not on the link line"
 done

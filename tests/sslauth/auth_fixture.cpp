@@ -15,6 +15,18 @@ constexpr const char *kUploadDir = "/var/certs/upload/";
 
 const NameEntries kRootSubject = {{"O", "Test Works"}, {"CN", "Test Root CA"}};
 
+// An import request for the uploaded file sent to the owner; the task's
+// handle copied out when asked for.
+template <typename Request>
+int32_t SendImport(uint32_t command, Request &request, const std::string &path, TaskHandle *task) {
+    std::snprintf(request.szFilePath, sizeof request.szFilePath, "%s", path.c_str());
+    MRPC_Msg *response = nullptr;
+    const int32_t result = MRPC_Call(36, command, sizeof request, &request, 1000, &response);
+    if (task != nullptr && response != nullptr) std::memcpy(task, response->pPayload, sizeof *task);
+    MRPC_MsgFree(&response);
+    return result;
+}
+
 } // namespace
 
 void AuthTest::SetUp() {
@@ -33,22 +45,8 @@ void AuthTest::PutBytes(uint32_t key, const void *data, uint32_t size) {
     ASSERT_EQ(DB_PutInternal(__FILE__, __LINE__, DB_GetCurrentDb(), key, size, data), 0);
 }
 
-RootCertList AuthTest::Roots() {
-    RootCertList list{};
-    EXPECT_EQ(DB_Get(DB_GetCurrentDb(), SSL_AUTH_DB_KEY_ROOT_LIST, sizeof list, &list), 0);
-    return list;
-}
-
-CliCertList AuthTest::Clients() {
-    CliCertList list{};
-    EXPECT_EQ(DB_Get(DB_GetCurrentDb(), SSL_AUTH_DB_KEY_CLIENT_LIST, sizeof list, &list), 0);
-    return list;
-}
-
-CliCertUserList AuthTest::Bindings() {
-    CliCertUserList list{};
-    EXPECT_EQ(DB_Get(DB_GetCurrentDb(), SSL_AUTH_DB_KEY_USER_LIST, sizeof list, &list), 0);
-    return list;
+void AuthTest::GetBytes(uint32_t key, void *data, uint32_t size) {
+    EXPECT_EQ(DB_Get(DB_GetCurrentDb(), key, size, data), 0);
 }
 
 RootCertInfo AuthTest::RootEntry(uint32_t id, int32_t expTime, uint8_t active) {
@@ -102,22 +100,13 @@ std::string AuthTest::UploadClient(const std::string &name, long serial) {
 
 int32_t AuthTest::ImportRoot(const std::string &path, TaskHandle *task) {
     RootCertImportReq request{};
-    std::snprintf(request.szFilePath, sizeof request.szFilePath, "%s", path.c_str());
-    MRPC_Msg *response = nullptr;
-    const int32_t result = MRPC_Call(36, 42, sizeof request, &request, 1000, &response);
-    if (task != nullptr && response != nullptr) std::memcpy(task, response->pPayload, sizeof *task);
-    MRPC_MsgFree(&response);
-    return result;
+    return SendImport(42, request, path, task);
 }
 
 int32_t AuthTest::ImportClient(const std::string &path, uint32_t rootId) {
     CliCertImportReq request{};
-    std::snprintf(request.szFilePath, sizeof request.szFilePath, "%s", path.c_str());
     request.uiRootCertId = rootId;
-    MRPC_Msg *response = nullptr;
-    const int32_t result = MRPC_Call(36, 43, sizeof request, &request, 1000, &response);
-    MRPC_MsgFree(&response);
-    return result;
+    return SendImport(43, request, path, nullptr);
 }
 
 void AuthTest::AddOperator(bool bound) {
@@ -141,16 +130,27 @@ std::vector<RpcCall> AuthTest::RpcLog() {
     std::ifstream in(BMCSIM_RPC_LOG);
     for (std::string line; std::getline(in, line);) {
         std::istringstream fields(line);
-        RpcCall call;
-        std::getline(fields, call.module, '\t');
-        std::getline(fields, call.command, '\t');
-        std::getline(fields, call.length, '\t');
-        std::getline(fields, call.waitLimit, '\t');
-        std::getline(fields, call.requestHex, '\t');
-        std::getline(fields, call.result, '\t');
-        calls.push_back(call);
+        RpcCall &call = calls.emplace_back();
+        for (std::string *field : {&call.module, &call.command, &call.length, &call.waitLimit,
+                                   &call.requestHex, &call.result})
+            std::getline(fields, *field, '\t');
     }
     return calls;
+}
+
+std::string AuthTest::Outcome(uint32_t result, const OperateDesc &desc) {
+    EXPECT_EQ(desc.ucLogClass, 37);
+    char code[16];
+    std::snprintf(code, sizeof code, "0x%08X ", result);
+    return code +
+           std::string(desc.szOperateDesc, strnlen(desc.szOperateDesc, sizeof desc.szOperateDesc));
+}
+
+std::vector<Diag> AuthTest::Handling(const std::vector<std::string> &messages) {
+    std::vector<Diag> diags;
+    for (const std::string &message : messages)
+        diags.push_back({31, 2, 4, message});
+    return diags;
 }
 
 } // namespace bmctest

