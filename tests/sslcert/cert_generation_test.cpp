@@ -1,6 +1,7 @@
 // Generation of a key and self-signed certificate and its installation:
 // the request configuration, the exact command lines, which files exist
-// after each failure, key modes whatever the umask, and the refresh.
+// after each failure, key modes whatever the umask, and the refresh. A
+// refused request is held by the hostile-request test.
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
@@ -39,7 +40,7 @@ bool Exists(const char *path) {
 // exact command lines can be asserted while the real tool does the work.
 class RecordedOpenssl {
   public:
-    RecordedOpenssl() : savedPath_(std::getenv("PATH")) {
+    RecordedOpenssl() {
         std::filesystem::create_directories(kWrapperDir);
         const std::string wrapper = std::string(kWrapperDir) + "/openssl";
         WriteFile(wrapper, "#!/bin/sh\nprintf 'openssl %s\\n' \"$*\" >> " +
@@ -49,11 +50,9 @@ class RecordedOpenssl {
         setenv("PATH", (std::string(kWrapperDir) + ":" + savedPath_).c_str(), 1);
     }
     ~RecordedOpenssl() { setenv("PATH", savedPath_.c_str(), 1); }
-    RecordedOpenssl(const RecordedOpenssl &) = delete;
-    RecordedOpenssl &operator=(const RecordedOpenssl &) = delete;
 
   private:
-    std::string savedPath_;
+    const std::string savedPath_ = std::getenv("PATH");
 };
 
 class CertGenerationTest : public ControllerTest {};
@@ -66,7 +65,7 @@ TEST_F(CertGenerationTest, GeneratesAndInstallsWithPrivateKeysWhateverTheUmask) 
         const SSLCertGenParam request = GenRequest(1024);
         const uint32_t result = LIB_SECURITY_GenCert(&request);
         umask(saved);
-        ASSERT_EQ(result, 0u) << Describe(ReadDiagLog());
+        ASSERT_EQ(result, 0u) << testing::PrintToString(ReadDiags());
 
         EXPECT_EQ(ReadFile(kRequestConfig), "[req]\n"
                                             "distinguished_name = req_distinguished_name\n"
@@ -109,18 +108,6 @@ TEST_F(CertGenerationTest, GeneratesAndInstallsWithPrivateKeysWhateverTheUmask) 
         EXPECT_STREQ(stored.stSSLConfig.stIssueTo.szEmailAddress, "ops@bmc-07.example.org");
         EXPECT_EQ(stored.stSSLConfig.uiPublicKeyLen, 1024u);
     }
-}
-
-TEST_F(CertGenerationTest, RefusedRequestWritesNothingAndRunsNothing) {
-    SSLCertGenParam request = GenRequest(4096);
-    const uint64_t spawns = BMCSIM_SpawnCount();
-    EXPECT_EQ(LIB_SECURITY_GenCert(&request), 0x98000008u);
-    EXPECT_EQ(BMCSIM_SpawnCount(), spawns);
-    EXPECT_TRUE(std::filesystem::is_empty("/var/certs"));
-    EXPECT_EQ(
-        ReadDiags(),
-        (std::vector<Diag>{{31, 3, 2, "SSL cert Gen Keylength verify failed! Keylength = 4096.\n"},
-                           {31, 3, 2, "Gen cert check data failed!\n"}}));
 }
 
 TEST_F(CertGenerationTest, MissingExtensionFileStopsAfterTheConfiguration) {

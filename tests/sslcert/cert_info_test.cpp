@@ -57,9 +57,6 @@ TEST_F(CertInfoTest, NoRecordAndNoCertificateIsUnavailable) {
              "Failed to get cert config data from DB and file. iRet=" + Signed(0x81000001) + "."},
         }));
     EXPECT_EQ(LIB_SECURITY_GetCertLeftExpires(), 0);
-    EXPECT_EQ(LIB_SECURITY_GetCertInfo(nullptr), SSLCERT_MGMT_INFO_UNAVAILABLE);
-    EXPECT_EQ(SECURITY_GetCertInfoFromDB(nullptr), SSLCERT_MGMT_INFO_UNAVAILABLE);
-    EXPECT_EQ(SECURITY_GetCertInfoFromFile(nullptr), SSLCERT_ERR_NULL_POINTER);
 }
 
 TEST_F(CertInfoTest, DatabaseFaultsStillServeTheFiles) {

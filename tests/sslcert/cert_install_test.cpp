@@ -11,6 +11,8 @@ namespace bmctest {
 namespace {
 
 constexpr const char *kScratchConfig = "/conf/adviserd/tmp_stunnel.conf";
+constexpr const char *kUploadCert = "/var/certs/actualcert.pem";
+constexpr const char *kUploadKey = "/var/certs/actualprivkey.pem";
 
 class CertInstallTest : public ControllerTest {
   protected:
@@ -22,15 +24,36 @@ class CertInstallTest : public ControllerTest {
     }
 };
 
-TEST_F(CertInstallTest, MissingTemporaryKeyCopiesNothing) {
-    PlaceCert(SSL_CERT_TYPE_UPLOAD_TMP, MakeCertPem({}), "");
-    EXPECT_EQ(SECURITY_SSL_UpdateSSLCert("/var/certs/actualcert.pem", "/var/certs/actualprivkey.pem"),
-              0x81000001u);
-    EXPECT_NE(access("/conf/certs/server/user/actualcert.pem", F_OK), 0);
-    EXPECT_NE(access(kCombinedFile, F_OK), 0);
-    EXPECT_EQ(ReadDiags(),
-              (std::vector<Diag>{
-                  {31, 3, 2, "Tmp Privkey File /var/certs/actualprivkey.pem is not exist!\n"}}));
+TEST_F(CertInstallTest, FailedStepsStopBeforeTheKeyIsInstalled) {
+    struct Case {
+        const char *name;
+        bool cert, key;
+        const char *faults;
+        uint32_t level;
+        std::string report; // the start of the only report
+    } cases[] = {
+        {"no certificate", false, true, "", 2,
+         "Tmp Cert File /var/certs/actualcert.pem is not exist!\n"},
+        {"no key", true, false, "", 2,
+         "Tmp Privkey File /var/certs/actualprivkey.pem is not exist!\n"},
+        {"certificate copy fails", true, true, "BMC_CopyFile=0x81000001", 4,
+         "Copy certificate file from /var/certs/actualcert.pem to "
+         "/conf/certs/server/user/actualcert.pem failed! strerrno:"},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        SetUp();
+        if (c.cert) WriteFile(kUploadCert, MakeCertPem({}));
+        if (c.key) WriteFile(kUploadKey, KeyPem(KeyKind::Rsa2048));
+        SetFaults(c.faults);
+        EXPECT_EQ(SECURITY_SSL_UpdateSSLCert(kUploadCert, kUploadKey), 0x81000001u);
+        const auto diags = ReadDiags();
+        ASSERT_EQ(diags.size(), 1u);
+        EXPECT_EQ(diags[0].level, c.level);
+        EXPECT_EQ(diags[0].message.substr(0, c.report.size()), c.report);
+        EXPECT_NE(access("/conf/certs/server/user/actualprivkey.pem", F_OK), 0);
+        EXPECT_NE(access(kCombinedFile, F_OK), 0);
+    }
 }
 
 TEST_F(CertInstallTest, TunnelRewriteReplacesEveryMentionAndNothingElse) {
@@ -74,22 +97,6 @@ TEST_F(CertInstallTest, TunnelRewriteKeepsTheModeAndReportsAMissingConfiguration
               (std::vector<Diag>{{31, 3, 4, "/conf/adviserd/stunnel.conf open failed.\n"}}));
     // The lock was given back: a second rewrite does not wait forever.
     EXPECT_EQ(LIB_SECURITY_SSL_ModStunnelConfFile("/c", "/k"), 0x81000001u);
-    EXPECT_EQ(LIB_SECURITY_SSL_ModStunnelConfFile(nullptr, "/k"), 0x81000002u);
-}
-
-TEST_F(CertInstallTest, FailedCopyStopsBeforeTheKey) {
-    PlaceCert(SSL_CERT_TYPE_UPLOAD_TMP, MakeCertPem({}));
-    SetFaults("BMC_CopyFile=0x81000001");
-    EXPECT_EQ(SECURITY_SSL_UpdateSSLCert("/var/certs/actualcert.pem", "/var/certs/actualprivkey.pem"),
-              0x81000001u);
-    const auto diags = ReadDiags();
-    ASSERT_EQ(diags.size(), 1u);
-    EXPECT_EQ(diags[0].level, 4u);
-    EXPECT_EQ(diags[0].message.rfind("Copy certificate file from /var/certs/actualcert.pem to "
-                                     "/conf/certs/server/user/actualcert.pem failed! strerrno:",
-                                     0),
-              0u);
-    EXPECT_NE(access("/conf/certs/server/user/actualprivkey.pem", F_OK), 0);
 }
 
 } // namespace

