@@ -23,16 +23,19 @@ namespace fs = std::filesystem;
 struct StoredRecord {
     uint32_t key;
     uint32_t size;
+    // Zeroed, the record holds nothing: the bound operator's login answers
+    // this, the support flag and the information's key length read so.
+    uint32_t zeroedLogin, zeroedSupport, zeroedKeyLength;
 };
 
 constexpr StoredRecord kRecords[] = {
-    {SSL_AUTH_DB_KEY_STATE, 1},
-    {SSL_AUTH_DB_KEY_REVOKE_CHECK, 1},
-    {SSL_AUTH_DB_KEY_ROOT_LIST, sizeof(RootCertList)},
-    {SSL_AUTH_DB_KEY_CLIENT_LIST, sizeof(CliCertList)},
-    {SSL_AUTH_DB_KEY_USER_LIST, sizeof(CliCertUserList)},
-    {SSL_AUTH_DB_KEY_SUPPORT, 1},
-    {SSLCERT_INFO_DB_KEY, sizeof(SSLCertInfo)},
+    {SSL_AUTH_DB_KEY_STATE, 1, 0, 1, 2048},
+    {SSL_AUTH_DB_KEY_REVOKE_CHECK, 1, 0, 1, 2048},
+    {SSL_AUTH_DB_KEY_ROOT_LIST, sizeof(RootCertList), 0, 1, 2048},
+    {SSL_AUTH_DB_KEY_CLIENT_LIST, sizeof(CliCertList), SSL_AUTH_MGMT_LOGIN_NO_CERT, 1, 2048},
+    {SSL_AUTH_DB_KEY_USER_LIST, sizeof(CliCertUserList), SSL_AUTH_MGMT_LOGIN_NO_USER, 1, 2048},
+    {SSL_AUTH_DB_KEY_SUPPORT, 1, 0, 0, 2048},
+    {SSLCERT_INFO_DB_KEY, sizeof(SSLCertInfo), 0, 1, 0},
 };
 
 // A shell would run this if a field ever reached one unquoted.
@@ -174,6 +177,14 @@ TEST_F(DamagedRecordsTest, ZeroedAndUnterminatedRecords) {
         Restore(stored);
         PutBytes(record.key, std::vector<char>(record.size, 0).data(), record.size);
         (void)ReadEverything();
+        char name[33] = {}, password[41] = {};
+        EXPECT_EQ(
+            LIB_SSL_GetNamePwdBySerial("0ABCDE", sizeof name, name, sizeof password, password),
+            record.zeroedLogin);
+        EXPECT_EQ(LIB_SSL_IsSupportCertAuthFunc(), record.zeroedSupport);
+        SSLCertInfo info{};
+        EXPECT_EQ(LIB_SECURITY_GetCertInfo(&info), 0u);
+        EXPECT_EQ(info.stSSLConfig.uiPublicKeyLen, record.zeroedKeyLength);
     }
 
     RootCertList roots{};
