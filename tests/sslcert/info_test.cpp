@@ -64,7 +64,7 @@ TEST_F(InfoTest, FirstCertificateFoundDecidesAndMissingKeyStopsTheSearch) {
         for (uint32_t type = 1; type <= 4; ++type) {
             PlaceCert(type, pem);
             if (c.files[2 * type - 2] != 'C') RemoveFile(CertPath(type));
-            if (c.files[2 * type - 1] != 'K') RemoveFile(KeyPath(type));
+            if (c.files[2 * type - 1] != 'K') RemoveFile(CertPath(type, true));
         }
         EXPECT_EQ(LIB_SECURITY_GetCertType(), c.expected);
         std::vector<Diag> expected;

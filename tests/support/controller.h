@@ -31,9 +31,8 @@ class ControllerTest : public ::testing::Test {
     void SetUp() override;
     void TearDown() override;
 
-    // The certificate and key files of a certificate type (1 to 6).
-    static std::string CertPath(uint32_t certType);
-    static std::string KeyPath(uint32_t certType);
+    // The certificate (or key) file of a certificate type (1 to 6).
+    static std::string CertPath(uint32_t certType, bool key = false);
     // Writes a certificate (and key, when given) where the type's files lie.
     static void PlaceCert(uint32_t certType, const std::string &certPem,
                           const std::string &keyPem = KeyPem(KeyKind::Rsa2048));
