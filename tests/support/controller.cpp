@@ -1,7 +1,11 @@
 #include "tests/support/controller.h"
 
+#include <unistd.h>
+
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <thread>
 
 #include "lib_security_sslcert.h"
 #include "platform/host/bmc_sim.h"
@@ -83,6 +87,15 @@ SSLCertGenParam GenRequest(uint32_t keyLength) {
     (void)BMC_Strlcpy(request.szEmailAddress, "ops@bmc-07.example.org",
                       sizeof request.szEmailAddress);
     return request;
+}
+
+std::string ServicesLog(const std::string &awaited) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    std::string log;
+    while ((log = access(kServicesLog, F_OK) == 0 ? ReadFile(kServicesLog) : "") != awaited &&
+           !awaited.empty() && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    return log;
 }
 
 void ControllerTest::SetOemFlag(uint32_t flag) {

@@ -26,6 +26,10 @@ inline constexpr const char *kServicesLog = "/var/lib/bmc-sim/services.log";
 // emailAddress=ops@bmc-07.example.org.
 SSLCertGenParam GenRequest(uint32_t keyLength);
 
+// The log of service restarts, empty while there is none; with a text to
+// wait for, read again until it is that text or 10 s have passed.
+std::string ServicesLog(const std::string &awaited = "");
+
 class ControllerTest : public ::testing::Test {
   protected:
     void SetUp() override;
