@@ -3,27 +3,24 @@
 // that the targets which go through the file system run in.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <initializer_list>
-#include <sstream>
+#include <iterator>
 #include <string>
 
 #include <unistd.h>
 
 namespace bmcfuzz {
 
-[[noreturn]] inline void Fail(const char *what) {
-    std::fprintf(stderr, "invariant broken: %s\n", what);
-    std::abort();
-}
-
 #define BMCFUZZ_CHECK(condition)                                                                   \
     do {                                                                                           \
-        if (!(condition)) ::bmcfuzz::Fail(#condition);                                             \
+        if (!(condition))                                                                          \
+            std::fprintf(stderr, "invariant broken: %s\n", #condition), std::abort();              \
     } while (0)
 
 // A text field must hold its terminator inside the field.
@@ -32,9 +29,7 @@ template <size_t N> bool Terminated(const char (&field)[N]) {
 }
 
 inline bool OneOf(uint32_t code, std::initializer_list<uint32_t> codes) {
-    for (uint32_t allowed : codes)
-        if (code == allowed) return true;
-    return false;
+    return std::find(codes.begin(), codes.end(), code) != codes.end();
 }
 
 inline void WriteFile(const char *path, const std::string &content) {
@@ -44,9 +39,7 @@ inline void WriteFile(const char *path, const std::string &content) {
 
 inline std::string ReadFile(const char *path) {
     std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
+    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 // The library reports through the stand-in's diag.log; thousands of

@@ -23,16 +23,19 @@ namespace fs = std::filesystem;
 struct StoredRecord {
     uint32_t key;
     uint32_t size;
+    // Zeroed, the record holds nothing: the bound operator's login answers
+    // this, the support flag and the information's key length read so.
+    uint32_t zeroedLogin, zeroedSupport, zeroedKeyLength;
 };
 
 constexpr StoredRecord kRecords[] = {
-    {SSL_AUTH_DB_KEY_STATE, 1},
-    {SSL_AUTH_DB_KEY_REVOKE_CHECK, 1},
-    {SSL_AUTH_DB_KEY_ROOT_LIST, sizeof(RootCertList)},
-    {SSL_AUTH_DB_KEY_CLIENT_LIST, sizeof(CliCertList)},
-    {SSL_AUTH_DB_KEY_USER_LIST, sizeof(CliCertUserList)},
-    {SSL_AUTH_DB_KEY_SUPPORT, 1},
-    {SSLCERT_INFO_DB_KEY, sizeof(SSLCertInfo)},
+    {SSL_AUTH_DB_KEY_STATE, 1, 0, 1, 2048},
+    {SSL_AUTH_DB_KEY_REVOKE_CHECK, 1, 0, 1, 2048},
+    {SSL_AUTH_DB_KEY_ROOT_LIST, sizeof(RootCertList), 0, 1, 2048},
+    {SSL_AUTH_DB_KEY_CLIENT_LIST, sizeof(CliCertList), SSL_AUTH_MGMT_LOGIN_NO_CERT, 1, 2048},
+    {SSL_AUTH_DB_KEY_USER_LIST, sizeof(CliCertUserList), SSL_AUTH_MGMT_LOGIN_NO_USER, 1, 2048},
+    {SSL_AUTH_DB_KEY_SUPPORT, 1, 0, 0, 2048},
+    {SSLCERT_INFO_DB_KEY, sizeof(SSLCertInfo), 0, 1, 0},
 };
 
 // A shell would run this if a field ever reached one unquoted.
@@ -40,6 +43,13 @@ constexpr std::string_view kHostile = "$(touch /var/certs/mk)`touch /var/certs/m
 
 template <size_t N> bool Terminated(const char (&text)[N]) {
     return std::memchr(text, '\0', N) != nullptr;
+}
+
+// An output filled with a pattern, so that what a reader leaves shows.
+template <typename T> T Filled() {
+    T out;
+    std::memset(&out, 0xEE, sizeof out);
+    return out;
 }
 
 // Every reader of the records, with outputs prefilled with a pattern: a
@@ -58,38 +68,31 @@ std::vector<std::string> ReadEverything() {
     uint32_t id = 0xEEEE;
     note(LIB_SSL_GetActiveRootCertId(&id), &id, sizeof id);
 
-    RootCertInfo root;
-    CliCertInfo client;
-    CliCertDetail detail;
     for (uint32_t cert : {1u, 2u, 20u}) {
-        std::memset(&root, 0xEE, sizeof root);
+        auto root = Filled<RootCertInfo>();
         note(LIB_SSL_IsExistRootCert(cert, &root), &root, sizeof root);
         note(LIB_SSL_GetRootCertInfo(cert, &root), &root, sizeof root);
-        std::memset(&client, 0xEE, sizeof client);
+        auto client = Filled<CliCertInfo>();
         note(LIB_SSL_IsExistClientCert(cert, &client), &client, sizeof client);
         // A certificate that no user holds leaves the user part as it was.
-        std::memset(&detail, 0, sizeof detail);
+        CliCertDetail detail{};
         const uint32_t result = LIB_SSL_GetClientCertInfo(cert, &detail);
         EXPECT_TRUE(result != 0 ||
                     (Terminated(detail.stUser.szUserName) && Terminated(detail.stUser.szRoleName)));
         note(result, &detail, sizeof detail);
         note(LIB_SSL_IsCorrectCertRelation(1, cert), nullptr, 0);
     }
-    RootCertList roots;
-    std::memset(&roots, 0xEE, sizeof roots);
+    auto roots = Filled<RootCertList>();
     note(LIB_SSL_GetRootCertList(&roots), &roots, sizeof roots);
-    CliCertList clients;
-    std::memset(&clients, 0xEE, sizeof clients);
+    auto clients = Filled<CliCertList>();
     note(LIB_SSL_GetClientCertList(&clients), &clients, sizeof clients);
-    std::memset(&clients, 0xEE, sizeof clients);
+    clients = Filled<CliCertList>();
     uint32_t count = 0xEEEE;
     note(LIB_SSL_GetClientCertListByRoot(1, &count, clients.astCliCert), &clients, sizeof clients);
     seen.push_back(std::to_string(count));
-    CliCertUserList bindings;
-    std::memset(&bindings, 0xEE, sizeof bindings);
+    auto bindings = Filled<CliCertUserList>();
     note(LIB_SSL_GetClientCertUserList(&bindings), &bindings, sizeof bindings);
-    UsableUserList usable;
-    std::memset(&usable, 0xEE, sizeof usable);
+    auto usable = Filled<UsableUserList>();
     note(LIB_SSL_GetUsableUserList(&usable), &usable, sizeof usable);
 
     for (std::string serial : {std::string("0ABCDE"), std::string(kHostile),
@@ -104,8 +107,7 @@ std::vector<std::string> ReadEverything() {
     }
     note(LIB_SSL_CertRevokeCheck(1), nullptr, 0);
 
-    SSLCertInfo info;
-    std::memset(&info, 0xEE, sizeof info);
+    auto info = Filled<SSLCertInfo>();
     note(LIB_SECURITY_GetCertInfo(&info), &info.stSSLConfig.uiPublicKeyLen,
          sizeof info.stSSLConfig.uiPublicKeyLen);
     // The factory certificate was made moments ago: its last day may be
@@ -174,6 +176,14 @@ TEST_F(DamagedRecordsTest, ZeroedAndUnterminatedRecords) {
         Restore(stored);
         PutBytes(record.key, std::vector<char>(record.size, 0).data(), record.size);
         (void)ReadEverything();
+        char name[33] = {}, password[41] = {};
+        EXPECT_EQ(
+            LIB_SSL_GetNamePwdBySerial("0ABCDE", sizeof name, name, sizeof password, password),
+            record.zeroedLogin);
+        EXPECT_EQ(LIB_SSL_IsSupportCertAuthFunc(), record.zeroedSupport);
+        SSLCertInfo info{};
+        EXPECT_EQ(LIB_SECURITY_GetCertInfo(&info), 0u);
+        EXPECT_EQ(info.stSSLConfig.uiPublicKeyLen, record.zeroedKeyLength);
     }
 
     RootCertList roots{};

@@ -31,51 +31,35 @@ TEST_F(HostileRequestTest, EveryFieldRefusesWhatCouldEscapeIt) {
         void (*set)(SSLCertGenParam &, const std::string &);
         size_t size;
     } fields[] = {
-        {"Email Address verify failed! EmailAddress",
-         [](auto &r, const auto &t) { Fill(r.szEmailAddress, t); }, 129},
-        {"Country Code verify failed! CountryCode",
-         [](auto &r, const auto &t) { Fill(r.szCountryCode, t); }, 3},
-        {"Common Name verify failed! CommonName",
-         [](auto &r, const auto &t) { Fill(r.szCommonName, t); }, 65},
-        {"Organisation verify failed! Organisation",
-         [](auto &r, const auto &t) { Fill(r.szOrganisation, t); }, 65},
-        {"Organisation Unit verify failed! OrganisationUnit",
-         [](auto &r, const auto &t) { Fill(r.szOrganisationUnit, t); }, 65},
-        {"Locality Name verify failed! LocalityName",
-         [](auto &r, const auto &t) { Fill(r.szLocalityName, t); }, 129},
-        {"State Name verify failed! StateName",
-         [](auto &r, const auto &t) { Fill(r.szStateName, t); }, 129},
-    };
-    const std::string payloads[] = {
-        "a$(touch /var/certs/mk)",
-        "a`touch /var/certs/mk`",
-        "a;touch /var/certs/mk",
-        "a|touch /var/certs/mk",
-        "a&touch /var/certs/mk",
-        "a'b",
-        "a\"b",
-        "a\nCN = x",
-        "caf\xc3\xa9\xff",
+        // clang-format off
+        {"Email Address verify failed! EmailAddress", [](auto &r, const auto &t) { Fill(r.szEmailAddress, t); }, 129},
+        {"Country Code verify failed! CountryCode", [](auto &r, const auto &t) { Fill(r.szCountryCode, t); }, 3},
+        {"Common Name verify failed! CommonName", [](auto &r, const auto &t) { Fill(r.szCommonName, t); }, 65},
+        {"Organisation verify failed! Organisation", [](auto &r, const auto &t) { Fill(r.szOrganisation, t); }, 65},
+        {"Organisation Unit verify failed! OrganisationUnit", [](auto &r, const auto &t) { Fill(r.szOrganisationUnit, t); }, 65},
+        {"Locality Name verify failed! LocalityName", [](auto &r, const auto &t) { Fill(r.szLocalityName, t); }, 129},
+        {"State Name verify failed! StateName", [](auto &r, const auto &t) { Fill(r.szStateName, t); }, 129},
+        // clang-format on
     };
     const uint64_t spawned = BMCSIM_SpawnCount();
     for (const Field &field : fields) {
         SCOPED_TRACE(field.report);
-        // Filled to the last byte: the report shows the text cut to the field.
-        const std::string unterminated(field.size, 'a');
-        for (const std::string &payload :
-             {payloads[0], payloads[1], payloads[2], payloads[3], payloads[4], payloads[5],
-              payloads[6], payloads[7], payloads[8], unterminated}) {
+        // The last one fills the field to its last byte: the report shows
+        // the text cut to the field.
+        for (const std::string &payload : std::vector<std::string>{
+                 "a$(touch /var/certs/mk)", "a`touch /var/certs/mk`", "a;touch /var/certs/mk",
+                 "a|touch /var/certs/mk", "a&touch /var/certs/mk", "a'b", "a\"b", "a\nCN = x",
+                 "caf\xc3\xa9\xff", std::string(field.size, 'a')}) {
             SCOPED_TRACE(payload);
             SSLCertGenParam request = GenRequest(2048);
             field.set(request, payload);
             ClearDiagLog();
             EXPECT_EQ(LIB_SECURITY_GenCert(&request), 0x98000008u);
-            const std::string shown = payload.substr(0, field.size - 1);
-            EXPECT_EQ(
-                ReadDiags(),
-                (std::vector<Diag>{
-                    {31, 3, 2, std::string("SSL cert Gen ") + field.report + " = " + shown + ".\n"},
-                    {31, 3, 2, "Gen cert check data failed!\n"}}));
+            EXPECT_EQ(ReadDiags(),
+                      (std::vector<Diag>{{31, 3, 2,
+                                          std::string("SSL cert Gen ") + field.report + " = " +
+                                              payload.substr(0, field.size - 1) + ".\n"},
+                                         {31, 3, 2, "Gen cert check data failed!\n"}}));
         }
     }
     EXPECT_EQ(BMCSIM_SpawnCount(), spawned);

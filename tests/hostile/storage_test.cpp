@@ -39,12 +39,8 @@ bool CombinedFileLoads() {
     return cert && key && X509_check_private_key(cert.get(), key.get()) == 1;
 }
 
-struct Installed {
-    std::string cert, key, combined, tunnel;
-    bool operator==(const Installed &) const = default;
-};
-
-Installed ReadInstalled() {
+// The installed pair, the combined file and the tunnel configuration.
+std::vector<std::string> ReadInstalled() {
     return {ReadFile("/conf/certs/server/user/actualcert.pem"),
             ReadFile("/conf/certs/server/user/actualprivkey.pem"), ReadFile(kCombinedFile),
             ReadFile(kTunnelConfig)};
@@ -92,7 +88,7 @@ class StorageTest : public ControllerTest {
 TEST_F(StorageTest, FullDiskRefusesBeforeTouchingTheInstalledPair) {
     Upload({});
     ASSERT_EQ(Install(), 0u);
-    const Installed before = ReadInstalled();
+    const auto before = ReadInstalled();
     ASSERT_TRUE(CombinedFileLoads());
 
     CertRecipe next;
@@ -110,7 +106,7 @@ TEST_F(StorageTest, FullDiskRefusesBeforeTouchingTheInstalledPair) {
                                       "No room under /conf/certs/server/user for the new "
                                       "certificate: 12288 bytes needed, " +
                                           std::to_string(spare * 4096) + " free.\n"}}));
-        EXPECT_TRUE(ReadInstalled() == before);
+        EXPECT_EQ(ReadInstalled(), before);
         EXPECT_TRUE(CombinedFileLoads());
     }
 
@@ -122,7 +118,7 @@ TEST_F(StorageTest, FullDiskRefusesBeforeTouchingTheInstalledPair) {
                                                "Replace /conf/adviserd/stunnel.conf with "
                                                "/conf/adviserd/tmp_stunnel.conf failed! "
                                                "strerrno:No space left on device\n"}}));
-    EXPECT_EQ(ReadFile(kTunnelConfig), before.tunnel);
+    EXPECT_EQ(ReadFile(kTunnelConfig), before[3]);
     EXPECT_FALSE(fs::exists("/conf/adviserd/tmp_stunnel.conf"));
 
     FillLeaving(3);
@@ -134,7 +130,7 @@ TEST_F(StorageTest, FullDiskRefusesBeforeTouchingTheInstalledPair) {
 TEST_F(StorageTest, ReadOnlyConfRefusesAndKeepsServingThePair) {
     Upload({});
     ASSERT_EQ(Install(), 0u);
-    const Installed before = ReadInstalled();
+    const auto before = ReadInstalled();
     ASSERT_EQ(mount("bmccert-conf", "/conf", "tmpfs", MS_REMOUNT | MS_RDONLY, nullptr), 0);
 
     CertRecipe next;
@@ -149,7 +145,7 @@ TEST_F(StorageTest, ReadOnlyConfRefusesAndKeepsServingThePair) {
                                   "/conf/certs/server/user/actualcert.pem failed! "
                                   "strerrno:Read-only file system\n"},
                                  {31, 3, 4, "/conf/adviserd/tmp_stunnel.conf open failed.\n"}}));
-    EXPECT_TRUE(ReadInstalled() == before);
+    EXPECT_EQ(ReadInstalled(), before);
     EXPECT_TRUE(CombinedFileLoads());
 
     // The information still comes from the installed pair.

@@ -1,7 +1,11 @@
 #include "tests/support/controller.h"
 
+#include <unistd.h>
+
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <thread>
 
 #include "lib_security_sslcert.h"
 #include "platform/host/bmc_sim.h"
@@ -11,19 +15,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct FactoryFiles {
-    std::string cert;
-    std::string key;
-    std::string tunnelConfig;
-    std::string extensions;
-};
-
-// Read once, from the sandbox as it was provisioned.
-const FactoryFiles &Factory() {
-    static const FactoryFiles files{ReadFile(kFactoryCert), ReadFile(kFactoryKey),
-                                    ReadFile(kTunnelConfig), ReadFile(kExtensionFile)};
-    return files;
-}
+// Files a test may change, put back as the sandbox was provisioned.
+const char *const kProvisioned[] = {kFactoryCert, kFactoryKey, kTunnelConfig, kExtensionFile};
 
 void EmptyDirectory(const fs::path &dir) {
     std::error_code ec;
@@ -34,7 +27,8 @@ void EmptyDirectory(const fs::path &dir) {
 } // namespace
 
 void ControllerTest::SetUp() {
-    (void)Factory();
+    static const std::string provisioned[] = {ReadFile(kProvisioned[0]), ReadFile(kProvisioned[1]),
+                                              ReadFile(kProvisioned[2]), ReadFile(kProvisioned[3])};
     unsetenv(BMCSIM_ENV_FAULTS);
     unsetenv(BMCSIM_ENV_OEM_FLAG);
     EmptyDirectory("/conf/certs/server/user");
@@ -42,10 +36,8 @@ void ControllerTest::SetUp() {
     fs::remove_all("/conf/certs/server/oem", ec);
     EmptyDirectory("/var/certs");
     fs::create_directories("/conf/certs/server/default");
-    WriteFile(kFactoryCert, Factory().cert);
-    WriteFile(kFactoryKey, Factory().key);
-    WriteFile(kTunnelConfig, Factory().tunnelConfig);
-    WriteFile(kExtensionFile, Factory().extensions);
+    for (size_t i = 0; i < std::size(provisioned); ++i)
+        WriteFile(kProvisioned[i], provisioned[i]);
     fs::remove(kCombinedFile, ec);
     fs::remove(kServicesLog, ec);
     ASSERT_EQ(BMCSIM_DbErase(SSLCERT_INFO_DB_KEY), 0);
@@ -57,22 +49,12 @@ void ControllerTest::TearDown() {
     unsetenv(BMCSIM_ENV_OEM_FLAG);
 }
 
-namespace {
-
-std::pair<std::string, std::string> Paths(uint32_t certType) {
-    char cert[SSLCERT_PATH_BUF_SIZE] = {};
-    char key[SSLCERT_PATH_BUF_SIZE] = {};
-    EXPECT_EQ(LIB_SECURITY_GetSSLCertKeyPath(certType, sizeof cert, sizeof key, cert, key), 0u);
-    return {cert, key};
-}
-
-} // namespace
-
-std::string ControllerTest::CertPath(uint32_t certType) {
-    return Paths(certType).first;
-}
-std::string ControllerTest::KeyPath(uint32_t certType) {
-    return Paths(certType).second;
+std::string ControllerTest::CertPath(uint32_t certType, bool key) {
+    char paths[2][SSLCERT_PATH_BUF_SIZE] = {};
+    EXPECT_EQ(LIB_SECURITY_GetSSLCertKeyPath(certType, sizeof paths[0], sizeof paths[1], paths[0],
+                                             paths[1]),
+              0u);
+    return paths[key ? 1 : 0];
 }
 
 void ControllerTest::PlaceCert(uint32_t certType, const std::string &certPem,
@@ -80,7 +62,7 @@ void ControllerTest::PlaceCert(uint32_t certType, const std::string &certPem,
     const fs::path cert = CertPath(certType);
     fs::create_directories(cert.parent_path());
     WriteFile(cert, certPem);
-    if (!keyPem.empty()) WriteFile(KeyPath(certType), keyPem);
+    if (!keyPem.empty()) WriteFile(CertPath(certType, true), keyPem);
 }
 
 void ControllerTest::RemoveFile(const std::string &path) {
@@ -105,6 +87,15 @@ SSLCertGenParam GenRequest(uint32_t keyLength) {
     (void)BMC_Strlcpy(request.szEmailAddress, "ops@bmc-07.example.org",
                       sizeof request.szEmailAddress);
     return request;
+}
+
+std::string ServicesLog(const std::string &awaited) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    std::string log;
+    while ((log = access(kServicesLog, F_OK) == 0 ? ReadFile(kServicesLog) : "") != awaited &&
+           !awaited.empty() && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    return log;
 }
 
 void ControllerTest::SetOemFlag(uint32_t flag) {

@@ -26,14 +26,17 @@ inline constexpr const char *kServicesLog = "/var/lib/bmc-sim/services.log";
 // emailAddress=ops@bmc-07.example.org.
 SSLCertGenParam GenRequest(uint32_t keyLength);
 
+// The log of service restarts, empty while there is none; with a text to
+// wait for, read again until it is that text or 10 s have passed.
+std::string ServicesLog(const std::string &awaited = "");
+
 class ControllerTest : public ::testing::Test {
   protected:
     void SetUp() override;
     void TearDown() override;
 
-    // The certificate and key files of a certificate type (1 to 6).
-    static std::string CertPath(uint32_t certType);
-    static std::string KeyPath(uint32_t certType);
+    // The certificate (or key) file of a certificate type (1 to 6).
+    static std::string CertPath(uint32_t certType, bool key = false);
     // Writes a certificate (and key, when given) where the type's files lie.
     static void PlaceCert(uint32_t certType, const std::string &certPem,
                           const std::string &keyPem = KeyPem(KeyKind::Rsa2048));

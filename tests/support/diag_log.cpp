@@ -6,64 +6,37 @@
 #include "platform/host/bmc_sim.h"
 
 namespace bmctest {
-namespace {
 
-// The log escapes backslash, line feed and tab, so that a record is one
-// line with tab-separated fields.
-std::string Unescape(const std::string &text) {
-    std::string out;
-    for (size_t i = 0; i < text.size(); ++i) {
-        if (text[i] != '\\' || i + 1 == text.size()) {
-            out += text[i];
-            continue;
-        }
-        char next = text[++i];
-        out += next == 'n' ? '\n' : next == 't' ? '\t' : next;
-    }
-    return out;
-}
-
-} // namespace
-
-std::vector<DiagRecord> ReadDiagLog() {
-    std::vector<DiagRecord> records;
-    std::ifstream in(BMCSIM_DIAG_LOG);
-    for (std::string line; std::getline(in, line);) {
-        std::istringstream fields(line);
-        std::string module, subModule, level, number, message;
-        DiagRecord r;
-        if (!std::getline(fields, module, '\t') || !std::getline(fields, subModule, '\t') ||
-            !std::getline(fields, level, '\t') || !std::getline(fields, r.file, '\t') ||
-            !std::getline(fields, number, '\t'))
-            continue;
-        std::getline(fields, message);
-        r.module = static_cast<uint32_t>(std::stoul(module));
-        r.subModule = static_cast<uint32_t>(std::stoul(subModule));
-        r.level = static_cast<uint32_t>(std::stoul(level));
-        r.line = std::stoi(number);
-        r.message = Unescape(message);
-        records.push_back(std::move(r));
-    }
-    return records;
-}
-
-void ClearDiagLog() {
-    std::ofstream(BMCSIM_DIAG_LOG, std::ios::trunc);
-}
-
-std::string Describe(const std::vector<DiagRecord> &records) {
-    std::ostringstream out;
-    for (const auto &r : records)
-        out << r.module << '/' << r.subModule << '/' << r.level << " " << r.file << ':' << r.line
-            << " [" << r.message << "]\n";
-    return out.str();
+void PrintTo(const Diag &diag, std::ostream *out) {
+    *out << diag.module << '/' << diag.subModule << '/' << diag.level << " [" << diag.message
+         << "] " << diag.file << ':' << diag.line;
 }
 
 std::vector<Diag> ReadDiags() {
     std::vector<Diag> diags;
-    for (const auto &r : ReadDiagLog())
-        diags.push_back({r.module, r.subModule, r.level, r.message});
+    std::ifstream in(BMCSIM_DIAG_LOG);
+    for (std::string line; std::getline(in, line);) {
+        // Tab-separated fields; in the text a backslash escapes a backslash,
+        // a line feed ("n") or a tab ("t").
+        std::istringstream fields(line);
+        std::string module, subModule, level, file, number, escaped, message;
+        if (!std::getline(fields, module, '\t') || !std::getline(fields, subModule, '\t') ||
+            !std::getline(fields, level, '\t') || !std::getline(fields, file, '\t') ||
+            !std::getline(fields, number, '\t'))
+            continue;
+        std::getline(fields, escaped);
+        for (size_t i = 0; i < escaped.size(); ++i) {
+            const char next = escaped[i] == '\\' && i + 1 < escaped.size() ? escaped[++i] : 0;
+            message += next == 0 ? escaped[i] : next == 'n' ? '\n' : next == 't' ? '\t' : next;
+        }
+        diags.emplace_back(std::stoul(module), std::stoul(subModule), std::stoul(level), message,
+                           file, std::stoi(number));
+    }
     return diags;
+}
+
+void ClearDiagLog() {
+    std::ofstream(BMCSIM_DIAG_LOG, std::ios::trunc);
 }
 
 std::string Signed(uint32_t code) {

@@ -3,40 +3,35 @@
 #pragma once
 
 #include <cstdint>
+#include <ostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace bmctest {
 
-struct DiagRecord {
-    uint32_t module = 0;
-    uint32_t subModule = 0;
-    uint32_t level = 0;
-    std::string file;
-    int line = 0;
+// One report. Module, sub-module, level and text compare; the source file
+// and line are read for the tests that check them.
+struct Diag {
+    Diag(uint32_t mod, uint32_t sub, uint32_t lvl, std::string text, std::string source = {},
+         int at = 0)
+        : module(mod), subModule(sub), level(lvl), message(std::move(text)),
+          file(std::move(source)), line(at) {}
+    uint32_t module, subModule, level;
     std::string message; // unescaped: "\n" is a real line feed again
-
-    bool operator==(const DiagRecord &) const = default;
+    std::string file;
+    int line;
+    bool operator==(const Diag &o) const {
+        return module == o.module && subModule == o.subModule && level == o.level &&
+               message == o.message;
+    }
 };
+void PrintTo(const Diag &diag, std::ostream *out);
 
-// Every record of diag.log, oldest first.
-std::vector<DiagRecord> ReadDiagLog();
+// Every report of diag.log, oldest first.
+std::vector<Diag> ReadDiags();
 // Empties diag.log.
 void ClearDiagLog();
-// The records as module/sub/level/message lines, for readable failures.
-std::string Describe(const std::vector<DiagRecord> &records);
-
-// Only module, sub-module, level and message of each record; file and line
-// are checked where a test cares.
-struct Diag {
-    uint32_t module;
-    uint32_t subModule;
-    uint32_t level;
-    std::string message;
-    bool operator==(const Diag &) const = default;
-};
-std::vector<Diag> ReadDiags();
-
 // A result code as the diagnostics print it: a signed decimal.
 std::string Signed(uint32_t code);
 

@@ -25,17 +25,6 @@ void Require(bool ok, const char *what) {
     if (!ok) throw std::runtime_error(std::string("test certificate: ") + what);
 }
 
-const char *KeyFile(KeyKind key) {
-    switch (key) {
-    case KeyKind::Rsa1024:
-        return "rsa1024.key";
-    case KeyKind::Ec256:
-        return "ec256.key";
-    default:
-        return "rsa2048.key";
-    }
-}
-
 KeyPtr LoadKey(KeyKind key) {
     const std::string pem = KeyPem(key);
     BioPtr bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
@@ -129,18 +118,9 @@ std::vector<std::string> ReadLines(const std::string &path) {
     return lines;
 }
 
-std::string Hex(const void *data, size_t size) {
-    std::string out;
-    char digits[3];
-    for (size_t i = 0; i < size; ++i) {
-        std::snprintf(digits, sizeof digits, "%02x", static_cast<const unsigned char *>(data)[i]);
-        out += digits;
-    }
-    return out;
-}
-
 std::string KeyPem(KeyKind key) {
-    return ReadFile(std::string(BMCCERT_TEST_DATA_DIR "/") + KeyFile(key));
+    static const char *const kFiles[] = {"rsa2048.key", "rsa1024.key", "ec256.key"};
+    return ReadFile(std::string(BMCCERT_TEST_DATA_DIR "/") + kFiles[static_cast<int>(key)]);
 }
 
 std::string EncryptedKeyPem(KeyKind key, KeyEncryption form) {

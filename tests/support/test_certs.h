@@ -11,7 +11,7 @@
 
 namespace bmctest {
 
-enum class KeyKind { Rsa2048, Rsa1024, Ec256 };
+enum class KeyKind { Rsa2048, Rsa1024, Ec256 }; // the keys of tests/data
 
 using NameEntries = std::vector<std::pair<std::string, std::string>>; // short name, value
 
@@ -47,7 +47,5 @@ std::string ReadFile(const std::string &path);
 void WriteFile(const std::string &path, const std::string &content);
 // The lines of a file without their line feeds; none when it is missing.
 std::vector<std::string> ReadLines(const std::string &path);
-// Bytes as lower-case hexadecimal, as the stand-in logs whole records.
-std::string Hex(const void *data, size_t size);
 
 } // namespace bmctest

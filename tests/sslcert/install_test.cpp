@@ -1,0 +1,267 @@
+// A temporary certificate's fitness (purpose, signature algorithm, expiry),
+// the validation chain of an uploaded pair (its order, each refusal with its
+// code and reports, the size limits), the fetch of the uploaded files, the
+// installation of a pair and the tunnel configuration rewrite.
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <ctime>
+
+#include "lib_security_sslcert.h"
+#include "tests/support/controller.h"
+
+namespace bmctest {
+namespace {
+
+constexpr const char *kGenCert = "/var/certs/TmpCertGen.pem";
+constexpr const char *kCert = "/var/certs/actualcert.pem";
+constexpr const char *kKey = "/var/certs/actualprivkey.pem";
+constexpr const char *kScratchConfig = "/conf/adviserd/tmp_stunnel.conf";
+
+std::string Pem(void (*edit)(CertRecipe &)) {
+    CertRecipe recipe;
+    edit(recipe);
+    return MakeCertPem(recipe);
+}
+
+// The PEM text followed by line feeds up to exactly the given size.
+std::string PaddedTo(std::string pem, size_t size) {
+    pem.resize(size, '\n');
+    return pem;
+}
+
+class InstallTest : public ControllerTest {
+  protected:
+    static uint32_t Validate(const std::string &cert, const std::string &key) {
+        WriteFile(kCert, cert);
+        WriteFile(kKey, key);
+        ClearDiagLog();
+        return SECURITY_SSL_ValidateSSLCert();
+    }
+    static std::string Rewrite(const std::string &config) {
+        WriteFile(kTunnelConfig, config);
+        EXPECT_EQ(LIB_SECURITY_SSL_ModStunnelConfFile("/new/cert.pem", "/new/key.pem"), 0u);
+        EXPECT_NE(access(kScratchConfig, F_OK), 0);
+        return ReadFile(kTunnelConfig);
+    }
+};
+
+TEST_F(InstallTest, EachCheckRefusesWithItsOwnCodeAndReport) {
+    const Diag valid{31, 3, 6, "Valid SSL certificate \n"};
+    struct Case {
+        const char *name;
+        std::string pem;
+        uint32_t result;
+        std::vector<Diag> diags; // of the verification itself
+    } cases[] = {
+        // clang-format off
+        {"not for servers", Pem([](CertRecipe &r) { r.extendedKeyUsage = "clientAuth"; }),
+         0x98000001, {{31, 3, 2, "May not be a Webserver certificate \n"}}},
+        {"MD5", Pem([](CertRecipe &r) { r.digest = "MD5"; }),
+         0x9800000A, {valid, {31, 3, 2, "Signature algorithm should not be md5."}}},
+        {"expired", Pem([](CertRecipe &r) { r.notAfter = std::time(nullptr) - 1; }),
+         0x98000004, {valid, {31, 3, 2, "The uploaded SSL Certificate is EXPIRED \n"}}},
+        {"not yet valid passes", Pem([](CertRecipe &r) {
+             r.notBefore = std::time(nullptr) + 86400;
+             r.notAfter = std::time(nullptr) + 5; }), 0, {valid}},
+        {"no certificate", "not a certificate\n", 0x98000002,
+         {{31, 3, 2, "Error spawning x509 in order to get certificate info or invalid certfiicate on SSL.\n"},
+          {31, 3, 2, "Failed in get Tmp Cert Type = 6.Func:[SECURITY_SSL_VerifyTmpCert].\n"}}},
+        // clang-format on
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        WriteFile(kGenCert, c.pem);
+        ClearDiagLog();
+        EXPECT_EQ(SECURITY_SSL_VerifyTmpCert(SSL_CERT_TYPE_GEN_TMP), c.result);
+        EXPECT_EQ(ReadDiags(), c.diags);
+
+        // The entries of the generated certificate add their own reports.
+        std::vector<Diag> expected = c.diags;
+        if (c.result != 0)
+            expected.push_back(
+                {31, 3, 2,
+                 "Failed to verify Gen TMP certificate. iRet=" + Signed(c.result) + ".\n"});
+        ClearDiagLog();
+        EXPECT_EQ(SECURITY_SSL_VerifyGENTmpCert(), c.result);
+        EXPECT_EQ(ReadDiags(), expected);
+        if (c.result != 0)
+            expected.push_back(
+                {31, 3, 2, "Verify Gen TMP certificate failed! iRet=" + Signed(c.result) + ".\n"});
+        ClearDiagLog();
+        EXPECT_EQ(LIB_SECURITY_VerifyCert(), c.result == 0 ? 0u : 0x81000001u);
+        EXPECT_EQ(ReadDiags(), expected);
+    }
+
+    RemoveFile(kGenCert);
+    ClearDiagLog();
+    EXPECT_EQ(LIB_SECURITY_VerifyCert(), 0x81000001u);
+    EXPECT_EQ(ReadDiags(),
+              (std::vector<Diag>{{31, 3, 2, "File /var/certs/TmpCertGen.pem is not exist!\n"}}));
+}
+
+TEST_F(InstallTest, EachStepRefusesWithItsCodeAndReports) {
+    const std::string cert = MakeCertPem({});
+    const std::string key = KeyPem(KeyKind::Rsa2048);
+    CertRecipe md5;
+    md5.digest = "MD5";
+    const Diag valid{31, 3, 6, "Valid SSL certificate \n"};
+    const auto sizeFailed = [](uint32_t code) {
+        return Diag{31, 3, 2, "SSL verify file size failed! iRet = " + Signed(code) + ".\n"};
+    };
+    struct Case {
+        const char *name;
+        std::string cert, key;
+        uint32_t result;
+        std::vector<Diag> diags;
+    } cases[] = {
+        // clang-format off
+        {"8191 bytes each", PaddedTo(cert, 8191), PaddedTo(key, 8191), 0, {valid}},
+        {"certificate of 8192 bytes", PaddedTo(cert, 8192), key, 0x98000005,
+         {{31, 3, 2, "Cert /var/certs/actualcert.pem stat size exceeds!"}, sizeFailed(0x98000005)}},
+        {"key of 8192 bytes", cert, PaddedTo(key, 8192), 0x98000005,
+         {{31, 3, 2, "Privkey /var/certs/actualprivkey.pem stat size exceeds!"}, sizeFailed(0x98000005)}},
+        {"pass-phrase key", cert, EncryptedKeyPem(KeyKind::Rsa2048, KeyEncryption::Pkcs8), 0x98000006,
+         {{31, 3, 2, "The certificate is encrypted.  PEM pass phrase encrypted certificates are not "
+                     "supported.  Please upload unencrypted certificates.\n"},
+          {31, 3, 2, "SSL verify private key file encrypted status failed! iRet = " + Signed(0x98000006) + ".\n"}}},
+        // Only the first line is scanned: the older form passes that step
+        // and is refused when read, since no pass phrase is ever supplied.
+        {"older pass-phrase key", cert, EncryptedKeyPem(KeyKind::Rsa2048, KeyEncryption::Legacy), 0x81000001,
+         {valid, {31, 3, 4, "Failed to read private key."},
+          {31, 3, 4, "Failed to verify cert and privatekey, iRet=" + Signed(0x81000001) + "."},
+          {31, 3, 2, "Error in validating the CombinedTmpCert::" + Signed(0x81000001)}}},
+        {"MD5", MakeCertPem(md5), key, 0x9800000A,
+         {valid, {31, 3, 2, "Signature algorithm should not be md5."},
+          {31, 3, 2, "Failed to verify Upload TMP certificate. iRet=" + Signed(0x9800000A) + ".\n"},
+          {31, 3, 2, "Error in validating the SSL Certificate::" + Signed(0x9800000A)}}},
+        // A pair that does not belong together reads fine and is refused
+        // by the TLS context alone.
+        {"key of another certificate", cert, KeyPem(KeyKind::Rsa1024), 0x98000007,
+         {valid, {31, 3, 4, "SSL CTX use privateKey file failed!\n"}}},
+        // clang-format on
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(Validate(c.cert, c.key), c.result);
+        EXPECT_EQ(ReadDiags(), c.diags);
+    }
+    // Validation never removes the files it checked.
+    EXPECT_EQ(access("/var/certs/TmpCombinedCert.pem", F_OK), 0);
+    EXPECT_EQ(access(kKey, F_OK), 0);
+}
+
+TEST_F(InstallTest, MissingAndEmptyFiles) {
+    EXPECT_EQ(Validate(MakeCertPem({}), ""), 0x81000001u);
+    const auto diags = ReadDiags();
+    ASSERT_EQ(diags.size(), 2u);
+    EXPECT_EQ(diags[0].message.rfind("Get privkey file size failed!Err:", 0), 0u);
+    EXPECT_EQ(diags[1].message,
+              "SSL verify file size failed! iRet = " + Signed(0x81000001) + ".\n");
+
+    RemoveFile(kCert);
+    RemoveFile(kKey);
+    ClearDiagLog();
+    EXPECT_EQ(SECURITY_SSL_ValidateSSLCert(), 0x98000009u);
+    EXPECT_EQ(
+        ReadDiags(),
+        (std::vector<Diag>{
+            {31, 3, 2, "File /var/certs/actualcert.pem is not exist!\n"},
+            {31, 3, 2, "SSL verify file exist failed! iRet = " + Signed(0x98000009) + ".\n"}}));
+}
+
+TEST_F(InstallTest, FetchStopsAtTheFirstFailedTransfer) {
+    WriteFile("/var/certs/upload.crt", MakeCertPem({}));
+    UploadParam request{};
+    std::strcpy(request.CertSrcPath, "/var/certs/upload.crt");
+    std::strcpy(request.PrivkeySrcPath, "/var/certs/missing.key");
+    EXPECT_EQ(SECURITY_SSL_GetUploadCert(&request), 0x81000001u);
+    EXPECT_EQ(ReadFile(kCert), ReadFile("/var/certs/upload.crt"));
+    EXPECT_EQ(
+        ReadDiags(),
+        (std::vector<Diag>{{31, 3, 4,
+                            "Failed to download Server Privkey. FileStr:/var/certs/missing.key, "
+                            "FileDst:/var/certs/actualprivkey.pem, iRet=" +
+                                Signed(0x81000001) + "."}}));
+}
+
+TEST_F(InstallTest, FailedStepsStopBeforeTheKeyIsInstalled) {
+    struct Case {
+        const char *name;
+        bool cert, key;
+        const char *faults;
+        uint32_t level;
+        std::string report; // the start of the only report
+    } cases[] = {
+        // clang-format off
+        {"no certificate", false, true, "", 2, "Tmp Cert File /var/certs/actualcert.pem is not exist!\n"},
+        {"no key", true, false, "", 2, "Tmp Privkey File /var/certs/actualprivkey.pem is not exist!\n"},
+        {"certificate copy fails", true, true, "BMC_CopyFile=0x81000001", 4,
+         "Copy certificate file from /var/certs/actualcert.pem to /conf/certs/server/user/actualcert.pem "
+         "failed! strerrno:"},
+        // clang-format on
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        SetUp();
+        if (c.cert) WriteFile(kCert, MakeCertPem({}));
+        if (c.key) WriteFile(kKey, KeyPem(KeyKind::Rsa2048));
+        SetFaults(c.faults);
+        EXPECT_EQ(SECURITY_SSL_UpdateSSLCert(kCert, kKey), 0x81000001u);
+        const auto diags = ReadDiags();
+        ASSERT_EQ(diags.size(), 1u);
+        EXPECT_EQ(diags[0].level, c.level);
+        EXPECT_EQ(diags[0].message.substr(0, c.report.size()), c.report);
+        EXPECT_NE(access("/conf/certs/server/user/actualprivkey.pem", F_OK), 0);
+        EXPECT_NE(access(kCombinedFile, F_OK), 0);
+    }
+}
+
+TEST_F(InstallTest, TunnelRewriteReplacesEveryMentionAndNothingElse) {
+    const std::string untouched = "; no options here\n[svc]\naccept = 1\ncert=/kept\n";
+    EXPECT_EQ(Rewrite(untouched), untouched);
+
+    const std::string longComment = "#" + std::string(300, 'x') + "\n";
+    // A piece ends after 255 characters: an option that starts there is
+    // a piece of its own and is replaced.
+    const std::string splitLine = std::string(255, '#') + "cert = /split\n";
+    EXPECT_EQ(Rewrite(";cert = /old\n"
+                      "[one]\n"
+                      "cert = /a\n"
+                      "client_cert = /c\n"
+                      "cert = /a key = /b\n" +
+                      longComment + splitLine +
+                      "[two]\n"
+                      "key = /b"),
+              "cert = /new/cert.pem\n"
+              "[one]\n"
+              "cert = /new/cert.pem\n"
+              "cert = /new/cert.pem\n"
+              "cert = /new/cert.pem\n" +
+                  longComment + std::string(255, '#') +
+                  "cert = /new/cert.pem\n"
+                  "[two]\n"
+                  "key = /new/key.pem\n");
+}
+
+TEST_F(InstallTest, TunnelRewriteKeepsTheModeAndReportsAMissingConfiguration) {
+    ASSERT_EQ(chmod(kTunnelConfig, 0640), 0);
+    (void)Rewrite(ReadFile(kTunnelConfig));
+    struct stat st {};
+    ASSERT_EQ(stat(kTunnelConfig, &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0640u);
+
+    RemoveFile(kTunnelConfig);
+    ClearDiagLog();
+    EXPECT_EQ(LIB_SECURITY_SSL_ModStunnelConfFile("/c", "/k"), 0x81000001u);
+    EXPECT_EQ(ReadDiags(),
+              (std::vector<Diag>{{31, 3, 4, "/conf/adviserd/stunnel.conf open failed.\n"}}));
+    // The lock was given back: a second rewrite does not wait forever.
+    EXPECT_EQ(LIB_SECURITY_SSL_ModStunnelConfFile("/c", "/k"), 0x81000001u);
+}
+
+} // namespace
+} // namespace bmctest
