@@ -58,8 +58,7 @@ expect "info as text" matches "$out" $'(^|\n)Type: +4 factory-default\n.*\nSubje
 run "$tool" days-left
 expect "days left" matches "$status/$out" '^0/[1-9][0-9]*$'
 days=$out
-run "$tool" days-left --json
-expect "days left as JSON" is "$out" "{\"daysLeft\":$days}"
+check "days left as JSON" "0/{\"daysLeft\":$days}/" "$tool" days-left --json
 check "refresh" "0/refreshed/" "$tool" refresh
 
 # --- generate, verify, install -----------------------------------------------
@@ -156,8 +155,6 @@ run "$tool" type
 expect "no certificate is type 0, not a failure" is "$status/$out" "0/0 none"
 run "$tool" explain 0x1800041c
 expect "explain a management code" matches "$status/$out" '^0/0x1800041C SSLCERT_MGMT_GEN_BAD_REQUEST: .'
-run "$tool" explain 98000004
-expect "explain without 0x" matches "$status/$out" '^0/0x98000004 SSLCERT_ERR_CERT_EXPIRED: .'
 run "$tool" explain 0x12345678
 expect "explain an unknown code" matches "$status/$err" '^1/bmccert: explain: 0x12345678 is not a result code'
 run "$tool" explain soon

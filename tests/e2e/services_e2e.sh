@@ -17,11 +17,7 @@ state=/var/lib/bmc-sim
 . "$state/services.env"
 work=$(mktemp -d)
 responder=''
-cleanup() {
-    if [ -n "$responder" ]; then kill "$responder" 2>/dev/null; wait "$responder" 2>/dev/null; fi
-    rm -rf "$work"
-}
-trap cleanup EXIT
+trap '[ -z "$responder" ] || { kill "$responder"; wait "$responder"; } 2>/dev/null; rm -rf "$work"' EXIT
 passed=0 failed=0
 check() {  # NAME COMMAND...
     if "${@:2}"; then passed=$((passed + 1)); else failed=$((failed + 1)); echo "FAIL: $1" >&2; fi
@@ -34,8 +30,7 @@ served_serial() {
 # Both ports present the certificate of FILE within a few seconds (the web
 # server restarts 2 seconds after the library returns).
 both_serve() {
-    local want
-    want=$(openssl x509 -noout -serial -in "$1")
+    local want=$(openssl x509 -noout -serial -in "$1")
     for _ in $(seq 60); do
         [ "$(served_serial "$BMC_SIM_TUNNEL_PORT")" = "$want" ] &&
             [ "$(served_serial "$BMC_SIM_HTTPS_PORT")" = "$want" ] && return 0

@@ -18,8 +18,7 @@ bool has_line(const std::string &text, const std::string &line) {
 }
 
 TEST(TunnelConfig, EverySectionOnItsLoopbackPortAndNothingOutsideTheSandbox) {
-    const std::string config = "; comment\n"
-                               "foreground = no\n"
+    const std::string config = "foreground = no\n"
                                "pid = /var/run/stunnel.pid\n"
                                "output = /var/log/stunnel.log\n"
                                "setuid = stunnel4\n"

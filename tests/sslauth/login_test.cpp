@@ -64,8 +64,7 @@ TEST_F(LoginTest, SerialNumbersMatchExactly) {
     std::string name, password;
     EXPECT_EQ(Login("0ABCDE", name, password), 0x18000E16u); // bound to nobody
     EXPECT_EQ(name + "/" + password, "name untouched/password untouched");
-    OperateDesc desc{};
-    ASSERT_EQ(LIB_SSL_ClientCertBindUser(1, 3, 1000, &desc), 0u);
+    ASSERT_EQ(Bind(1, 3), 0);
     for (const char *other : {"0abcde", "ABCDE", "00ABCDE", ""}) {
         SCOPED_TRACE(other);
         EXPECT_EQ(Login(other, name, password), 0x18000E15u);
@@ -113,8 +112,7 @@ TEST_F(LoginTest, RevocationCheckingGatesTheLogin) {
 }
 
 TEST_F(LoginTest, CleanUpUnbindsTheUsersCertificate) {
-    OperateDesc desc{};
-    ASSERT_EQ(LIB_SSL_ClientCertBindUser(1, 3, 1000, &desc), 0u);
+    ASSERT_EQ(Bind(1, 3), 0);
     const size_t calls = RpcLog().size();
     LIB_SSL_ClearCertUserInfo(0);
     LIB_SSL_ClearCertUserInfo(17);

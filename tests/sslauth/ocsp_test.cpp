@@ -103,39 +103,7 @@ TEST_F(OcspTest, OnlyAnExplicitGoodPasses) {
     EXPECT_EQ(LIB_SSL_CertRevokeCheck(21), 0x92000019u);
 }
 
-TEST_F(OcspTest, IssuerFromTheWebServerConfiguration) {
-    char out[64] = "untouched";
-    LIB_SSL_GetConfCertPath("    ssl.ca-file = \"/conf/certs/root.pem\"\n", sizeof out, out);
-    EXPECT_STREQ(out, "/conf/certs/root.pem");
-    const std::string fits = "\"/" + std::string(59, 'p') + "\"\n"; // tail of 63
-    LIB_SSL_GetConfCertPath(("x = " + fits).c_str(), sizeof out, out);
-    EXPECT_EQ(std::string(out), "/" + std::string(59, 'p'));
-    std::strcpy(out, "untouched");
-    LIB_SSL_GetConfCertPath(("x = \"/" + std::string(60, 'p') + "\"\n").c_str(), sizeof out, out);
-    LIB_SSL_GetConfCertPath("no quote\n", sizeof out, out);
-    LIB_SSL_GetConfCertPath("x = \"/p\"", 0, out);
-    EXPECT_STREQ(out, "untouched");
-    LIB_SSL_GetConfCertPath("x = \"/open\n", sizeof out, out);
-    EXPECT_STREQ(out, "/open\n");
-
-    PlaceClient(1, "op.pem", 0x0ABCDE, "http://127.0.0.1:1/");
-    SetCaLine("    # ssl.ca-file = \"/conf/certs/client/ca.pem\"");
-    char path[64] = {};
-    EXPECT_EQ(LIB_SSL_GetAuthRootCertPath(sizeof path, path), 0u);
-    EXPECT_STREQ(path, kWebCa); // a commented-out setting counts
-    SetCaLine("    ssl.verify = 1");
-    std::strcpy(path, "untouched");
-    EXPECT_EQ(LIB_SSL_GetAuthRootCertPath(sizeof path, path), 0u);
-    EXPECT_STREQ(path, "untouched");
-    ClearDiagLog();
-    EXPECT_EQ(LIB_SSL_CertRevokeCheck(1), 0x9200002Bu);
-    EXPECT_EQ(ReadDiags(), Handling({"RootCert not found.\n"}));
-    fs::remove(kWebConfig);
-    EXPECT_EQ(LIB_SSL_GetAuthRootCertPath(sizeof path, path), 0x92000022u);
-    EXPECT_EQ(LIB_SSL_CertRevokeCheck(1), 0x92000022u);
-}
-
-TEST_F(OcspTest, HostileValuesRunNothing) {
+TEST_F(OcspTest, HostileValuesRunNothingAndTheIssuerComesFromTheWebServer) {
     const char *payloads[] = {"$(touch /var/certs/mk)",     "`touch /var/certs/mk`",
                               ";touch /var/certs/mk;",      "|touch /var/certs/mk",
                               "&touch /var/certs/mk&",      "'$(touch /var/certs/mk)'",
@@ -169,6 +137,37 @@ TEST_F(OcspTest, HostileValuesRunNothing) {
                   "Failed to run SSLCmd=openssl ocsp -timeout 2 -issuer '/", 0),
               0u);
     EXPECT_FALSE(fs::exists("/var/certs/mk"));
+
+    // The issuer from the web server's configuration.
+    char out[64] = "untouched";
+    LIB_SSL_GetConfCertPath("    ssl.ca-file = \"/conf/certs/root.pem\"\n", sizeof out, out);
+    EXPECT_STREQ(out, "/conf/certs/root.pem");
+    const std::string fits = "\"/" + std::string(59, 'p') + "\"\n"; // tail of 63
+    LIB_SSL_GetConfCertPath(("x = " + fits).c_str(), sizeof out, out);
+    EXPECT_EQ(std::string(out), "/" + std::string(59, 'p'));
+    std::strcpy(out, "untouched");
+    LIB_SSL_GetConfCertPath(("x = \"/" + std::string(60, 'p') + "\"\n").c_str(), sizeof out, out);
+    LIB_SSL_GetConfCertPath("no quote\n", sizeof out, out);
+    LIB_SSL_GetConfCertPath("x = \"/p\"", 0, out);
+    EXPECT_STREQ(out, "untouched");
+    LIB_SSL_GetConfCertPath("x = \"/open\n", sizeof out, out);
+    EXPECT_STREQ(out, "/open\n");
+
+    PlaceClient(1, "op.pem", 0x0ABCDE, "http://127.0.0.1:1/");
+    SetCaLine("    # ssl.ca-file = \"/conf/certs/client/ca.pem\"");
+    char path[64] = {};
+    EXPECT_EQ(LIB_SSL_GetAuthRootCertPath(sizeof path, path), 0u);
+    EXPECT_STREQ(path, kWebCa); // a commented-out setting counts
+    SetCaLine("    ssl.verify = 1");
+    std::strcpy(path, "untouched");
+    EXPECT_EQ(LIB_SSL_GetAuthRootCertPath(sizeof path, path), 0u);
+    EXPECT_STREQ(path, "untouched");
+    ClearDiagLog();
+    EXPECT_EQ(LIB_SSL_CertRevokeCheck(1), 0x9200002Bu);
+    EXPECT_EQ(ReadDiags(), Handling({"RootCert not found.\n"}));
+    fs::remove(kWebConfig);
+    EXPECT_EQ(LIB_SSL_GetAuthRootCertPath(sizeof path, path), 0x92000022u);
+    EXPECT_EQ(LIB_SSL_CertRevokeCheck(1), 0x92000022u);
 }
 
 } // namespace

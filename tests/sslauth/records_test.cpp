@@ -17,17 +17,16 @@ constexpr int32_t kFarFuture = 2000000000;
 
 class RecordsTest : public AuthTest {};
 
-// The factory values are checked through the tool (bmccert auth status).
-TEST_F(RecordsTest, StoredBytesPassedThrough) {
+// Stored bytes pass through as they are (the factory values are checked
+// through the tool, bmccert auth status).
+TEST_F(RecordsTest, StoredBytesPassPresenceTestsOnlyTheSlotLowestActiveRootWins) {
     const uint8_t odd = 7;
     Put(SSL_AUTH_DB_KEY_STATE, odd);
     Put(SSL_AUTH_DB_KEY_SUPPORT, odd);
     EXPECT_EQ(LIB_SSL_IsEnableCertAuth(), 7);
     EXPECT_EQ(LIB_SSL_IsSupportCertAuthFunc(), 7);
     EXPECT_TRUE(ReadDiags().empty());
-}
 
-TEST_F(RecordsTest, PresenceByIdTestsOnlyTheSlotAndTheLowestActiveRootWins) {
     RootCertList roots{};
     roots.astRootCert[0] = RootEntry(1, kFarFuture);
     roots.astRootCert[19] = RootEntry(20, kFarFuture, 1);
@@ -173,7 +172,7 @@ TEST_F(DerivedTest, UserTableThatCannotBeReadLeavesOutputsAlone) {
     EXPECT_EQ(ReadDiags(), Handling({failed, failed}));
 }
 
-TEST_F(DerivedTest, UsableUsersAreTheUnboundOnes) {
+TEST_F(DerivedTest, UsableUsersClientsByRootAndRelation) {
     UsableUserList usable;
     std::memset(&usable, 0x33, sizeof usable);
     ASSERT_EQ(LIB_SSL_GetUsableUserList(&usable), 0u);
@@ -184,9 +183,7 @@ TEST_F(DerivedTest, UsableUsersAreTheUnboundOnes) {
     EXPECT_STREQ(usable.astUser[1].szUserName, "admin");
     EXPECT_STREQ(usable.astUser[1].szRoleName, "Administrator");
     EXPECT_EQ(usable.astUser[2].ucUserId, 0x33);
-}
 
-TEST_F(DerivedTest, ClientsByRootAndRelation) {
     CliCertInfo list[20];
     uint32_t count = 77;
     ASSERT_EQ(LIB_SSL_GetClientCertListByRoot(1, &count, list), 0u);
@@ -221,7 +218,7 @@ class AuthStateTest : public AuthTest {
     const std::string failed = " Failed to set certificate authentication status.";
 };
 
-TEST_F(AuthStateTest, CallsOnlyWhenTheStateChanges) {
+TEST_F(AuthStateTest, CallsOnlyWhenTheStateChangesRevocationAsGiven) {
     EXPECT_EQ(Set(0, 0), off);
     EXPECT_TRUE(RpcLog().empty());
 
@@ -255,6 +252,24 @@ TEST_F(AuthStateTest, CallsOnlyWhenTheStateChanges) {
         (std::vector<Diag>{
             {31, 2, 6, "Current cert authenticate state is equal set state=0.\n"},
             {31, 2, 6, "Current cert authenticate state is equal set state, ActiveRootId=1."}}));
+
+    // Revocation checking is sent as given.
+    ClearDiagLog();
+    EXPECT_EQ(SetRevoke(1),
+              "0x00000000 Turned on certificate revocation check status successfully.");
+    uint8_t stored = 0;
+    EXPECT_EQ(LIB_SSL_GetCertRevokeCheck(&stored), 0u);
+    EXPECT_EQ(stored, 1);
+    EXPECT_EQ(SetRevoke(2),
+              "0x00000000 Turned off certificate revocation check status successfully.");
+    EXPECT_EQ(RpcLog().back().requestHex, "02");
+
+    SetFaults("MRPC_Call=0x92000025");
+    EXPECT_EQ(SetRevoke(1), "0x18000005 Failed to set certificate revocation check.");
+    EXPECT_EQ(LIB_SSL_GetCertRevokeCheck(&stored), 0u);
+    EXPECT_EQ(stored, 0);
+    EXPECT_EQ(ReadDiags(),
+              Handling({"BMC_RPC_CallWithStruct Failed, iRet=" + Signed(0x92000025) + ".\n"}));
 }
 
 TEST_F(AuthStateTest, RootChecksBeforeAnyCall) {
@@ -298,24 +313,6 @@ TEST_F(AuthStateTest, RootChecksBeforeAnyCall) {
         return;
     }
     FAIL() << "no attempt stayed within one second";
-}
-
-TEST_F(AuthStateTest, RevocationCheckIsSentAsGiven) {
-    EXPECT_EQ(SetRevoke(1),
-              "0x00000000 Turned on certificate revocation check status successfully.");
-    uint8_t stored = 0;
-    EXPECT_EQ(LIB_SSL_GetCertRevokeCheck(&stored), 0u);
-    EXPECT_EQ(stored, 1);
-    EXPECT_EQ(SetRevoke(2),
-              "0x00000000 Turned off certificate revocation check status successfully.");
-    EXPECT_EQ(RpcLog().back().requestHex, "02");
-
-    SetFaults("MRPC_Call=0x92000025");
-    EXPECT_EQ(SetRevoke(1), "0x18000005 Failed to set certificate revocation check.");
-    EXPECT_EQ(LIB_SSL_GetCertRevokeCheck(&stored), 0u);
-    EXPECT_EQ(stored, 0);
-    EXPECT_EQ(ReadDiags(),
-              Handling({"BMC_RPC_CallWithStruct Failed, iRet=" + Signed(0x92000025) + ".\n"}));
 }
 
 } // namespace
