@@ -18,10 +18,11 @@ const NameEntries kRootSubject = {{"O", "Test Works"}, {"CN", "Test Root CA"}};
 // An import request for the uploaded file sent to the owner; the task's
 // handle copied out when asked for.
 template <typename Request>
-int32_t SendImport(uint32_t command, Request &request, const std::string &path, TaskHandle *task) {
+int32_t SendImport(OwnerCommand command, Request &request, const std::string &path, TaskHandle *task) {
     std::snprintf(request.szFilePath, sizeof request.szFilePath, "%s", path.c_str());
     MRPC_Msg *response = nullptr;
-    const int32_t result = MRPC_Call(36, command, sizeof request, &request, 1000, &response);
+    const int32_t result = MRPC_Call(kModule, static_cast<uint32_t>(command), sizeof request,
+                                     &request, 1000, &response);
     if (task != nullptr && response != nullptr) std::memcpy(task, response->pPayload, sizeof *task);
     MRPC_MsgFree(&response);
     return result;
@@ -100,13 +101,13 @@ std::string AuthTest::UploadClient(const std::string &name, long serial) {
 
 int32_t AuthTest::ImportRoot(const std::string &path, TaskHandle *task) {
     RootCertImportReq request{};
-    return SendImport(42, request, path, task);
+    return SendImport(OwnerCommand::ImportRoot, request, path, task);
 }
 
 int32_t AuthTest::ImportClient(const std::string &path, uint32_t rootId) {
     CliCertImportReq request{};
     request.uiRootCertId = rootId;
-    return SendImport(43, request, path, nullptr);
+    return SendImport(OwnerCommand::ImportClient, request, path, nullptr);
 }
 
 void AuthTest::AddOperator(bool bound) {
@@ -118,11 +119,15 @@ void AuthTest::AddOperator(bool bound) {
     }
 }
 
-int32_t AuthTest::Bind(uint32_t certId, uint8_t userId, uint32_t command) {
+int32_t AuthTest::Bind(uint32_t certId, uint8_t userId, OwnerCommand command) {
     CertUserReq request{};
     request.uiCertId = certId;
     request.ucUserId = userId;
-    return MRPC_Call(36, command, sizeof request, &request, 1000, nullptr);
+    return Call(command, sizeof request, &request);
+}
+
+int32_t AuthTest::Call(OwnerCommand command, uint32_t length, const void *request) {
+    return MRPC_Call(kModule, static_cast<uint32_t>(command), length, request, 1000, nullptr);
 }
 
 std::vector<RpcCall> AuthTest::RpcLog() {

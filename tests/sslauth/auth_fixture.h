@@ -8,9 +8,12 @@
 #include <vector>
 
 #include "lib_ssl_auth.h"
+#include "platform/owner_protocol.h"
 #include "tests/support/controller.h"
 
 namespace bmctest {
+
+using namespace owner_protocol;
 
 struct RpcCall {
     std::string module, command, length, waitLimit, requestHex, result;
@@ -49,7 +52,10 @@ class AuthTest : public ControllerTest {
     // Owner commands sent straight through the platform call.
     static int32_t ImportRoot(const std::string &path, TaskHandle *task = nullptr);
     static int32_t ImportClient(const std::string &path, uint32_t rootId);
-    static int32_t Bind(uint32_t certId, uint8_t userId, uint32_t command = 44);
+    static int32_t Bind(uint32_t certId, uint8_t userId,
+                        OwnerCommand command = OwnerCommand::BindUser);
+    // Any command with a request of the given length.
+    static int32_t Call(OwnerCommand command, uint32_t length, const void *request);
 
     // Root 1, client 1 with serial 0ABCDE issued by it, and user 3
     // "operator" with password "op-secret", bound to it when asked.

@@ -169,12 +169,12 @@ TEST_F(OwnerTest, RefusalsHaveTheirCodesAndDeletionsTakeTheirFiles) {
         int32_t result;
         uint32_t expected;
     } cases[] = {
-        {"not PEM", ImportRoot("/var/certs/upload/junk.pem"), 0x92000002},
-        {"an import the task service does not take", refusedTask(), 0x82000001},
-        {"wrong length", MRPC_Call(36, 42, 8, &root, 100, nullptr), 0x82000001},
-        {"web server CA name", ImportClient(UploadClient("ca.pem", 7), 1), 0x92000018},
-        {"the user holds one", Bind(1, 2), 0x92000018},
-        {"the certificate is taken", Bind(1, 4), 0x92000018},
+        {"not PEM", ImportRoot("/var/certs/upload/junk.pem"), kRefusedBadCertificate},
+        {"an import the task service does not take", refusedTask(), BMC_PLATFORM_RPC_FAIL},
+        {"wrong length", Call(OwnerCommand::ImportRoot, 8, &root), BMC_PLATFORM_RPC_FAIL},
+        {"web server CA name", ImportClient(UploadClient("ca.pem", 7), 1), kRefusedInUse},
+        {"the user holds one", Bind(1, 2), kRefusedInUse},
+        {"the certificate is taken", Bind(1, 4), kRefusedInUse},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.what);
@@ -185,17 +185,17 @@ TEST_F(OwnerTest, RefusalsHaveTheirCodesAndDeletionsTakeTheirFiles) {
     EXPECT_FALSE(fs::exists("/conf/certs/client/ca.pem"));
 
     // A deleted client takes its file and every binding naming it along.
-    ASSERT_EQ(MRPC_Call(36, 46, 4, "\1\0\0", 100, nullptr), 0);
+    ASSERT_EQ(Call(OwnerCommand::DeleteClient, 4, "\1\0\0"), 0);
     EXPECT_EQ(Bindings().astCertUser[1].uiCliCertId, 0u);
     EXPECT_FALSE(fs::exists("/conf/certs/client/op.pem"));
-    ASSERT_EQ(MRPC_Call(36, 47, 4, "\1\0\0", 100, nullptr), 0);
+    ASSERT_EQ(Call(OwnerCommand::DeleteRoot, 4, "\1\0\0"), 0);
     EXPECT_FALSE(fs::exists("/conf/certs/root/ca-root.pem"));
 
     RootCertList full{};
-    for (uint32_t i = 0; i < 20; ++i)
+    for (uint32_t i = 0; i < SSL_AUTH_MAX_CERTS; ++i)
         full.astRootCert[i] = RootEntry(i + 1, 2000000000);
     Put(SSL_AUTH_DB_KEY_ROOT_LIST, full);
-    EXPECT_EQ(static_cast<uint32_t>(ImportRoot(UploadRoot("more.pem"))), 0x92000017u);
+    EXPECT_EQ(static_cast<uint32_t>(ImportRoot(UploadRoot("more.pem"))), kRefusedListFull);
 }
 
 TEST_F(OwnerTest, PasswordsAreSealedUnderAPrivateKey) {
@@ -205,12 +205,13 @@ TEST_F(OwnerTest, PasswordsAreSealedUnderAPrivateKey) {
     const std::string db = ReadFile(BMCSIM_CONFIG_DB) + ReadFile(BMCSIM_CONFIG_DB "-wal");
     EXPECT_EQ(db.find(BMCSIM_FACTORY_ADMIN_PASSWORD), std::string::npos);
     // One flipped bit of user 2's sealed text: refused, nothing written.
-    std::vector<uint8_t> table(12120);
+    std::vector<uint8_t> table(BMC_USER_TABLE_SIZE);
+    uint8_t *const secret = table.data() + BMC_USER_RECORD_SIZE + BMC_USER_SECRET_OFFSET;
     ASSERT_EQ(LIB_USER_GetUserInfo(table.data()), 0);
-    table[756 + 274 + 20] ^= 1;
+    secret[20] ^= 1;
     uint8_t work[41] = {};
     char password[41] = "untouched";
-    EXPECT_NE(LIB_USER_DecryptPassword(table.data() + 756 + 274, "q7m", 41, work, sizeof password,
+    EXPECT_NE(LIB_USER_DecryptPassword(secret, "q7m", 41, work, sizeof password,
                                        password),
               0);
     EXPECT_STREQ(password, "untouched");

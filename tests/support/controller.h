@@ -10,15 +10,16 @@
 
 #include "tests/support/diag_log.h"
 #include "lib_security_sslcert.h"
+#include "platform/controller_paths.h"
 #include "tests/support/test_certs.h"
 
 namespace bmctest {
 
-inline constexpr const char *kFactoryCert = "/conf/certs/server/default/server.pem";
-inline constexpr const char *kFactoryKey = "/conf/certs/server/default/privkey.pem";
-inline constexpr const char *kTunnelConfig = "/conf/adviserd/stunnel.conf";
-inline constexpr const char *kExtensionFile = "/conf/certs/server/cert_v3_extfile.ext";
-inline constexpr const char *kCombinedFile = "/conf/certs/server/server.pem";
+inline constexpr const char *kFactoryCert = controller_paths::kDefaultCertPath;
+inline constexpr const char *kFactoryKey = controller_paths::kDefaultKeyPath;
+inline constexpr const char *kTunnelConfig = controller_paths::kTunnelConfigPath;
+inline constexpr const char *kExtensionFile = controller_paths::kExtensionFilePath;
+inline constexpr const char *kCombinedFile = controller_paths::kCombinedPath;
 inline constexpr const char *kServicesLog = "/var/lib/bmc-sim/services.log";
 
 // A generation request that passes every rule: 365 days, C=DE, ST=North,
