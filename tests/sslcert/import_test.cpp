@@ -135,6 +135,13 @@ TEST_F(ImportTest, EachOutcomeIsReportedOnce) {
         EXPECT_EQ(events.empty() ? "" : events.at(0).substr(0, c.event.size()), c.event);
         EXPECT_LE(events.size(), 1u);
         EXPECT_EQ(ServicesLog(c.services), c.services);
+        // A success reports only notes: the certificate's fitness, and no key
+        // usage when the refresh reads it.
+        const std::vector<Diag> fit{{31, 3, 6, "Valid SSL certificate \n"},
+                                    {31, 3, 7, "Cert may not have keyusage."}};
+        if (c.state == 2) {
+            EXPECT_EQ(ReadDiags(), fit);
+        }
         EXPECT_EQ(ReadLines(BMCSIM_TASKS_LOG).size(), 2u);
     }
     const auto diags = ReadDiags();

@@ -197,6 +197,7 @@ TEST_F(InfoTest, CutOutRuleTakesTheValueAfterTheFirstDelimiter) {
         {"delimiter before the keyword counts", &sigAlg, "x: Signature Algorithm: md5\n",
          "Signature Algorithm: md5"},
         {"last line without line feed loses a character", &serial, "serial=0A1B", "0A1"},
+        {"a lone character without line feed empties the slot", &serial, "serial=5", ""},
         {"nothing after the skip", &serial, "serial=", "old"},
         {"skip past the end", &sigAlg, "Signature Algorithm:", "old"},
         {"long value cut to the slot", &serial, "serial=" + longValue, longValue.substr(0, 255)},
