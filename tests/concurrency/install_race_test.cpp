@@ -4,7 +4,6 @@
 // pair, the combined file and the tunnel configuration are one whole set.
 #include <gtest/gtest.h>
 
-
 #include <sys/wait.h>
 #include <unistd.h>
 
