@@ -2,6 +2,9 @@
 // request, made with the openssl tool and installed as the user certificate.
 #include <unistd.h>
 
+#include <cstring>
+#include <utility>
+
 #include "sslcert/sslcert_internal.h"
 
 namespace bmccert::sslcert {
@@ -11,10 +14,43 @@ using namespace bmccert;
 
 constexpr size_t kCommandSize = 256;
 
-// Writes the request configuration; the request's texts go in as they
-// stand, since the request check admits no character that could change the
-// file's meaning.
-uint32_t WriteRequestConfig(FILE *conf, const SSLCertGenParam &request) {
+// A field that would start a new line of the request configuration. The
+// request check admits no such field; a direct caller may pass one.
+[[nodiscard]] bool BreaksLine(const char *text) {
+    return std::strpbrk(text, "\r\n") != nullptr;
+}
+
+// The request's texts, each read no further than its field.
+struct RequestTexts {
+    explicit RequestTexts(const SSLCertGenParam &request)
+        : country(request.szCountryCode), state(request.szStateName),
+          locality(request.szLocalityName), organisation(request.szOrganisation),
+          unit(request.szOrganisationUnit), commonName(request.szCommonName),
+          email(request.szEmailAddress) {}
+
+    // The name of the first text that holds a line break, or null.
+    [[nodiscard]] const char *LineBreakField() const {
+        const std::pair<const char *, const char *> fields[] = {
+            {"C", country.c_str()},       {"ST", state.c_str()},
+            {"L", locality.c_str()},      {"O", organisation.c_str()},
+            {"OU", unit.c_str()},         {"CN", commonName.c_str()},
+            {"emailAddress", email.c_str()}};
+        for (const auto &[name, text] : fields)
+            if (BreaksLine(text)) return name;
+        return nullptr;
+    }
+
+    FieldText<sizeof SSLCertGenParam::szCountryCode> country;
+    FieldText<sizeof SSLCertGenParam::szStateName> state;
+    FieldText<sizeof SSLCertGenParam::szLocalityName> locality;
+    FieldText<sizeof SSLCertGenParam::szOrganisation> organisation;
+    FieldText<sizeof SSLCertGenParam::szOrganisationUnit> unit;
+    FieldText<sizeof SSLCertGenParam::szCommonName> commonName;
+    FieldText<sizeof SSLCertGenParam::szEmailAddress> email;
+};
+
+// Writes the request configuration from texts that hold no line break.
+uint32_t WriteRequestConfig(FILE *conf, const RequestTexts &request) {
     if (std::fprintf(conf, "[req]\ndistinguished_name = req_distinguished_name\nprompt = no\n") <
         0) {
         BMCCERT_DIAG(kLevelFailure,
@@ -28,9 +64,9 @@ uint32_t WriteRequestConfig(FILE *conf, const SSLCertGenParam &request) {
     }
     if (std::fprintf(conf,
                      " C = %s\n ST = %s\n L = %s\n O = %s\nOU = %s\nCN = %s\nemailAddress = %s\n",
-                     request.szCountryCode, request.szStateName, request.szLocalityName,
-                     request.szOrganisation, request.szOrganisationUnit, request.szCommonName,
-                     request.szEmailAddress) < 0) {
+                     request.country.c_str(), request.state.c_str(), request.locality.c_str(),
+                     request.organisation.c_str(), request.unit.c_str(),
+                     request.commonName.c_str(), request.email.c_str()) < 0) {
         BMCCERT_DIAG(kLevelFailure,
                      "Error encountered writing C/ST.. to conf file  during ssl csr gen\n");
         return SSLCERT_ERR_GENERAL;
@@ -46,13 +82,19 @@ using namespace bmccert::sslcert;
 
 extern "C" uint32_t SECURITY_SSL_ConfFile_Check(const SSLCertGenParam *pstSSLCert) {
     BMCCERT_CHECK_NULL(pstSSLCert, SSLCERT_ERR_NULL_POINTER);
+    const RequestTexts texts(*pstSSLCert);
+    if (const char *field = texts.LineBreakField(); field != nullptr) {
+        BMCCERT_DIAG(kLevelFailure, "SSL request conf field %s holds a line break!\n", field);
+        return SSLCERT_ERR_GENERAL;
+    }
+    const InstallationLock installing;
 
     StdioFile conf(kRequestConfigPath, "w");
     if (!conf.IsOpen()) {
         BMCCERT_DIAG(kLevelFailure, "Open ssl request conf file %s failed!\n", kRequestConfigPath);
         return SSLCERT_ERR_FILE_OPEN;
     }
-    if (const uint32_t result = WriteRequestConfig(conf.get(), *pstSSLCert); result != 0) {
+    if (const uint32_t result = WriteRequestConfig(conf.get(), texts); result != 0) {
         conf.Close();
         return result;
     }
@@ -73,6 +115,7 @@ extern "C" uint32_t LIB_SECURITY_GenCert(const SSLCertGenParam *pstSSLCert) {
         BMCCERT_DIAG(kLevelFailure, "Gen cert check data failed!\n");
         return SSLCERT_ERR_GEN_REQUEST;
     }
+    const InstallationLock installing;
     if (const uint32_t result = SECURITY_SSL_ConfFile_Check(pstSSLCert); result != SSLCERT_OK) {
         BMCCERT_DIAG(kLevelFailure, "Gen cert conf file check failed! iRet = %d.\n", result);
         return SSLCERT_ERR_GENERAL;

@@ -28,6 +28,7 @@ using namespace bmccert::sslcert;
 extern "C" uint32_t SECURITY_SSL_UpdateSSLCert(const char *pcTmpCert, const char *pcTmpPrivkey) {
     BMCCERT_CHECK_NULL(pcTmpCert, SSLCERT_ERR_NULL_POINTER);
     BMCCERT_CHECK_NULL(pcTmpPrivkey, SSLCERT_ERR_NULL_POINTER);
+    const InstallationLock installing;
 
     if (!Exists(pcTmpCert)) {
         BMCCERT_DIAG(kLevelFailure, "Tmp Cert File %s is not exist!\n", pcTmpCert);
@@ -38,16 +39,17 @@ extern "C" uint32_t SECURITY_SSL_UpdateSSLCert(const char *pcTmpCert, const char
         return SSLCERT_ERR_GENERAL;
     }
     if (!HasRoomToInstall(pcTmpCert, pcTmpPrivkey)) return SSLCERT_ERR_GENERAL;
+    // A copy may carry the source's mode: the source is made private first
+    // so that the installed key is never readable by others, not even
+    // between the copy and its own change of mode. Done before anything
+    // installed changes, so that its failure leaves the installed set whole.
+    if (!RestrictToOwner(pcTmpPrivkey)) return SSLCERT_ERR_GENERAL;
 
     if (BMC_CopyFile(pcTmpCert, kUserCertPath) != 0) {
         BMCCERT_DIAG(kLevelHandling, "Copy certificate file from %s to %s failed! strerrno:%s\n",
                      pcTmpCert, kUserCertPath, std::strerror(errno));
         return SSLCERT_ERR_GENERAL;
     }
-    // A copy may carry the source's mode: the source is made private first
-    // so that the installed key is never readable by others, not even
-    // between the copy and its own change of mode.
-    if (!RestrictToOwner(pcTmpPrivkey)) return SSLCERT_ERR_GENERAL;
     if (BMC_CopyFile(pcTmpPrivkey, kUserKeyPath) != 0) {
         BMCCERT_DIAG(kLevelHandling, "Copy private key file from %s to %s failed! strerrno:%s\n",
                      pcTmpPrivkey, kUserKeyPath, std::strerror(errno));

@@ -44,6 +44,9 @@ extern "C" uint32_t LIB_SECURITY_GenAndRestartService(const SSLCertGenParam *pst
                                                       OperateDesc *pstOperateLog) {
     BMCCERT_CHECK_NULL(pstSSLCert, SSLCERT_MGMT_GEN_FAILED);
     BMCCERT_CHECK_NULL(pstOperateLog, SSLCERT_MGMT_GEN_FAILED);
+    // Held until the temporary pair is gone, so that another installation
+    // neither overwrites it nor has its own removed.
+    const InstallationLock installing;
 
     const uint32_t result = GenerateAndRestart(*pstSSLCert);
 

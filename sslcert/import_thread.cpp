@@ -121,9 +121,15 @@ extern "C" void *SECURITY_SSL_ImportServerCertThread(void *pParam) {
     const ImportProc proc = *heapCopy;
     heapCopy.reset();
 
-    const uint32_t result = ImportPair(proc.stUploadParam);
-    for (const char *path : {kUploadCertPath, kUploadKeyPath, kUploadCombinedPath})
-        RemoveScratchFileReported(path);
+    uint32_t result;
+    {
+        // From the fetch into the temporary pair to its removal; the web
+        // server's delayed restart is not part of it.
+        const InstallationLock installing;
+        result = ImportPair(proc.stUploadParam);
+        for (const char *path : {kUploadCertPath, kUploadKeyPath, kUploadCombinedPath})
+            RemoveScratchFileReported(path);
+    }
 
     if (result != SSLCERT_OK)
         ReportFailure(proc, result);

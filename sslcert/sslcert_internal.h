@@ -75,6 +75,23 @@ void RemoveScratchFileReported(const char *path);
 // Ends every text field of a request inside its array (see EndText).
 void EndTexts(SSLCertGenParam &request);
 
+// Serialises the operations that write the temporary pairs and install a
+// pair (generation, import, direct installation) across threads and
+// processes, from the first write of a temporary file to the last step of
+// the installation, so that two of them never mix their files. Re-entrant
+// on one thread: an entry holds it over the steps it calls. Readers never
+// take it.
+class InstallationLock {
+  public:
+    InstallationLock();
+    InstallationLock(const InstallationLock &) = delete;
+    InstallationLock &operator=(const InstallationLock &) = delete;
+    ~InstallationLock();
+
+  private:
+    uint32_t handle_ = 0;
+};
+
 // False, after a report, when the file systems that hold the user pair and
 // the combined file cannot take a pair of these sizes.
 [[nodiscard]] bool HasRoomToInstall(const char *tmpCert, const char *tmpKey);
