@@ -34,8 +34,9 @@ Pair MakePair(int process) {
     CertRecipe recipe;
     recipe.key = process == 0 ? KeyKind::Rsa2048 : KeyKind::Ec256;
     recipe.serial = 0x100 + process;
-    const std::string dir = "/var/lib/bmc-sim/race-" + std::to_string(process);
-    return {dir + "/cert.pem", dir + "/key.pem", MakeCertPem(recipe), KeyPem(recipe.key)};
+    recipe.keyUsage = kKuDigitalSignature | kKuKeyEncipherment;
+    const std::string base = "/var/certs/race-" + std::to_string(process);
+    return {base + "-cert.pem", base + "-key.pem", MakeCertPem(recipe), KeyPem(recipe.key)};
 }
 
 // What is wrong with the installed set, or "" when it is whole.
@@ -99,7 +100,7 @@ TEST_F(InstallRaceTest, ConcurrentInstallationsNeverMixTheirFiles) {
         EXPECT_EQ(WEXITSTATUS(status), 0) << "failed installations";
     }
     EXPECT_EQ(BrokenSet(pairs), "");
-    EXPECT_TRUE(ReadDiags().empty());
+    EXPECT_EQ(ReadDiags(), std::vector<Diag>{});
 }
 
 } // namespace

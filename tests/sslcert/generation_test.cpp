@@ -12,6 +12,7 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <thread>
@@ -202,6 +203,25 @@ TEST_F(GenerationTest, MissingExtensionFileStopsAfterTheConfiguration) {
             {31, 3, 2,
              "SSL cert extension file /conf/certs/server/cert_v3_extfile.ext is not exist!\n"},
             {31, 3, 2, "Gen cert conf file check failed! iRet = " + Signed(0x81000017) + ".\n"}}));
+}
+
+// Called on its own, the configuration writer reads no further than each
+// field and lets no line break of a field start a line of its own.
+TEST_F(GenerationTest, RequestConfigurationKeepsEachFieldOnItsLine) {
+    SSLCertGenParam request = GenRequest(2048);
+    std::memset(request.szEmailAddress, 'e', sizeof request.szEmailAddress);
+    EXPECT_EQ(SECURITY_SSL_ConfFile_Check(&request), 0u);
+    const std::string email(sizeof request.szEmailAddress - 1, 'e');
+    EXPECT_NE(ReadFile(kRequestConfig).find("\nemailAddress = " + email + "\n"), std::string::npos);
+
+    request = GenRequest(2048);
+    std::strcpy(request.szCommonName, "bmc\nCN = another.host");
+    RemoveFile(kRequestConfig);
+    ClearDiagLog();
+    EXPECT_EQ(SECURITY_SSL_ConfFile_Check(&request), 0x81000001u);
+    EXPECT_FALSE(Exists(kRequestConfig));
+    EXPECT_EQ(ReadDiags(),
+              (std::vector<Diag>{{31, 3, 2, "SSL request conf field CN holds a line break!\n"}}));
 }
 
 TEST_F(GenerationTest, OnlyTheFailureCodeOfACommandCountsAsFailure) {

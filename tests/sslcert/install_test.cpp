@@ -220,6 +220,17 @@ TEST_F(InstallTest, FailedStepsStopBeforeTheKeyIsInstalled) {
     }
 }
 
+// A temporary key that cannot be made private stops the installation
+// before anything installed changes.
+TEST_F(InstallTest, KeyThatCannotBeMadePrivateChangesNothing) {
+    WriteFile(kCert, MakeCertPem({}));
+    EXPECT_EQ(SECURITY_SSL_UpdateSSLCert(kCert, "/proc/self/status"), 0x81000001u);
+    EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 3, 4,
+                                               "Restrict key file /proc/self/status to its owner "
+                                               "failed! strerrno:Operation not permitted\n"}}));
+    EXPECT_NE(access("/conf/certs/server/user/actualcert.pem", F_OK), 0);
+}
+
 TEST_F(InstallTest, TunnelRewriteReplacesEveryMentionAndNothingElse) {
     const std::string untouched = "; no options here\n[svc]\naccept = 1\ncert=/kept\n";
     EXPECT_EQ(Rewrite(untouched), untouched);
