@@ -206,7 +206,14 @@ BMCCERT_LAYOUT_ASSERT(UploadParam_size, sizeof(UploadParam) == 2136);
  * comment says otherwise; the details of a failure go to the platform's
  * diagnostics log. "Runs the openssl tool" means the call starts a process
  * and waits for it; all others do their work in the calling thread. Any
- * function may be called from several threads at once.
+ * function may be called from several threads and processes at once.
+ * Generation, import and installation (LIB_SECURITY_GenAndRestartService,
+ * LIB_SECURITY_GenCert, SECURITY_SSL_ConfFile_Check,
+ * SECURITY_SSL_GetUploadCert, SECURITY_SSL_ValidateSSLCert, the import
+ * thread, SECURITY_SSL_UpdateSSLCert) hold the named lock
+ * "sslcert_install.lock" while they write their temporary files and install
+ * a pair, so several of them at once run one after the other and never mix
+ * their files; the readers take no part in it.
  */
 
 /* ---- Server certificate locations and type ------------------------------ */
@@ -318,7 +325,10 @@ BMCCERT_API uint32_t SECURITY_GetCertInfoFromDB(SSLCertInfo *pstSSLCertInfo);
  * refused: the diagnostics name it); SSLCERT_ERR_NULL_POINTER. No I/O. */
 BMCCERT_API uint32_t SECURITY_SSL_GenSSLCert_Check(const SSLCertGenParam *pstSSLCert);
 /* Writes the openssl request configuration /var/certs/sslconf from the
- * request. Results: 0; SSLCERT_ERR_FILE_OPEN; SSLCERT_ERR_EXT_FILE_MISSING
+ * request, each text read no further than its field (a field without a
+ * terminator is cut to the field). Results: 0; SSLCERT_ERR_GENERAL (a text
+ * holds a line break, which would start a line of its own; nothing is
+ * written); SSLCERT_ERR_FILE_OPEN; SSLCERT_ERR_EXT_FILE_MISSING
  * (no /conf/certs/server/cert_v3_extfile.ext); SSLCERT_ERR_NULL_POINTER.
  * Writes a file; no process. */
 BMCCERT_API uint32_t SECURITY_SSL_ConfFile_Check(const SSLCertGenParam *pstSSLCert);
