@@ -30,8 +30,8 @@ extern "C" {
 typedef int64_t BMC_TimeStamp;
 
 /* Results that only the platform produces. */
-#define BMC_PLATFORM_OK   0
-#define BMC_PLATFORM_FAIL 0x81000001u
+#define BMC_PLATFORM_OK          0
+#define BMC_PLATFORM_FAIL        0x81000001u
 /* A remote procedure call that did not reach its end, and one given no time
  * to wait (a wait limit of 0). */
 #define BMC_PLATFORM_RPC_FAIL    0x82000001u
@@ -211,14 +211,14 @@ BMC_PLATFORM_API int32_t QDX_Internal_AddQdrFromBmc(QdrRecord *pstRecord, const 
  * 1..16 (record k holds id k + 1), then bytes the user service keeps for
  * itself. The offsets are those of the fields that readers of the table use;
  * the sealed password is what LIB_USER_DecryptPassword opens. */
-#define BMC_USER_TABLE_SIZE       12120u
-#define BMC_USER_RECORD_SIZE      756u
-#define BMC_USER_RECORD_COUNT     16u
-#define BMC_USER_ID_OFFSET        24u  /* u8 user id, 0 for a free record */
-#define BMC_USER_NAME_OFFSET      25u  /* NUL-terminated text of at most 32 characters */
-#define BMC_USER_NAME_FIELD       33u
-#define BMC_USER_ROLE_OFFSET      100u /* u8 privilege role */
-#define BMC_USER_SECRET_OFFSET    274u /* the sealed password */
+#define BMC_USER_TABLE_SIZE    12120u
+#define BMC_USER_RECORD_SIZE   756u
+#define BMC_USER_RECORD_COUNT  16u
+#define BMC_USER_ID_OFFSET     24u /* u8 user id, 0 for a free record */
+#define BMC_USER_NAME_OFFSET   25u /* NUL-terminated text of at most 32 characters */
+#define BMC_USER_NAME_FIELD    33u
+#define BMC_USER_ROLE_OFFSET   100u /* u8 privilege role */
+#define BMC_USER_SECRET_OFFSET 274u /* the sealed password */
 BMC_PLATFORM_API int32_t LIB_USER_GetUserInfo(void *pUserInfoTable);
 BMC_PLATFORM_API int32_t LIB_USER_GetInsUser(uint32_t uiUserId, void *pUserRecord);
 BMC_PLATFORM_API int32_t LIB_USER_CheckAnonymousByUserID(uint32_t uiUserId);

@@ -15,8 +15,7 @@ using namespace bmccert;
                  static_cast<int32_t>(internalCode));
     (void)BMC_Scnprintf(desc.szOperateDesc, sizeof desc.szOperateDesc,
                         "Failed to set certificate authentication status.");
-    return CC_GetValueByErrNum(internalCode, CertAuthStateErrMap,
-                               std::size(CertAuthStateErrMap),
+    return CC_GetValueByErrNum(internalCode, CertAuthStateErrMap, std::size(CertAuthStateErrMap),
                                SSL_AUTH_MGMT_SET_STATE_FAILED);
 }
 

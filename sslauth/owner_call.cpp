@@ -37,8 +37,8 @@ uint32_t SSL_CallOwner(OwnerCommand command, const void *pRequest, uint32_t uiRe
     }
     OwnerResponse response;
     const auto result =
-        static_cast<uint32_t>(MRPC_Call(owner_protocol::kModule, commandNumber, uiRequestLen, pRequest,
-                                        uiWaitLimit, response.Address()));
+        static_cast<uint32_t>(MRPC_Call(owner_protocol::kModule, commandNumber, uiRequestLen,
+                                        pRequest, uiWaitLimit, response.Address()));
     if (result == 0 && pstTask != nullptr) response.CopyTask(*pstTask);
     return result;
 }

@@ -31,9 +31,8 @@ struct RequestTexts {
     // The name of the first text that holds a line break, or null.
     [[nodiscard]] const char *LineBreakField() const {
         const std::pair<const char *, const char *> fields[] = {
-            {"C", country.c_str()},       {"ST", state.c_str()},
-            {"L", locality.c_str()},      {"O", organisation.c_str()},
-            {"OU", unit.c_str()},         {"CN", commonName.c_str()},
+            {"C", country.c_str()},         {"ST", state.c_str()}, {"L", locality.c_str()},
+            {"O", organisation.c_str()},    {"OU", unit.c_str()},  {"CN", commonName.c_str()},
             {"emailAddress", email.c_str()}};
         for (const auto &[name, text] : fields)
             if (BreaksLine(text)) return name;
@@ -65,8 +64,8 @@ uint32_t WriteRequestConfig(FILE *conf, const RequestTexts &request) {
     if (std::fprintf(conf,
                      " C = %s\n ST = %s\n L = %s\n O = %s\nOU = %s\nCN = %s\nemailAddress = %s\n",
                      request.country.c_str(), request.state.c_str(), request.locality.c_str(),
-                     request.organisation.c_str(), request.unit.c_str(),
-                     request.commonName.c_str(), request.email.c_str()) < 0) {
+                     request.organisation.c_str(), request.unit.c_str(), request.commonName.c_str(),
+                     request.email.c_str()) < 0) {
         BMCCERT_DIAG(kLevelFailure,
                      "Error encountered writing C/ST.. to conf file  during ssl csr gen\n");
         return SSLCERT_ERR_GENERAL;
@@ -123,10 +122,9 @@ extern "C" uint32_t LIB_SECURITY_GenCert(const SSLCertGenParam *pstSSLCert) {
 
     // Every word of both command lines is a number or a fixed path.
     char command[kCommandSize] = {};
-    (void)BMC_Scnprintf(command, sizeof command,
-                        "openssl req -newkey rsa:%d -keyout %s -out %s -config %s -nodes",
-                        pstSSLCert->uiKeyLength, kGenKeyPath, kSigningRequestPath,
-                        kRequestConfigPath);
+    (void)BMC_Scnprintf(
+        command, sizeof command, "openssl req -newkey rsa:%d -keyout %s -out %s -config %s -nodes",
+        pstSSLCert->uiKeyLength, kGenKeyPath, kSigningRequestPath, kRequestConfigPath);
     if (BMC_System(command) == BMC_PLATFORM_FAIL) {
         BMCCERT_DIAG(kLevelFailure, "Error creating privkey key and csr!\n");
         return SSLCERT_ERR_GENERAL;

@@ -12,7 +12,6 @@ namespace {
 
 using namespace bmccert;
 
-
 // Generation, then the restarts; the first failure ends the sequence.
 uint32_t GenerateAndRestart(const SSLCertGenParam &request) {
     if (const uint32_t result = LIB_SECURITY_GenCert(&request); result != SSLCERT_OK) {

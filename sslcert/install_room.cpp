@@ -15,7 +15,6 @@
 namespace bmccert::sslcert {
 namespace {
 
-
 struct Room {
     uint64_t blockSize = 0;
     uint64_t freeBlocks = 0;

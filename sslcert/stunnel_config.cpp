@@ -43,9 +43,8 @@ void RewritePieces(FILE *in, FILE *out, const char *certPath, const char *keyPat
 // whole one.
 bool FinishScratch(FILE *in, FILE *scratch) {
     struct stat old;
-    return std::ferror(scratch) == 0 && std::fflush(scratch) == 0 &&
-           fstat(fileno(in), &old) == 0 && fchmod(fileno(scratch), old.st_mode & 07777) == 0 &&
-           fsync(fileno(scratch)) == 0;
+    return std::ferror(scratch) == 0 && std::fflush(scratch) == 0 && fstat(fileno(in), &old) == 0 &&
+           fchmod(fileno(scratch), old.st_mode & 07777) == 0 && fsync(fileno(scratch)) == 0;
 }
 
 } // namespace

@@ -3,7 +3,6 @@
 #include <strings.h>
 #include <unistd.h>
 
-
 #include "sslcert/sslcert_internal.h"
 
 namespace bmccert::sslcert {

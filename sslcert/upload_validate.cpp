@@ -70,16 +70,15 @@ uint32_t CheckSizes() {
 }
 
 uint32_t MergeFailure() {
-    BMCCERT_DIAG(kLevelFailure, "Error in validating the CombinedTmpCert::%d",
-                 SSLCERT_ERR_GENERAL);
+    BMCCERT_DIAG(kLevelFailure, "Error in validating the CombinedTmpCert::%d", SSLCERT_ERR_GENERAL);
     return SSLCERT_ERR_GENERAL;
 }
 
 // The certificate file followed by the key file, as one PEM file.
 uint32_t MergePair() {
     char command[kCommandSize] = {};
-    (void)BMC_Scnprintf(command, sizeof command, "cat %s %s > %s", kUploadCertPath,
-                        kUploadKeyPath, kUploadCombinedPath);
+    (void)BMC_Scnprintf(command, sizeof command, "cat %s %s > %s", kUploadCertPath, kUploadKeyPath,
+                        kUploadCombinedPath);
     if (!PreparePrivateFile(kUploadCombinedPath) || BMC_System(command) != 0) {
         BMCCERT_DIAG(kLevelHandling, "Merging tmp cert file and tmp privkey failed! strerrno:%s.",
                      std::strerror(errno));

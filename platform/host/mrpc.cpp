@@ -1,6 +1,7 @@
 // Remote procedure calls. The transport checks what a real one would refuse
 // (unknown module or command, a request of the wrong length, no time to
-// wait), hands the call to the daemon of its module and logs every call with its request bytes and result in rpc.log.
+// wait), hands the call to the daemon of its module and logs every call with its request bytes and
+// result in rpc.log.
 #include <cstdio>
 #include <cstring>
 #include <new>

@@ -59,8 +59,7 @@ extern "C" int32_t TASK_TaskServiceRegister(TaskRegisterRecord *pstRecord, uint3
         // The second word is the registration time, which a task list shows
         // as the task's start.
         const auto tag = static_cast<uint32_t>(std::time(nullptr));
-        const std::string description =
-            std::string(bmccert::FieldView(pstRecord->szTaskDesc));
+        const std::string description = std::string(bmccert::FieldView(pstRecord->szTaskDesc));
         auto insert =
             store->Prepare("INSERT INTO tasks(tag, type, description) VALUES(?1, ?2, ?3)");
         if (!insert) return bmcsim::kFailSigned;
@@ -85,8 +84,7 @@ extern "C" int32_t TASK_TaskServiceUpdate(TaskUpdateRecord *pstRecord) {
     try {
         auto store = OpenTasks();
         if (!store) return bmcsim::kFailSigned;
-        const std::string text =
-            std::string(bmccert::FieldView(pstRecord->szAbnormalInfo));
+        const std::string text = std::string(bmccert::FieldView(pstRecord->szAbnormalInfo));
         auto update =
             store->Prepare("UPDATE tasks SET state = ?2, progress = ?3, text = ?4 WHERE id = ?1");
         if (!update) return bmcsim::kFailSigned;

@@ -134,8 +134,10 @@ extern "C" int32_t LIB_USER_GetUserInfo(void *pUserInfoTable) {
         record[BMC_USER_ID_OFFSET] = static_cast<uint8_t>(id);
         const auto *name =
             reinterpret_cast<const char *>(sqlite3_column_text(c.selectAll.get(), 1));
-        (void)BMC_Strlcpy(reinterpret_cast<char *>(record + BMC_USER_NAME_OFFSET), name, bmcsim::kNameMax + 1);
-        record[BMC_USER_ROLE_OFFSET] = static_cast<uint8_t>(sqlite3_column_int(c.selectAll.get(), 2));
+        (void)BMC_Strlcpy(reinterpret_cast<char *>(record + BMC_USER_NAME_OFFSET), name,
+                          bmcsim::kNameMax + 1);
+        record[BMC_USER_ROLE_OFFSET] =
+            static_cast<uint8_t>(sqlite3_column_int(c.selectAll.get(), 2));
         const int secretSize = sqlite3_column_bytes(c.selectAll.get(), 3);
         if (secretSize == static_cast<int>(sizeof(bmcsim::SealedPassword)))
             std::memcpy(record + BMC_USER_SECRET_OFFSET, sqlite3_column_blob(c.selectAll.get(), 3),

@@ -119,10 +119,9 @@ bool WriteFileAtomically(const std::string &to, const std::string &bytes) {
     std::string temp = to.substr(0, slash) + "/.owner-copy-XXXXXX";
     UniqueFd fd(::mkstemp(temp.data()));
     if (!fd.Valid()) return false;
-    const bool written =
-        ::fchmod(fd.Get(), 0644) == 0 &&
-        WriteAll(fd.Get(), bytes.data(), bytes.size()) &&
-        ::fsync(fd.Get()) == 0 && fd.Close() && ::rename(temp.c_str(), to.c_str()) == 0;
+    const bool written = ::fchmod(fd.Get(), 0644) == 0 &&
+                         WriteAll(fd.Get(), bytes.data(), bytes.size()) && ::fsync(fd.Get()) == 0 &&
+                         fd.Close() && ::rename(temp.c_str(), to.c_str()) == 0;
     if (!written) (void)::unlink(temp.c_str());
     return written;
 }

@@ -9,7 +9,8 @@
 namespace bmcsim {
 
 bool PeerTakes(uint32_t module, uint32_t command, uint32_t length) noexcept {
-    const uint32_t expected = owner_protocol::RequestLength(static_cast<owner::OwnerCommand>(command));
+    const uint32_t expected =
+        owner_protocol::RequestLength(static_cast<owner::OwnerCommand>(command));
     return module == owner_protocol::kModule && expected != 0 && length == expected;
 }
 

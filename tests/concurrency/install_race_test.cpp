@@ -43,7 +43,8 @@ Pair MakePair(int process) {
 std::string BrokenSet(const Pair pairs[2]) {
     const std::string cert = ReadFile(kUserCertPath), key = ReadFile(kUserKeyPath);
     bool known = false;
-    for (int p = 0; p < 2; ++p) known = known || (cert == pairs[p].cert && key == pairs[p].key);
+    for (int p = 0; p < 2; ++p)
+        known = known || (cert == pairs[p].cert && key == pairs[p].key);
     if (!known) return "the user certificate and key are not one pair";
     if (ReadFile(kCombinedPath) != cert + key) return "server.pem is not the pair";
     const std::string tunnel = ReadFile(kTunnelConfigPath);
@@ -64,7 +65,8 @@ std::string BrokenSet(const Pair pairs[2]) {
                 if (SECURITY_SSL_UpdateSSLCert(pair.certPath.c_str(), pair.keyPath.c_str()) != 0)
                     ++failures;
         });
-    for (auto &thread : threads) thread.join();
+    for (auto &thread : threads)
+        thread.join();
     _exit(failures.load());
 }
 

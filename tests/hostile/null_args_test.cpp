@@ -45,7 +45,7 @@ struct NullCase {
 };
 #define ROW(fn, param, file, code, ...)                                                            \
     NullCase {                                                                                     \
-        #fn, #param, #file ".cpp", code, [] { return Run([] { return fn(__VA_ARGS__); }); }        \
+#fn, #param, #file ".cpp", code, [] { return Run([] { return fn(__VA_ARGS__); }); }        \
     }
 
 // clang-format off

@@ -18,7 +18,8 @@ const NameEntries kRootSubject = {{"O", "Test Works"}, {"CN", "Test Root CA"}};
 // An import request for the uploaded file sent to the owner; the task's
 // handle copied out when asked for.
 template <typename Request>
-int32_t SendImport(OwnerCommand command, Request &request, const std::string &path, TaskHandle *task) {
+int32_t SendImport(OwnerCommand command, Request &request, const std::string &path,
+                   TaskHandle *task) {
     std::snprintf(request.szFilePath, sizeof request.szFilePath, "%s", path.c_str());
     MRPC_Msg *response = nullptr;
     const int32_t result = MRPC_Call(kModule, static_cast<uint32_t>(command), sizeof request,

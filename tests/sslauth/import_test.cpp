@@ -211,9 +211,7 @@ TEST_F(OwnerTest, PasswordsAreSealedUnderAPrivateKey) {
     secret[20] ^= 1;
     uint8_t work[41] = {};
     char password[41] = "untouched";
-    EXPECT_NE(LIB_USER_DecryptPassword(secret, "q7m", 41, work, sizeof password,
-                                       password),
-              0);
+    EXPECT_NE(LIB_USER_DecryptPassword(secret, "q7m", 41, work, sizeof password, password), 0);
     EXPECT_STREQ(password, "untouched");
 }
 

@@ -1,6 +1,5 @@
 #include "fs_util.h"
 
-
 #include <dirent.h>
 #include <fcntl.h>
 #include <ftw.h>

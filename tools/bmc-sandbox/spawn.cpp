@@ -150,8 +150,7 @@ bool run_program(const std::vector<std::string> &argv, const RunOptions &options
     ExecFailurePipe failure;
     UniqueFd output_read;
     UniqueFd output_write;
-    if (!failure.open() ||
-        (options.capture_output && !make_pipe(output_read, output_write))) {
+    if (!failure.open() || (options.capture_output && !make_pipe(output_read, output_write))) {
         why = errno_text("cannot create a pipe for", argv[0], errno);
         return false;
     }

@@ -41,8 +41,8 @@ int ListUsers(bool json) {
         w.Uint("anonymous", anonymous ? 1 : 0);
         w.EndObject();
         array += (array.size() > 1 ? "," : "") + w.Text();
-        text += std::to_string(id) + '\t' + name + '\t' + role +
-                (anonymous ? "\tanonymous\n" : "\n");
+        text +=
+            std::to_string(id) + '\t' + name + '\t' + role + (anonymous ? "\tanonymous\n" : "\n");
     }
     // The table holds every sealed password; it does not outlive its use.
     OPENSSL_cleanse(table.data(), table.size());

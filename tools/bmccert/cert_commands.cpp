@@ -44,7 +44,8 @@ std::string AbsolutePath(const std::string &path) {
 
 // Follows an import's task until its final report.
 int FollowImport(uint32_t result, const TaskHandle &task, bool json) {
-    if (result != 0) return ReportFailure("import refused (details in /var/lib/bmc-sim/diag.log)", result);
+    if (result != 0)
+        return ReportFailure("import refused (details in /var/lib/bmc-sim/diag.log)", result);
     BMCSIM_TaskState state{};
     for (int i = 0; i < kPollLimit; ++i) {
         if (BMCSIM_TaskGet(task.TaskId, &state) != 0 || state.ucState != 0) break;
@@ -77,8 +78,8 @@ int ImportClient(const std::string &file, uint32_t rootId, bool json) {
     const LogOrigin origin = Origin();
     TaskHandle task{};
     const std::string path = AbsolutePath(file);
-    return FollowImport(
-        LIB_SSL_ImportClientCert(&origin, path.c_str(), rootId, kWaitLimit, &task), task, json);
+    return FollowImport(LIB_SSL_ImportClientCert(&origin, path.c_str(), rootId, kWaitLimit, &task),
+                        task, json);
 }
 
 int Login(const std::string &serial, bool showPassword, bool json) {
@@ -176,23 +177,22 @@ void AddCertCommands(CLI::App &app, int &status) {
     });
 
     for (const bool bind : {true, false}) {
-        CLI::App *command =
-            app.add_subcommand(bind ? "bind" : "unbind",
-                               bind ? "Bind a client certificate to a user"
-                                    : "Unbind a client certificate from a user");
+        CLI::App *command = app.add_subcommand(bind ? "bind" : "unbind",
+                                               bind ? "Bind a client certificate to a user"
+                                                    : "Unbind a client certificate from a user");
         command->add_option("CERT_ID", id, "Client certificate id (1..20)")->required();
         command->add_option("USER_ID", userId, "User id (1..16)")->required();
         jsonFlag(command);
         command->callback([&, bind] {
             OperateDesc desc{};
-            const uint32_t result = bind ? LIB_SSL_ClientCertBindUser(id, userId, kWaitLimit, &desc)
-                                         : LIB_SSL_ClientCertUntieUser(id, userId, kWaitLimit, &desc);
+            const uint32_t result =
+                bind ? LIB_SSL_ClientCertBindUser(id, userId, kWaitLimit, &desc)
+                     : LIB_SSL_ClientCertUntieUser(id, userId, kWaitLimit, &desc);
             status = Described(result, desc, json);
         });
     }
 
-    CLI::App *login =
-        app.add_subcommand("login", "Log in by a client certificate's serial number");
+    CLI::App *login = app.add_subcommand("login", "Log in by a client certificate's serial number");
     login->add_option("--serial", serial, "Serial number as `openssl x509 -serial` prints it")
         ->required();
     login->add_flag("--show-password", showPassword, "Also print the user's password");
@@ -204,8 +204,8 @@ void AddCertCommands(CLI::App &app, int &status) {
     ocsp->add_option("CERT_ID", id, "Client certificate id (1..20)")->required();
     ocsp->callback([&] { status = Ocsp(id); });
 
-    CLI::App *forget = app.add_subcommand(
-        "forget-user", "Unbind the client certificate of a user who goes away");
+    CLI::App *forget =
+        app.add_subcommand("forget-user", "Unbind the client certificate of a user who goes away");
     forget->add_option("USER_ID", userId, "User id (1..16)")->required();
     forget->callback([&] { status = ForgetUser(userId); });
 }

@@ -13,11 +13,16 @@ namespace {
 
 const char *VerifyFailureText(uint32_t code) {
     switch (code) {
-    case SSLCERT_ERR_NOT_SERVER_CERT: return "not usable as an SSL server certificate";
-    case SSLCERT_ERR_TMP_CERT_UNREAD: return "generated certificate missing or unreadable";
-    case SSLCERT_ERR_CERT_EXPIRED: return "certificate has expired";
-    case SSLCERT_ERR_MD5_SIGNATURE: return "certificate is signed with MD5";
-    default: return "verification failed";
+    case SSLCERT_ERR_NOT_SERVER_CERT:
+        return "not usable as an SSL server certificate";
+    case SSLCERT_ERR_TMP_CERT_UNREAD:
+        return "generated certificate missing or unreadable";
+    case SSLCERT_ERR_CERT_EXPIRED:
+        return "certificate has expired";
+    case SSLCERT_ERR_MD5_SIGNATURE:
+        return "certificate is signed with MD5";
+    default:
+        return "verification failed";
     }
 }
 

@@ -70,16 +70,20 @@ std::string DescribeEntry(const std::string &line) {
         fields.push_back(line.substr(start, tab - start));
     fields.push_back(line.substr(start));
     if (fields.size() < 5) return line;
-    return fields[2] + " (result kind " + fields[1] + ", user " + fields[3] + " from " +
-           fields[4] + ")";
+    return fields[2] + " (result kind " + fields[1] + ", user " + fields[3] + " from " + fields[4] +
+           ")";
 }
 
 std::string StateName(uint8_t state) {
     switch (state) {
-    case 0: return "registered";
-    case 2: return "finished";
-    case 4: return "failed";
-    default: return "state " + std::to_string(state);
+    case 0:
+        return "registered";
+    case 2:
+        return "finished";
+    case 4:
+        return "failed";
+    default:
+        return "state " + std::to_string(state);
     }
 }
 
