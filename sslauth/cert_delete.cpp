@@ -46,7 +46,7 @@ void DescribeDone(const Deletion &deletion, const char *fileName, OperateDesc &d
                      static_cast<int32_t>(result));
     }
     (void)BMC_Scnprintf(desc.szOperateDesc, sizeof desc.szOperateDesc, "%s", deletion.failedText);
-    return CC_GetValueByErrNum(result, deletion.map, 9, deletion.fallback);
+    return CC_GetValueByErrNum(result, deletion.map, std::size(deletion.map), deletion.fallback);
 }
 
 } // namespace
