@@ -44,7 +44,7 @@ void LogCall(uint32_t module, uint32_t command, uint32_t length, const void *req
     if (waitLimit == 0) return BMC_PLATFORM_RPC_TIMEOUT;
 
     std::vector<uint8_t> payload;
-    const uint32_t result = bmcsim::DeliverToPeer(module, command, length, request, payload);
+    const uint32_t result = bmcsim::DeliverToPeer(command, request, payload);
     if (result != 0 || payload.empty() || response == nullptr) return result;
     auto *bytes = new (std::nothrow) uint8_t[payload.size()];
     auto *message = new (std::nothrow) MRPC_Msg{bytes, static_cast<uint32_t>(payload.size())};

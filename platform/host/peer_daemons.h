@@ -15,10 +15,10 @@ namespace bmcsim {
 // this length.
 [[nodiscard]] bool PeerTakes(uint32_t module, uint32_t command, uint32_t length) noexcept;
 
-// Delivers a call that a daemon takes and returns its result; a call that
-// answers leaves its payload in response.
-[[nodiscard]] uint32_t DeliverToPeer(uint32_t module, uint32_t command, uint32_t length,
-                                     const void *request, std::vector<uint8_t> &response);
+// Delivers a call that PeerTakes accepted and returns its result; a call
+// that answers leaves its payload in response.
+[[nodiscard]] uint32_t DeliverToPeer(uint32_t command, const void *request,
+                                     std::vector<uint8_t> &response);
 
 // Writes the daemons' records of a factory-fresh controller, inside the
 // caller's transaction.

@@ -14,8 +14,7 @@ bool PeerTakes(uint32_t module, uint32_t command, uint32_t length) noexcept {
     return module == owner_protocol::kModule && expected != 0 && length == expected;
 }
 
-uint32_t DeliverToPeer(uint32_t /*module*/, uint32_t command, uint32_t /*length*/,
-                       const void *request, std::vector<uint8_t> &response) {
+uint32_t DeliverToPeer(uint32_t command, const void *request, std::vector<uint8_t> &response) {
     TaskHandle task{};
     bool answered = false;
     const uint32_t result =
