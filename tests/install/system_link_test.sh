@@ -55,7 +55,7 @@ echo "needed: $(echo $needed)"
 undefined=$(nm -D --undefined-only "$library" | awk '$1 == "U" && $2 !~ /@/ {print $2}' | sort)
 if echo "$undefined" | grep -q '^BMCSIM_'; then fail "calls into the stand-in"; fi
 used=$(for name in $declared; do
-  if grep -rqw "$name" "$source_dir"/sslcert "$source_dir"/sslauth 2>/dev/null; then echo "$name"; fi
+  if grep -rqw "$name" "$source_dir"/frame "$source_dir"/sslcert "$source_dir"/sslauth 2>/dev/null; then echo "$name"; fi
 done | sort)
 if [ "$undefined" != "$used" ]; then
   echo "undefined platform calls differ from those the sources make (< sources, > library):"
