@@ -142,6 +142,8 @@ TEST_F(ImportTest, EachOutcomeIsReportedOnce) {
         if (c.state == 2) {
             EXPECT_EQ(ReadDiags(), fit);
         }
+        for (const Diag &d : ReadDiags()) // the event itself was added
+            EXPECT_EQ(d.message.find("qdr"), std::string::npos) << d.message;
         EXPECT_EQ(ReadLines(BMCSIM_TASKS_LOG).size(), 2u);
     }
     const auto diags = ReadDiags();
