@@ -18,6 +18,7 @@ install(TARGETS ${bmccert_installed} EXPORT bmccertTargets
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(FILES
   ${PROJECT_SOURCE_DIR}/include/lib_security_sslcert.h
+  ${PROJECT_SOURCE_DIR}/include/lib_security_sslcert_ext.h
   ${PROJECT_SOURCE_DIR}/include/lib_ssl_auth.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 

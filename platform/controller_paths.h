@@ -22,6 +22,10 @@ inline constexpr const char *kGenKeyPath = "/var/certs/TmpPrivkeyGen.pem";
 // The directories of the installed user pair and of the combined file.
 inline constexpr const char *kUserCertDir = "/conf/certs/server/user";
 inline constexpr const char *kServerCertDir = "/conf/certs/server";
+// The installation's journal, beside the combined file on the same file
+// system as every file of the installed set, and the journal being written.
+inline constexpr const char *kInstallJournalDir = "/conf/certs/server/.install";
+inline constexpr const char *kInstallStagingDir = "/conf/certs/server/.install.new";
 // The web server's certificate: the certificate in force followed by its key.
 inline constexpr const char *kCombinedPath = "/conf/certs/server/server.pem";
 // The extensions of a generated certificate.
@@ -35,6 +39,7 @@ inline constexpr const char *kSigningRequestPath = "/var/certs/cert_tmp.csr";
 inline constexpr const char *kUploadCombinedPath = "/var/certs/TmpCombinedCert.pem";
 
 // The services' configurations.
+inline constexpr const char *kTunnelConfigDir = "/conf/adviserd";
 inline constexpr const char *kTunnelConfigPath = "/conf/adviserd/stunnel.conf";
 inline constexpr const char *kScratchConfigPath = "/conf/adviserd/tmp_stunnel.conf";
 inline constexpr const char *kWebServerConfigPath = "/conf/lighttpd/lighttpd.conf";

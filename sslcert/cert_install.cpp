@@ -1,6 +1,7 @@
 // Installation of a certificate and key from a temporary location as the
 // user certificate: the pair, the combined file for the web server, the
-// tunnel configuration and the stored information record.
+// tunnel configuration and the stored information record, all or nothing
+// (see install_journal.cpp).
 #include <unistd.h>
 
 #include <cerrno>
@@ -19,6 +20,40 @@ bool Exists(const char *path) {
     return access(path, F_OK) == 0;
 }
 
+// The installation's own steps, in their order; false after the failing
+// step's report.
+bool RunInstallationSteps(const char *tmpCert, const char *tmpKey) {
+    if (BMC_CopyFile(tmpCert, kUserCertPath) != 0) {
+        BMCCERT_DIAG(kLevelHandling, "Copy certificate file from %s to %s failed! strerrno:%s\n",
+                     tmpCert, kUserCertPath, std::strerror(errno));
+        return false;
+    }
+    if (BMC_CopyFile(tmpKey, kUserKeyPath) != 0) {
+        BMCCERT_DIAG(kLevelHandling, "Copy private key file from %s to %s failed! strerrno:%s\n",
+                     tmpKey, kUserKeyPath, std::strerror(errno));
+        return false;
+    }
+    if (!RestrictToOwner(kUserKeyPath)) return false;
+
+    char command[kCommandSize] = {};
+    (void)BMC_Scnprintf(command, sizeof command, "cat %s %s > %s", kUserCertPath, kUserKeyPath,
+                        kCombinedPath);
+    if (!PreparePrivateFile(kCombinedPath) || BMC_System(command) != 0) {
+        BMCCERT_DIAG(kLevelHandling, "Merging cert file and privkey failed! strerrno:%s\n",
+                     std::strerror(errno));
+        return false;
+    }
+    if (!RestrictToOwner(kCombinedPath)) return false;
+
+    if (const uint32_t result = LIB_SECURITY_SSL_ModStunnelConfFile(kUserCertPath, kUserKeyPath);
+        result != SSLCERT_OK) {
+        BMCCERT_DIAG(kLevelHandling, "Modify stunnel.conf file failed! iRet=%d.\n", result);
+        return false;
+    }
+
+    return true;
+}
+
 } // namespace
 } // namespace bmccert::sslcert
 
@@ -29,6 +64,7 @@ extern "C" uint32_t SECURITY_SSL_UpdateSSLCert(const char *pcTmpCert, const char
     BMCCERT_CHECK_NULL(pcTmpCert, SSLCERT_ERR_NULL_POINTER);
     BMCCERT_CHECK_NULL(pcTmpPrivkey, SSLCERT_ERR_NULL_POINTER);
     const InstallationLock installing;
+    if (!CompletePendingInstallation()) return SSLCERT_ERR_GENERAL;
 
     if (!Exists(pcTmpCert)) {
         BMCCERT_DIAG(kLevelFailure, "Tmp Cert File %s is not exist!\n", pcTmpCert);
@@ -38,40 +74,22 @@ extern "C" uint32_t SECURITY_SSL_UpdateSSLCert(const char *pcTmpCert, const char
         BMCCERT_DIAG(kLevelFailure, "Tmp Privkey File %s is not exist!\n", pcTmpPrivkey);
         return SSLCERT_ERR_GENERAL;
     }
-    if (!HasRoomToInstall(pcTmpCert, pcTmpPrivkey)) return SSLCERT_ERR_GENERAL;
     // A copy may carry the source's mode: the source is made private first
     // so that the installed key is never readable by others, not even
     // between the copy and its own change of mode. Done before anything
     // installed changes, so that its failure leaves the installed set whole.
     if (!RestrictToOwner(pcTmpPrivkey)) return SSLCERT_ERR_GENERAL;
 
-    if (BMC_CopyFile(pcTmpCert, kUserCertPath) != 0) {
-        BMCCERT_DIAG(kLevelHandling, "Copy certificate file from %s to %s failed! strerrno:%s\n",
-                     pcTmpCert, kUserCertPath, std::strerror(errno));
+    // From here on the installed set changes, and the journal makes it
+    // change whole: a failed step (a full disk among them) puts the previous
+    // set back, a process that dies is completed by the next installation or
+    // the controller's start. A journal that does not fit changes nothing.
+    if (!RecordInstallation(pcTmpCert, pcTmpPrivkey)) return SSLCERT_ERR_GENERAL;
+    if (!RunInstallationSteps(pcTmpCert, pcTmpPrivkey)) {
+        RollBackInstallation();
         return SSLCERT_ERR_GENERAL;
     }
-    if (BMC_CopyFile(pcTmpPrivkey, kUserKeyPath) != 0) {
-        BMCCERT_DIAG(kLevelHandling, "Copy private key file from %s to %s failed! strerrno:%s\n",
-                     pcTmpPrivkey, kUserKeyPath, std::strerror(errno));
-        return SSLCERT_ERR_GENERAL;
-    }
-    if (!RestrictToOwner(kUserKeyPath)) return SSLCERT_ERR_GENERAL;
-
-    char command[kCommandSize] = {};
-    (void)BMC_Scnprintf(command, sizeof command, "cat %s %s > %s", kUserCertPath, kUserKeyPath,
-                        kCombinedPath);
-    if (!PreparePrivateFile(kCombinedPath) || BMC_System(command) != 0) {
-        BMCCERT_DIAG(kLevelHandling, "Merging cert file and privkey failed! strerrno:%s\n",
-                     std::strerror(errno));
-        return SSLCERT_ERR_GENERAL;
-    }
-    if (!RestrictToOwner(kCombinedPath)) return SSLCERT_ERR_GENERAL;
-
-    if (const uint32_t result = LIB_SECURITY_SSL_ModStunnelConfFile(kUserCertPath, kUserKeyPath);
-        result != SSLCERT_OK) {
-        BMCCERT_DIAG(kLevelHandling, "Modify stunnel.conf file failed! iRet=%d.\n", result);
-        return SSLCERT_ERR_GENERAL;
-    }
+    FinishInstallation();
 
     // The pair is installed whatever the refresh says; a failed refresh
     // has reported itself and leaves the previous record in place.

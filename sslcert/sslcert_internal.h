@@ -5,8 +5,10 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 
 #include "lib_security_sslcert.h"
+#include "lib_security_sslcert_ext.h"
 #include "frame/frame.h"
 #include "platform/controller_paths.h"
 
@@ -92,9 +94,22 @@ class InstallationLock {
     uint32_t handle_ = 0;
 };
 
-// False, after a report, when the file systems that hold the user pair and
-// the combined file cannot take a pair of these sizes.
-[[nodiscard]] bool HasRoomToInstall(const char *tmpCert, const char *tmpKey);
+// The installation journal (install_journal.cpp), used under the
+// installation lock. Record writes the new set made of the temporary pair
+// and the previous set, durably, before anything installed changes; false
+// after a report. Finish removes it once the installed files are on disk;
+// RollBack puts the previous set back after a failed step. Complete settles
+// a journal left by an installation that died, before the next one starts
+// or the services do; false after a report when it stays pending.
+[[nodiscard]] bool RecordInstallation(const char *tmpCert, const char *tmpKey);
+void FinishInstallation();
+void RollBackInstallation();
+[[nodiscard]] bool CompletePendingInstallation(bool *completed = nullptr);
+
+// Copies the tunnel configuration piece by piece (a piece ends after a line
+// feed or after 255 characters), turning every piece that mentions either
+// option into an active line with the new path.
+void RewriteTunnelOptions(FILE *in, FILE *out, const char *certPath, const char *keyPath);
 
 // Restricts a file that holds private key material to its owner (0600).
 [[nodiscard]] bool RestrictToOwner(const char *path);

@@ -19,10 +19,9 @@ using namespace bmccert;
 constexpr const char *kTunnelConfigLock = "stunnel_file.lock";
 constexpr size_t kPieceSize = 256;
 
-// Copies the configuration piece by piece (a piece ends after a line feed
-// or after 255 characters), turning every piece that mentions either
-// option into an active line with the new path.
-void RewritePieces(FILE *in, FILE *out, const char *certPath, const char *keyPath) {
+} // namespace
+
+void RewriteTunnelOptions(FILE *in, FILE *out, const char *certPath, const char *keyPath) {
     char piece[kPieceSize];
     char replacement[kPieceSize];
     while (std::fgets(piece, sizeof piece, in) != nullptr) {
@@ -37,6 +36,8 @@ void RewritePieces(FILE *in, FILE *out, const char *certPath, const char *keyPat
         }
     }
 }
+
+namespace {
 
 // Makes the written scratch file durable with the old file's mode; false
 // when any write to it failed, so that a partial file never replaces a
@@ -72,7 +73,7 @@ extern "C" uint32_t LIB_SECURITY_SSL_ModStunnelConfFile(const char *pcCertPath,
         return SSLCERT_ERR_GENERAL;
     }
 
-    RewritePieces(config.get(), scratch.get(), pcCertPath, pcKeyPath);
+    RewriteTunnelOptions(config.get(), scratch.get(), pcCertPath, pcKeyPath);
     const bool written = FinishScratch(config.get(), scratch.get());
     const int writeErrno = errno;
     config.Close();

@@ -12,7 +12,7 @@ cmake --install "$build" --prefix "$prefix" >"$work.log" 2>&1 || { cat "$work.lo
 fail() { echo "install: $*" >&2; exit 1; }
 
 lib=$prefix/lib
-for f in include/lib_security_sslcert.h include/lib_ssl_auth.h lib/libbmccert.so \
+for f in include/lib_security_sslcert.h include/lib_security_sslcert_ext.h include/lib_ssl_auth.h lib/libbmccert.so \
          lib/libbmccert.so.1 lib/cmake/bmccert/bmccertConfig.cmake lib/pkgconfig/bmccert.pc; do
   [ -e "$prefix/$f" ] || fail "$f not installed"
 done

@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include "lib_security_sslcert.h"
+#include "lib_security_sslcert_ext.h"
 #include "lib_ssl_auth.h"
 
 int main(void) {
@@ -26,6 +27,10 @@ int main(void) {
     result = LIB_SECURITY_GetCertInfo(&info);
     if (result != SSLCERT_OK || info.stSSLConfig.uiPublicKeyLen != 2048u) {
         fprintf(stderr, "information record failed: 0x%08X\n", (unsigned)result);
+        return 1;
+    }
+    if (LIB_SECURITY_SSL_CompleteInstallation() != SSLCERT_OK) {
+        fprintf(stderr, "nothing pending, yet the completion failed\n");
         return 1;
     }
     printf("c consumer: %s, %u bits, expires %s\n", cert, (unsigned)info.stSSLConfig.uiPublicKeyLen,
