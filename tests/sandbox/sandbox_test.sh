@@ -144,8 +144,6 @@ check "server.pem is mode 0600" [ "$(stat -c %a "$root/conf/certs/server/server.
 check "the checks inside the sandbox pass" [ $? -eq 0 ]
 check "the controller's files keep the controller's ports" \
     grep -q '^accept = :::7582$' "$root/conf/adviserd/stunnel.conf"
-check "without --services systemctl only records" \
-    "$tool" "$root" -- sh -c 'systemctl restart stunnel.service && test ! -S /var/lib/bmc-sim/run/control.sock'
 
 # --- two sandboxes side by side get different ports and serve their own
 other=$work/other
