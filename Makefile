@@ -13,7 +13,7 @@ JOBS ?= $(shell nproc)
 # Release builds without the benchmarks: only what the suite needs.
 LEAN = -DCMAKE_BUILD_TYPE=Release -DBMCCERT_BENCH=OFF -DBMCCERT_SYSTEM_LINK_TEST=OFF
 
-.PHONY: all deps build test demo bench fuzz hardening clean host-tools test-armhf test-openssl11
+.PHONY: all deps build test demo bench crashtest fuzz hardening clean host-tools test-armhf test-openssl11
 
 all: build
 
@@ -32,6 +32,13 @@ demo: build
 
 bench: build
 	cmake --build $(BUILD_DIR) --target bench
+
+# Power cuts during each installation flow: KILLS (default 1000) a flow.
+KILLS ?= 1000
+crashtest: build
+	cmake -S . -B $(BUILD_DIR) -DBMCCERT_CRASH_KILLS=$(KILLS)
+	cd $(BUILD_DIR) && ctest --output-on-failure -R '^crash_'; status=$$?; \
+	  cmake -S . -B $(BUILD_DIR) -UBMCCERT_CRASH_KILLS >/dev/null; exit $$status
 
 # Every fuzz target for FUZZ_SECONDS (default 60) each; fails on a crash,
 # leak or timeout.

@@ -210,8 +210,7 @@ bool RemoveJournal(const char *dir) {
 
 } // namespace
 
-bool CompletePendingInstallation(bool *completed) {
-    if (completed != nullptr) *completed = false;
+bool CompletePendingInstallation() {
     // A journal still being written was never committed: the previous set
     // is whole and in force.
     if (Exists(kInstallStagingDir) && !RemoveJournal(kInstallStagingDir)) {
@@ -222,7 +221,11 @@ bool CompletePendingInstallation(bool *completed) {
     }
     if (!Exists(kInstallJournalDir)) return true;
     const char *set = ReadDirection(kInstallJournalDir);
-    if (!ApplySet(kInstallJournalDir, set) || !RemoveJournal(kInstallJournalDir)) {
+    // The process may have died before it refreshed the record: the journal
+    // goes only after the refresh.
+    const bool applied = ApplySet(kInstallJournalDir, set);
+    if (applied) (void)SECURITY_UpdateCertInfo();
+    if (!applied || !RemoveJournal(kInstallJournalDir)) {
         BMCCERT_DIAG(kLevelHandling,
                      "Completing the interrupted installation recorded in %s failed! strerrno:%s\n",
                      kInstallJournalDir, std::strerror(errno));
@@ -230,7 +233,6 @@ bool CompletePendingInstallation(bool *completed) {
     }
     BMCCERT_DIAG(kLevelNotice, "Completed the interrupted installation recorded in %s: %s set.\n",
                  kInstallJournalDir, set);
-    if (completed != nullptr) *completed = true;
     return true;
 }
 
@@ -274,10 +276,6 @@ using namespace bmccert::sslcert;
 
 extern "C" uint32_t LIB_SECURITY_SSL_CompleteInstallation(void) {
     const InstallationLock installing;
-    bool completed = false;
-    if (!CompletePendingInstallation(&completed)) return SSLCERT_EXT_ERR_INSTALL_PENDING;
-    // The record was refreshed before the process died only if it died
-    // after the last step; refreshing again costs one read.
-    if (completed) (void)SECURITY_UpdateCertInfo();
+    if (!CompletePendingInstallation()) return SSLCERT_EXT_ERR_INSTALL_PENDING;
     return SSLCERT_OK;
 }

@@ -99,12 +99,13 @@ class InstallationLock {
 // and the previous set, durably, before anything installed changes; false
 // after a report. Finish removes it once the installed files are on disk;
 // RollBack puts the previous set back after a failed step. Complete settles
-// a journal left by an installation that died, before the next one starts
-// or the services do; false after a report when it stays pending.
+// a journal left by an installation that died, and refreshes the record,
+// before the next one starts or the services do; false after a report when
+// it stays pending.
 [[nodiscard]] bool RecordInstallation(const char *tmpCert, const char *tmpKey);
 void FinishInstallation();
 void RollBackInstallation();
-[[nodiscard]] bool CompletePendingInstallation(bool *completed = nullptr);
+[[nodiscard]] bool CompletePendingInstallation();
 
 // Copies the tunnel configuration piece by piece (a piece ends after a line
 // feed or after 255 characters), turning every piece that mentions either

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "json_writer.h"
+#include "lib_security_sslcert_ext.h"
 #include "output.h"
 #include "platform/bmc_platform.h"
 #include "frame/field_text.h"
@@ -71,6 +72,13 @@ int RunInstall(const std::string &certPath, const std::string &keyPath) {
         web != 0)
         return ReportFailure("installed, but the web server restart did not start", web);
     return WriteResult("installed; tunnel restarted, web server restarting\n");
+}
+
+int RunRecover() {
+    const uint32_t result = LIB_SECURITY_SSL_CompleteInstallation();
+    if (result != SSLCERT_OK)
+        return ReportFailure("the interrupted installation stays pending", result);
+    return WriteResult("no installation pending\n");
 }
 
 } // namespace bmccert::cli

@@ -11,5 +11,7 @@ namespace bmccert::cli {
 [[nodiscard]] int RunGenerate(const GenerateOptions &options, bool json);
 [[nodiscard]] int RunVerify(bool json);
 [[nodiscard]] int RunInstall(const std::string &certPath, const std::string &keyPath);
+// Settles an interrupted installation: the whole new set or the previous one.
+[[nodiscard]] int RunRecover();
 
 } // namespace bmccert::cli

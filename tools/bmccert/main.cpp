@@ -111,6 +111,11 @@ int main(int argc, char **argv) {
         ->required();
     install->callback([&] { status = RunInstall(installCert, installKey); });
 
+    CLI::App *recover = app.add_subcommand(
+        "recover",
+        "Complete an installation that a power cut interrupted (run before the services start)");
+    recover->callback([&] { status = RunRecover(); });
+
     std::string uploadCert;
     std::string uploadKey;
     CLI::App *upload = app.add_subcommand(

@@ -4,11 +4,15 @@
 #include <charconv>
 
 #include "lib_security_sslcert.h"
+#include "lib_security_sslcert_ext.h"
 
 namespace bmccert::cli {
 namespace {
 
-#define BMCCERT_CODE(constant, meaning) ResultCode{constant, #constant, meaning}
+#define BMCCERT_CODE(constant, meaning)                                                            \
+    ResultCode {                                                                                   \
+        constant, #constant, meaning                                                               \
+    }
 
 constexpr std::array kCodes = {
     BMCCERT_CODE(SSLCERT_OK, "success"),
@@ -44,6 +48,9 @@ constexpr std::array kCodes = {
                  "management: the generation request was refused (a field broke its rule)"),
     BMCCERT_CODE(SSLCERT_MGMT_PLATFORM_BUSY,
                  "management: the platform refused the operation (0x82000001 or 0x82000002)"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_INSTALL_PENDING,
+                 "an interrupted installation could not be completed; it stays recorded and "
+                 "the next installation tries again"),
     BMCCERT_CODE(BMC_PLATFORM_ERR_1, "a failure reported by the platform libraries"),
     BMCCERT_CODE(BMC_PLATFORM_ERR_2, "a failure reported by the platform libraries"),
 };
