@@ -12,9 +12,9 @@
 #   - the stored record describes the pair in force or the previous one.
 # Every tenth kill the real services restart from the files and must
 # present the certificate in force.
-#   usage: crash_test.sh TOOL FLOW KILLS
+#   usage: crash_test.sh TOOL FLOW KILLS   (BMCCERT_CRASH_KILLS overrides KILLS)
 set -u
-tool=${1:?usage: crash_test.sh TOOL FLOW KILLS} flow=${2:?} kills=${3:?}
+tool=${1:?usage: crash_test.sh TOOL FLOW KILLS} flow=${2:?} kills=${BMCCERT_CRASH_KILLS:-${3:?}}
 . /var/lib/bmc-sim/services.env
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT

@@ -1,4 +1,4 @@
-// Installation on a /conf that is full or read-only: a clear failure, and
+// Installation on a /conf that is full: a clear failure, and
 // the pair installed before stays whole and loadable by the services.
 #include <gtest/gtest.h>
 
@@ -47,7 +47,7 @@ std::vector<std::string> ReadInstalled() {
 }
 
 // /conf on a tmpfs of its own holding a copy of the controller's /conf,
-// so that it can be filled or made read-only; unmounted after each test.
+// so that it can be filled; unmounted after each test.
 class StorageTest : public ControllerTest {
   protected:
     void SetUp() override {
@@ -127,32 +127,6 @@ TEST_F(StorageTest, FullDiskRefusesBeforeTouchingTheInstalledPair) {
                                                "strerrno:No space left on device\n"}}));
     EXPECT_EQ(ReadFile(kTunnelConfig), before[3]);
     EXPECT_FALSE(fs::exists("/conf/adviserd/tmp_stunnel.conf"));
-}
-
-TEST_F(StorageTest, ReadOnlyConfRefusesAndKeepsServingThePair) {
-    Upload({});
-    ASSERT_EQ(Install(), 0u);
-    const auto before = ReadInstalled();
-    ASSERT_EQ(mount("bmccert-conf", "/conf", "tmpfs", MS_REMOUNT | MS_RDONLY, nullptr), 0);
-
-    CertRecipe next;
-    next.serial = 0x5EED;
-    Upload(next);
-    ClearDiagLog();
-    EXPECT_EQ(Install(), 0x81000001u);
-    EXPECT_EQ(LIB_SECURITY_SSL_ModStunnelConfFile("/new/cert.pem", "/new/key.pem"), 0x81000001u);
-    EXPECT_EQ(ReadDiags(),
-              (std::vector<Diag>{{31, 3, 4,
-                                  "Record the installation in /conf/certs/server/.install.new "
-                                  "failed! strerrno:Read-only file system\n"},
-                                 {31, 3, 4, "/conf/adviserd/tmp_stunnel.conf open failed.\n"}}));
-    EXPECT_EQ(ReadInstalled(), before);
-    EXPECT_TRUE(CombinedFileLoads());
-
-    // The information still comes from the installed pair.
-    SSLCertInfo info{};
-    EXPECT_EQ(LIB_SECURITY_GetCertInfo(&info), 0u);
-    EXPECT_EQ(info.stKeyFileInfo.ucCertType, SSL_CERT_TYPE_USER);
 }
 
 } // namespace
