@@ -359,9 +359,13 @@ BMCCERT_API uint32_t LIB_SECURITY_VerifyCert(void);
 /* Installs a certificate and key pair as the user certificate: copies them
  * under /conf/certs/server/user/ (the key private, mode 0600), writes the
  * combined /conf/certs/server/server.pem, points the tunnel at the pair and
- * refreshes the stored record. The services are not restarted. Results: 0;
- * SSLCERT_ERR_GENERAL (a step failed); SSLCERT_ERR_NULL_POINTER. Runs shell
- * commands and the openssl tool. */
+ * refreshes the stored record. The services are not restarted. All or
+ * nothing: the new and the previous set are journaled first; a failed step
+ * puts the previous set back, and an installation cut by a power cut is
+ * completed by the next one or by LIB_SECURITY_SSL_CompleteInstallation
+ * (lib_security_sslcert_ext.h). Results: 0; SSLCERT_ERR_GENERAL (a step
+ * failed; the certificate in force did not change); SSLCERT_ERR_NULL_POINTER.
+ * Runs shell commands and the openssl tool. */
 BMCCERT_API uint32_t SECURITY_SSL_UpdateSSLCert(const char *pcTmpCert, const char *pcTmpPrivkey);
 /* Rewrites the cert = and key = lines of /conf/adviserd/stunnel.conf
  * atomically (a scratch file renamed over it), holding the named lock
