@@ -72,10 +72,11 @@ bool Sync(const char *path) {
     return fd.Valid() && fsync(fd.Get()) == 0 && fd.Close();
 }
 
+// A directory that does not exist holds no file of the set.
 bool SyncLiveDirectories() {
     bool synced = true;
     for (const char *dir : kLiveDirs)
-        synced = Sync(dir) && synced;
+        synced = (Sync(dir) || errno == ENOENT) && synced;
     return synced;
 }
 
@@ -186,7 +187,8 @@ bool ApplySet(const char *dir, const char *set) {
     for (const Role &role : kRoles) {
         const JournalPath recorded(dir, set, role.name);
         if (rename(recorded.text, role.live) == 0) continue;
-        if (errno != ENOENT) return false;
+        // Gone from the journal: moved before. Still there: the place is.
+        if (errno != ENOENT || Exists(recorded.text)) return false;
         const JournalPath absent(dir, set, role.name, kAbsentSuffix);
         if (!Exists(absent.text)) continue;
         if (unlink(role.live) != 0 && errno != ENOENT) return false;
