@@ -36,9 +36,10 @@ bench: build
 # Power cuts during each installation flow: KILLS (default 1000) a flow.
 KILLS ?= 1000
 crashtest: build
-	cmake -S . -B $(BUILD_DIR) -DBMCCERT_CRASH_KILLS=$(KILLS)
-	cd $(BUILD_DIR) && ctest --output-on-failure -R '^crash_'; status=$$?; \
-	  cmake -S . -B $(BUILD_DIR) -UBMCCERT_CRASH_KILLS >/dev/null; exit $$status
+	for flow in install generate upload; do \
+	  $(BUILD_DIR)/bin/bmc-sandbox --fresh --services $(BUILD_DIR)/sandbox/crash_$$flow -- \
+	    bash tests/crash/crash_test.sh $(CURDIR)/$(BUILD_DIR)/bin/bmccert $$flow $(KILLS) || exit 1; \
+	done
 
 # Every fuzz target for FUZZ_SECONDS (default 60) each; fails on a crash,
 # leak or timeout.
