@@ -1,8 +1,9 @@
 // What the library suites and the end-to-end tests never make the platform
 // stand-in do: the fault switch's name matching, files past 2 GiB or 2038,
 // a failed or leftover copy, diagnostics from several threads or longer than
-// a line, command output longer than a pipe, time texts at their limits, and
-// task ids across processes. The database's writers in several processes,
+// a line, command output longer than a pipe, time texts at their limits,
+// task ids across processes, and the database connections of threads that
+// end or fork. The database's writers in several processes,
 // the named locks and the shared scratch file are held by the concurrency
 // suite.
 #include <gtest/gtest.h>
@@ -13,9 +14,14 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <atomic>
+#include <chrono>
 #include <climits>
+#include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <thread>
+#include <vector>
 
 #include "platform/host/bmc_sim.h"
 #include "tests/support/diag_log.h"
@@ -26,6 +32,8 @@ namespace {
 
 namespace fs = std::filesystem;
 constexpr int32_t kFail = static_cast<int32_t>(BMC_PLATFORM_FAIL);
+// Record keys that no part of the system uses.
+constexpr uint32_t kProbeKey = 0x7E000000;
 
 // A switch answers without doing the work, matches the whole name and
 // ignores a value it cannot read; the hardware flag reads its variable alike.
@@ -193,6 +201,121 @@ TEST(StandIn, TaskIdsFollowEachOtherAcrossProcesses) {
     TaskUpdateRecord update{};
     update.uiTaskId = first + 1000;
     EXPECT_NE(TASK_TaskServiceUpdate(&update), 0);
+}
+
+// Each thread reads through a connection of its own; it must close when the
+// thread ends, or a process that runs many short threads runs out of files.
+TEST(StandIn, ConnectionsOfEndedThreadsAreClosed) {
+    const auto openFiles = [] {
+        return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator{});
+    };
+    const auto readBoth = [] {
+        uint32_t value = 0;
+        std::vector<uint8_t> users(BMC_USER_TABLE_SIZE);
+        return DB_Get(DB_GetCurrentDb(), kProbeKey, sizeof value, &value) == 0 &&
+               LIB_USER_GetUserInfo(users.data()) == 0;
+    };
+    const uint32_t value = 7;
+    ASSERT_EQ(DB_PutInternal("test", 0, DB_GetCurrentDb(), kProbeKey, sizeof value, &value), 0);
+    const auto runThreads = [&](int rounds) {
+        for (int round = 0; round < rounds; ++round) {
+            std::vector<std::thread> threads;
+            std::atomic<int> failures{0};
+            for (int t = 0; t < 4; ++t)
+                threads.emplace_back([&] { failures += readBoth() ? 0 : 1; });
+            for (auto &thread : threads)
+                thread.join();
+            ASSERT_EQ(failures.load(), 0);
+        }
+        ASSERT_TRUE(readBoth());
+    };
+    // SQLite keeps the database descriptors of closed connections for the
+    // next ones while the file is locked: at most one for each connection
+    // that was open at the same time (4 threads, 2 each). The 64 threads
+    // below would leave at least 128 if their connections stayed open.
+    runThreads(1);
+    const auto before = openFiles();
+    runThreads(16);
+    EXPECT_LE(openFiles(), before + 8);
+}
+
+// A child forked while a thread of its parent may be inside the database
+// must neither hang nor use the parent's connections, and must leave the
+// parent's working however it ends.
+TEST(StandIn, ForkedChildrenUseConnectionsOfTheirOwn) {
+    struct Case {
+        const char *name;
+        bool readerBeside;
+        bool childExits; // exit() (thread-exit cleanup runs) rather than _exit()
+    };
+    const Case cases[] = {
+        {"idle parent, child exits", false, true},
+        {"reader beside, child exits", true, true},
+        {"reader beside, child _exits", true, false},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        std::atomic<bool> stop{false};
+        std::atomic<int> readerFailures{0};
+        uint32_t value = 1;
+        ASSERT_EQ(DB_PutInternal("test", 0, DB_GetCurrentDb(), kProbeKey, sizeof value, &value),
+                  0);
+        std::thread reader;
+        if (c.readerBeside)
+            reader = std::thread([&] {
+                std::vector<uint8_t> users(BMC_USER_TABLE_SIZE);
+                while (!stop) {
+                    uint32_t read = 0;
+                    if (DB_Get(DB_GetCurrentDb(), kProbeKey, sizeof read, &read) != 0 ||
+                        LIB_USER_GetUserInfo(users.data()) != 0)
+                        ++readerFailures;
+                }
+            });
+        constexpr uint32_t kChildren = 6;
+        for (uint32_t i = 0; i < kChildren; ++i) {
+            const pid_t child = fork();
+            ASSERT_GE(child, 0);
+            if (child == 0) {
+                const uint32_t mine = 100 + i;
+                uint32_t back = 0;
+                std::vector<uint8_t> users(BMC_USER_TABLE_SIZE);
+                const bool ok =
+                    DB_PutInternal("test", 0, DB_GetCurrentDb(), kProbeKey + 1 + i, sizeof mine,
+                                   &mine) == 0 &&
+                    DB_Get(DB_GetCurrentDb(), kProbeKey + 1 + i, sizeof back, &back) == 0 &&
+                    back == mine && LIB_USER_GetUserInfo(users.data()) == 0;
+                if (c.childExits) std::exit(ok ? 0 : 1);
+                _exit(ok ? 0 : 1);
+            }
+            int status = -1;
+            const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+            while (waitpid(child, &status, WNOHANG) == 0 &&
+                   std::chrono::steady_clock::now() < deadline)
+                std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            if (!WIFEXITED(status)) {
+                (void)kill(child, SIGKILL);
+                (void)waitpid(child, &status, 0);
+                stop = true;
+                if (reader.joinable()) reader.join();
+                FAIL() << "child " << i << " hung";
+            }
+            EXPECT_EQ(WEXITSTATUS(status), 0) << "child " << i;
+        }
+        stop = true;
+        if (reader.joinable()) reader.join();
+        EXPECT_EQ(readerFailures.load(), 0);
+        value = 2;
+        EXPECT_EQ(DB_PutInternal("test", 0, DB_GetCurrentDb(), kProbeKey, sizeof value, &value),
+                  0);
+        for (uint32_t i = 0; i < kChildren; ++i) {
+            uint32_t read = 0;
+            EXPECT_EQ(DB_Get(DB_GetCurrentDb(), kProbeKey + 1 + i, sizeof read, &read), 0);
+            EXPECT_EQ(read, 100 + i);
+        }
+        uint32_t read = 0;
+        EXPECT_EQ(DB_Get(DB_GetCurrentDb(), kProbeKey, sizeof read, &read), 0);
+        EXPECT_EQ(read, 2u);
+    }
 }
 
 } // namespace
