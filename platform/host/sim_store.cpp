@@ -1,8 +1,12 @@
 #include "sim_store.h"
 
+#include <pthread.h>
+
+#include <array>
 #include <chrono>
 #include <climits>
 #include <cstring>
+#include <mutex>
 #include <new>
 #include <thread>
 
@@ -44,6 +48,158 @@ SqlStatement Store::Prepare(const char *sql) noexcept {
     sqlite3_stmt *raw = nullptr;
     (void)sqlite3_prepare_v2(db_.get(), sql, -1, &raw, nullptr);
     return SqlStatement(raw);
+}
+
+// One thread's connection of one kind. `guard` is held by its thread while
+// it uses the connection and by a forking thread around fork().
+class ThreadConnection {
+  public:
+    std::mutex guard;
+    ThreadConnection *previous = nullptr, *next = nullptr;
+    // Set in a forked child: the parent's, neither used nor closed there.
+    bool inherited = false;
+    std::unique_ptr<Store> store;
+    std::array<SqlStatement, kThreadStatements> statements;
+
+    [[nodiscard]] bool Open(const ThreadKind &kind) noexcept {
+        if (kind.count > kThreadStatements) return false;
+        store = Store::Open();
+        if (!store || (kind.schema != nullptr && !store->Exec(kind.schema))) return false;
+        for (size_t i = 0; i < kind.count; ++i) {
+            sqlite3_stmt *raw = nullptr;
+            (void)sqlite3_prepare_v3(store->Db(), kind.statements[i], -1,
+                                     SQLITE_PREPARE_PERSISTENT, &raw, nullptr);
+            statements[i].reset(raw);
+            if (raw == nullptr) return false;
+        }
+        return true;
+    }
+
+    // Statements first: a connection closes only once they are finalized.
+    void Close() noexcept {
+        for (SqlStatement &statement : statements) statement.reset();
+        store.reset();
+    }
+};
+
+namespace {
+
+// Every connection of the process's threads, so that fork() can wait for
+// them and a child keeps its inherited ones reachable. Never destroyed:
+// threads may end while the process exits.
+struct Registry {
+    std::mutex mutex;
+    ThreadConnection *first = nullptr;
+};
+
+Registry &Connections() {
+    static Registry *registry = new Registry;
+    return *registry;
+}
+
+void BeforeFork() noexcept {
+    Registry &registry = Connections();
+    registry.mutex.lock();
+    for (ThreadConnection *c = registry.first; c != nullptr; c = c->next)
+        if (!c->inherited) c->guard.lock();
+}
+
+void AfterForkInParent() noexcept {
+    Registry &registry = Connections();
+    for (ThreadConnection *c = registry.first; c != nullptr; c = c->next)
+        if (!c->inherited) c->guard.unlock();
+    registry.mutex.unlock();
+}
+
+void AfterForkInChild() noexcept {
+    Registry &registry = Connections();
+    for (ThreadConnection *c = registry.first; c != nullptr; c = c->next) {
+        if (c->inherited) continue;
+        c->guard.unlock();
+        c->inherited = true;
+    }
+    registry.mutex.unlock();
+}
+
+void Enlist(ThreadConnection *c) noexcept {
+    static std::once_flag hooks;
+    std::call_once(hooks,
+                   [] { (void)pthread_atfork(BeforeFork, AfterForkInParent, AfterForkInChild); });
+    Registry &registry = Connections();
+    std::lock_guard lock(registry.mutex);
+    c->next = registry.first;
+    if (c->next != nullptr) c->next->previous = c;
+    registry.first = c;
+}
+
+void Retire(ThreadConnection *c) noexcept {
+    {
+        std::lock_guard use(c->guard);
+        c->Close();
+    }
+    {
+        Registry &registry = Connections();
+        std::lock_guard lock(registry.mutex);
+        if (c->previous != nullptr)
+            c->previous->next = c->next;
+        else
+            registry.first = c->next;
+        if (c->next != nullptr) c->next->previous = c->previous;
+    }
+    delete c;
+}
+
+// The connections of the calling thread, one slot per kind, closed when the
+// thread ends.
+struct ThreadHeld {
+    std::array<ThreadConnection *, kThreadKinds> slots{};
+    ~ThreadHeld() {
+        for (ThreadConnection *&c : slots) {
+            if (c != nullptr && !c->inherited) Retire(c);
+            c = nullptr;
+        }
+    }
+};
+
+thread_local ThreadHeld t_held;
+
+[[nodiscard]] ThreadConnection *OpenFor(const ThreadKind &kind) noexcept {
+    // The factory state goes in first, on a connection of its own; a
+    // failure shows as records or users that cannot be read.
+    (void)EnsureFactoryState();
+    auto *c = new (std::nothrow) ThreadConnection;
+    if (c == nullptr) return nullptr;
+    Enlist(c);
+    bool opened;
+    {
+        std::lock_guard use(c->guard);
+        opened = c->Open(kind);
+    }
+    if (opened) return c;
+    Retire(c);
+    return nullptr;
+}
+
+} // namespace
+
+ThreadUse::ThreadUse(const ThreadKind &kind) noexcept : connection_(nullptr) {
+    if (kind.slot >= kThreadKinds) return;
+    ThreadConnection *&held = t_held.slots[kind.slot];
+    if (held != nullptr && held->inherited) held = nullptr; // the parent's, left as it is
+    if (held == nullptr) held = OpenFor(kind);
+    if (held == nullptr) return;
+    held->guard.lock();
+    connection_ = held;
+}
+
+ThreadUse::~ThreadUse() {
+    if (connection_ != nullptr) connection_->guard.unlock();
+}
+
+sqlite3 *ThreadUse::Db() const noexcept { return connection_->store->Db(); }
+
+sqlite3_stmt *ThreadUse::Statement(size_t i) const noexcept {
+    return i < kThreadStatements ? connection_->statements[i].get() : nullptr;
 }
 
 } // namespace bmcsim

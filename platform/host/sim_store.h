@@ -1,10 +1,13 @@
-// The stand-in's own tables in config.db (tasks, users), reached through
-// connections of their own so that the library's record reads and their
-// fault switches never get in the way of the services behind them.
+// Connections to config.db. The stand-in's own tables (tasks, users) are
+// reached through connections of their own so that the library's record
+// reads and their fault switches never get in the way of the services
+// behind them; the platform calls on the library's hot paths use the
+// calling thread's own connection (ThreadUse).
 #pragma once
 
 #include <sqlite3.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 
@@ -67,6 +70,45 @@ class StatementReset {
 
   private:
     sqlite3_stmt *stmt_;
+};
+
+// Connections of one thread each, for the platform calls that the library
+// makes on its hot paths. A thread opens its own connection of a kind on
+// its first call, with the kind's statements prepared on it once, and keeps
+// it until the thread ends (the main thread's until exit). No connection is
+// shared, so readers in several threads run at once (WAL) and take no lock
+// of the process; writers of all threads and processes take turns in
+// SQLite's busy handling, as writers in several processes always did.
+//
+// fork() waits until no thread is inside its connection. The child never
+// uses nor closes a connection it inherited: its thread opens a new one.
+struct ThreadKind {
+    size_t slot;                   // distinct for each kind, below kThreadKinds
+    const char *schema;            // run on every new connection before preparing
+    const char *const *statements; // prepared on every connection of the kind
+    size_t count;                  // at most kThreadStatements
+};
+inline constexpr size_t kThreadKinds = 2;
+inline constexpr size_t kThreadStatements = 4;
+
+class ThreadConnection;
+
+// The calling thread's connection of a kind for as long as the use lasts.
+class ThreadUse {
+  public:
+    explicit ThreadUse(const ThreadKind &kind) noexcept;
+    ~ThreadUse();
+    ThreadUse(const ThreadUse &) = delete;
+    ThreadUse &operator=(const ThreadUse &) = delete;
+
+    // False when the connection could not be opened or prepared.
+    [[nodiscard]] explicit operator bool() const noexcept { return connection_ != nullptr; }
+    [[nodiscard]] sqlite3 *Db() const noexcept;
+    // Statement i of the kind; give it back with StatementReset.
+    [[nodiscard]] sqlite3_stmt *Statement(size_t i) const noexcept;
+
+  private:
+    ThreadConnection *connection_;
 };
 
 // Whole records of the `records` table, the library's configuration

@@ -1,11 +1,11 @@
 // User service: 16 user slots with name, privilege role and sealed
-// password, in table `users` of config.db. The user table is read on hot
-// paths of the library, so the process keeps one connection for it; a
-// forked child opens its own instead of sharing the parent's.
+// password, in table `users` of config.db. The users are read on hot paths
+// of the library, so every thread reads them through its own connection
+// (bmcsim::ThreadUse).
 #include <openssl/crypto.h>
 
 #include <cstring>
-#include <mutex>
+#include <iterator>
 
 #include "user_store.h"
 
@@ -17,36 +17,13 @@ static_assert(BMC_USER_SECRET_OFFSET + sizeof(bmcsim::SealedPassword) <= BMC_USE
 static_assert(bmcsim::kNameMax < BMC_USER_NAME_FIELD);
 static_assert(bmcsim::kMaxUsers == BMC_USER_RECORD_COUNT);
 
-struct Cached {
-    std::mutex mutex;
-    std::unique_ptr<bmcsim::Store> store;
-    bmcsim::SqlStatement selectAll;
-    pid_t owner = 0;
+enum UserStatement : size_t { kSelectAll, kSelectOne };
+constexpr const char *kUserStatements[] = {
+    "SELECT id, name, role, secret FROM users ORDER BY id",
+    "SELECT name, role, anonymous FROM users WHERE id = ?1",
 };
-
-Cached &Cache() {
-    static Cached *cached = new Cached; // never destroyed: calls may come during exit
-    return *cached;
-}
-
-// The cached connection, opened (and the factory state made) on first use.
-[[nodiscard]] bool Ready(Cached &c) noexcept {
-    if (c.store && c.owner != ::getpid()) {
-        // Inherited over fork: the parent's connection is neither used nor closed.
-        (void)c.selectAll.release();
-        (void)c.store.release();
-    }
-    if (c.store) return true;
-    if (!bmcsim::EnsureFactoryState()) return false;
-    auto store = bmcsim::Store::Open();
-    if (!store) return false;
-    auto select = store->Prepare("SELECT id, name, role, secret FROM users ORDER BY id");
-    if (!select) return false;
-    c.store = std::move(store);
-    c.selectAll = std::move(select);
-    c.owner = ::getpid();
-    return true;
-}
+constexpr bmcsim::ThreadKind kUsers = {1, bmcsim::kUserSchema, kUserStatements,
+                                       std::size(kUserStatements)};
 
 struct UserRow {
     uint8_t id = 0;
@@ -55,20 +32,20 @@ struct UserRow {
     bool anonymous = false;
 };
 
-// One user by id, from a connection of its own.
+// One user by id.
 [[nodiscard]] bool FindUser(uint32_t id, UserRow &row) noexcept {
-    if (id < 1 || id > bmcsim::kMaxUsers || !bmcsim::EnsureFactoryState()) return false;
-    auto store = bmcsim::Store::Open();
-    if (!store) return false;
-    auto select = store->Prepare("SELECT name, role, anonymous FROM users WHERE id = ?1");
-    if (!select) return false;
-    (void)sqlite3_bind_int(select.get(), 1, static_cast<int>(id));
-    if (sqlite3_step(select.get()) != SQLITE_ROW) return false;
+    if (id < 1 || id > bmcsim::kMaxUsers) return false;
+    const bmcsim::ThreadUse use(kUsers);
+    if (!use) return false;
+    sqlite3_stmt *select = use.Statement(kSelectOne);
+    bmcsim::StatementReset reset(select);
+    (void)sqlite3_bind_int(select, 1, static_cast<int>(id));
+    if (sqlite3_step(select) != SQLITE_ROW) return false;
     row.id = static_cast<uint8_t>(id);
-    const auto *name = reinterpret_cast<const char *>(sqlite3_column_text(select.get(), 0));
+    const auto *name = reinterpret_cast<const char *>(sqlite3_column_text(select, 0));
     (void)BMC_Strlcpy(row.name, name, sizeof row.name);
-    row.role = static_cast<uint8_t>(sqlite3_column_int(select.get(), 1));
-    row.anonymous = sqlite3_column_int(select.get(), 2) != 0;
+    row.role = static_cast<uint8_t>(sqlite3_column_int(select, 1));
+    row.anonymous = sqlite3_column_int(select, 2) != 0;
     return true;
 }
 
@@ -121,26 +98,24 @@ extern "C" int32_t LIB_USER_GetUserInfo(void *pUserInfoTable) {
         return static_cast<int32_t>(*fault);
     if (pUserInfoTable == nullptr) return bmcsim::kFailSigned;
     auto *table = static_cast<uint8_t *>(pUserInfoTable);
-    Cached &c = Cache();
-    std::lock_guard lock(c.mutex);
-    if (!Ready(c)) return bmcsim::kFailSigned;
-    bmcsim::StatementReset reset(c.selectAll.get());
+    const bmcsim::ThreadUse use(kUsers);
+    if (!use) return bmcsim::kFailSigned;
+    sqlite3_stmt *select = use.Statement(kSelectAll);
+    bmcsim::StatementReset reset(select);
     std::memset(table, 0, BMC_USER_TABLE_SIZE);
     int rc;
-    while ((rc = sqlite3_step(c.selectAll.get())) == SQLITE_ROW) {
-        const int id = sqlite3_column_int(c.selectAll.get(), 0);
+    while ((rc = sqlite3_step(select)) == SQLITE_ROW) {
+        const int id = sqlite3_column_int(select, 0);
         if (id < 1 || id > static_cast<int>(bmcsim::kMaxUsers)) continue;
         uint8_t *record = table + static_cast<size_t>(id - 1) * BMC_USER_RECORD_SIZE;
         record[BMC_USER_ID_OFFSET] = static_cast<uint8_t>(id);
-        const auto *name =
-            reinterpret_cast<const char *>(sqlite3_column_text(c.selectAll.get(), 1));
+        const auto *name = reinterpret_cast<const char *>(sqlite3_column_text(select, 1));
         (void)BMC_Strlcpy(reinterpret_cast<char *>(record + BMC_USER_NAME_OFFSET), name,
                           bmcsim::kNameMax + 1);
-        record[BMC_USER_ROLE_OFFSET] =
-            static_cast<uint8_t>(sqlite3_column_int(c.selectAll.get(), 2));
-        const int secretSize = sqlite3_column_bytes(c.selectAll.get(), 3);
+        record[BMC_USER_ROLE_OFFSET] = static_cast<uint8_t>(sqlite3_column_int(select, 2));
+        const int secretSize = sqlite3_column_bytes(select, 3);
         if (secretSize == static_cast<int>(sizeof(bmcsim::SealedPassword)))
-            std::memcpy(record + BMC_USER_SECRET_OFFSET, sqlite3_column_blob(c.selectAll.get(), 3),
+            std::memcpy(record + BMC_USER_SECRET_OFFSET, sqlite3_column_blob(select, 3),
                         sizeof(bmcsim::SealedPassword));
     }
     if (rc == SQLITE_DONE) return 0;

@@ -1,7 +1,7 @@
 // What the library suites and the end-to-end tests never make the platform
 // stand-in do: files past 2 GiB or 2038, a failed or leftover copy,
-// diagnostics from several threads or longer than a line, and task ids
-// across processes. The fault switches and command capture are used by every
+// diagnostics from several threads or longer than a line, task ids across
+// processes, and the database connections of threads that end. The fault switches and command capture are used by every
 // library suite, the time parsers by the time-text fuzz target; the
 // database's writers in several processes, the named locks and the shared
 // scratch file are held by the concurrency suite.
@@ -15,6 +15,8 @@
 #include <cerrno>
 #include <climits>
 #include <filesystem>
+#include <vector>
+#include <atomic>
 #include <thread>
 
 #include "platform/host/bmc_sim.h"
@@ -104,6 +106,40 @@ TEST(StandIn, TaskIdsFollowEachOtherAcrossProcesses) {
     TaskUpdateRecord update{};
     update.uiTaskId = first + 1000;
     EXPECT_NE(TASK_TaskServiceUpdate(&update), 0);
+}
+
+// Each thread reads through a connection of its own; it must close when the
+// thread ends, or a process that runs many short threads runs out of files.
+TEST(StandIn, ConnectionsOfEndedThreadsAreClosed) {
+    const auto openFiles = [] {
+        return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator{});
+    };
+    const auto runThreads = [](int rounds) {
+        for (int round = 0; round < rounds; ++round) {
+            std::atomic<int> failures{0};
+            std::vector<std::thread> threads;
+            for (int t = 0; t < 4; ++t)
+                threads.emplace_back([&] {
+                    uint32_t value = 0;
+                    std::vector<uint8_t> users(BMC_USER_TABLE_SIZE);
+                    if (DB_Get(DB_GetCurrentDb(), 0x7E000000, sizeof value, &value) != 0 ||
+                        LIB_USER_GetUserInfo(users.data()) != 0)
+                        ++failures;
+                });
+            for (auto &thread : threads)
+                thread.join();
+            ASSERT_EQ(failures.load(), 0);
+        }
+    };
+    const uint32_t value = 7;
+    ASSERT_EQ(DB_PutInternal("test", 0, DB_GetCurrentDb(), 0x7E000000, sizeof value, &value), 0);
+    // SQLite keeps a descriptor of a closed connection for the next one while
+    // the file is locked: at most one for each that was open at once (4
+    // threads, 2 each). 64 threads would leave at least 128 if theirs stayed.
+    runThreads(1);
+    const auto before = openFiles();
+    runThreads(16);
+    EXPECT_LE(openFiles(), before + 8);
 }
 
 } // namespace
