@@ -12,12 +12,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <filesystem>
-#include <vector>
-#include <atomic>
 #include <thread>
+#include <vector>
 
 #include "platform/host/bmc_sim.h"
 #include "tests/support/diag_log.h"
