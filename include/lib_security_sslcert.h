@@ -373,17 +373,19 @@ BMCCERT_API uint32_t SECURITY_SSL_GenSSLCert_Check(const SSLCertGenParam *pstSSL
 /* Writes the openssl request configuration /var/certs/sslconf from the
  * request, each text read no further than its field (a field without a
  * terminator is cut to the field). Results: 0; SSLCERT_ERR_GENERAL (a text
- * holds a line break, which would start a line of its own; nothing is
- * written); SSLCERT_ERR_FILE_OPEN; SSLCERT_ERR_EXT_FILE_MISSING
+ * holds a line break, which would start a line of its own, and nothing is
+ * written; or a write failed); SSLCERT_ERR_FILE_OPEN; SSLCERT_ERR_EXT_FILE_MISSING
  * (no /conf/certs/server/cert_v3_extfile.ext); SSLCERT_ERR_NULL_POINTER.
  * Writes a file; no process. */
 BMCCERT_API uint32_t SECURITY_SSL_ConfFile_Check(const SSLCertGenParam *pstSSLCert);
 /* Makes a new RSA key and a self-signed certificate from the request and
  * installs them as the user certificate (SECURITY_SSL_UpdateSSLCert); the
- * services are not restarted. Results: 0; SSLCERT_ERR_GEN_REQUEST (request
- * refused); the codes of SECURITY_SSL_ConfFile_Check; SSLCERT_ERR_GENERAL
- * (a tool run or the installation failed); SSLCERT_ERR_NULL_POINTER. Runs
- * the openssl tool several times; key generation takes seconds. */
+ * services are not restarted. Results: 0; SSLCERT_ERR_GEN_REQUEST (refused
+ * by SECURITY_SSL_GenSSLCert_Check); SSLCERT_ERR_GENERAL (the request
+ * configuration could not be written, whatever SECURITY_SSL_ConfFile_Check
+ * said, or a tool run or the installation failed);
+ * SSLCERT_ERR_NULL_POINTER. Runs the openssl tool several times; key
+ * generation takes seconds. */
 BMCCERT_API uint32_t LIB_SECURITY_GenCert(const SSLCertGenParam *pstSSLCert);
 
 /* ---- Temporary certificate verification -------------------------------- */
