@@ -476,9 +476,13 @@ BMCCERT_API void SECURITY_SSL_UpdateImportTask(uint32_t uiTaskId, uint8_t ucStat
 BMCCERT_API uint32_t LIB_SECURITY_UploadAndRestartService(const UploadParam *pstUploadParam,
                                                           TaskHandle *pstTask);
 /* The start of an import without the management mapping: registers the
- * task, copies the request for the thread and starts it. Results: 0;
- * SSLCERT_ERR_GENERAL; the platform's codes (0x82000001, 0x82000002);
- * SSLCERT_ERR_NULL_POINTER. Starts a thread as above. */
+ * task, copies the request for the thread and starts it; pstTask is filled
+ * only when the thread runs. Results: 0; the task service's own failure
+ * code (then the operation log gets "Failed to import SSL certificate.");
+ * the thread creation's own failure code; SSLCERT_ERR_GENERAL (no memory);
+ * SSLCERT_ERR_NULL_POINTER. The platform's codes are handed on as they are
+ * (0x81000001 and, from some platforms, 0x82000001 or 0x82000002). Starts a
+ * thread as above. */
 BMCCERT_API uint32_t SECURITY_SSL_ImportCert(const UploadParam *pstUploadParam,
                                              TaskHandle *pstTask);
 /* The import thread's body: takes over and frees pParam (the copy that
