@@ -123,7 +123,7 @@ TEST(ExplainTable, KnowsEveryCodeTheHeadersName) {
             EXPECT_EQ(entry->name, name);
         }
     }
-    EXPECT_GE(codes, 80u); // the parse found the headers' codes at all
+    EXPECT_GE(codes, 70u); // the parse found the headers' codes at all
 }
 
 // Codes the library returns, maps or logs from its own constants rather

@@ -172,7 +172,8 @@ constexpr std::array kCodes = {
     BMCCERT_CODE(BMC_PLATFORM_ERR_1,
                  "the platform's: a remote procedure call did not reach its end"),
     BMCCERT_CODE(BMC_PLATFORM_ERR_2,
-                 "the platform's: a remote procedure call given no time to wait (wait limit 0)"),
+                 "the platform's: a remote procedure call ran out of its wait limit (a limit "
+                 "of 0 fails at once)"),
 };
 
 #undef BMCCERT_CODE
