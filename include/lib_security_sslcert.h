@@ -116,7 +116,10 @@ typedef struct TaskHandle_s {
 BMCCERT_LAYOUT_ASSERT(TaskHandle_size, sizeof(TaskHandle) == 8);
 BMCCERT_LAYOUT_ASSERT(TaskHandle_tag, offsetof(TaskHandle, TaskTag) == 4);
 
-/* Distinguished name; also the certificate generation request. */
+/* Distinguished name; also the certificate generation request. As a
+ * request every field is mandatory; SECURITY_SSL_GenSSLCert_Check gives
+ * the rule of each. In a name read from a certificate uiKeyLength and
+ * uiValidDays are never written (see SSLConfig). */
 typedef struct SSLCertGenParam_s {
     uint32_t uiKeyLength;
     char szCommonName[65];
@@ -138,7 +141,18 @@ BMCCERT_LAYOUT_ASSERT(GenParam_c, offsetof(SSLCertGenParam, szCountryCode) == 45
 BMCCERT_LAYOUT_ASSERT(GenParam_email, offsetof(SSLCertGenParam, szEmailAddress) == 460);
 BMCCERT_LAYOUT_ASSERT(GenParam_days, offsetof(SSLCertGenParam, uiValidDays) == 592);
 
-/* Certificate details, part of the stored information record. */
+/* Certificate details, part of the stored information record.
+ * szSerialNum, szSigAlgorithm, szStartDate, szExpDate and szSSLServer come
+ * from the openssl tool's text dump (SECURITY_SSL_GetSSLCertCommon);
+ * uiPublicKeyLen, szVersion, szKeyUsage and the two names from the
+ * certificate itself (SECURITY_SSL_GetSSLCertX509_Parse). Always empty or
+ * 0, whatever the certificate:
+ *  - szPublicKey: the dump of OpenSSL 1.1 and 3 writes "Public-Key:", not
+ *    the "Public Key:" line the parse table looks for (the key's size is in
+ *    uiPublicKeyLen);
+ *  - uiKeyLength and uiValidDays of stIssueFrom and stIssueTo.
+ * Empty when the certificate lacks them: szKeyUsage (no key-usage
+ * extension) and each name attribute that is absent. */
 typedef struct SSLConfig_s {
     uint32_t uiPublicKeyLen;
     char szVersion[64];
@@ -218,10 +232,14 @@ BMCCERT_LAYOUT_ASSERT(UploadParam_size, sizeof(UploadParam) == 2136);
 
 /* ---- Server certificate locations and type ------------------------------ */
 
-/* The type of the server certificate in force: SSL_CERT_TYPE_USER,
- * _OEM_CUSTOM or _OEM_DEFAULT (with the OEM flag only) or _DEFAULT, the
- * first whose certificate and key files both exist; SSL_CERT_TYPE_NONE when
- * none has. Returns the type code, not a result code. Reads file metadata. */
+/* The type of the server certificate in force. The kinds are looked for in
+ * the order SSL_CERT_TYPE_USER, _OEM_CUSTOM and _OEM_DEFAULT (these two only
+ * when the platform's OEM flag is SSL_CERT_OEM_FLAG_OEM), _DEFAULT, and the
+ * first whose certificate file exists decides, key or not: its type when
+ * its key file exists too, SSL_CERT_TYPE_NONE when it does not (a
+ * certificate without its key answers 0 even when a later kind is whole).
+ * SSL_CERT_TYPE_NONE also when no certificate file exists. Returns the type
+ * code, not a result code. Reads file metadata. */
 BMCCERT_API uint32_t LIB_SECURITY_GetCertType(void);
 
 /* Copies the certificate and key file paths of uiCertType (1 to 6) into
@@ -245,8 +263,10 @@ BMCCERT_API uint32_t SECURITY_SSL_GetSSLCertX509_Parse(uint32_t uiCertType,
                                                        SSLConfig *pstSSLConfig);
 /* The five extractors over a certificate the caller holds (only read):
  * issuer name into stIssueFrom, subject name into stIssueTo (both 0,
- * SSLCERT_ERR_CERT_PARSE), key usage text into szKeyUsage (0,
- * SSLCERT_ERR_GENERAL when the certificate has none), "1" to "3" into
+ * SSLCERT_ERR_CERT_PARSE), key usage text into szKeyUsage ("Digital
+ * Signature, Key Encipherment"; 0 with szKeyUsage untouched when the
+ * certificate has no key-usage extension, SSLCERT_ERR_GENERAL when
+ * OpenSSL finds no usage bit or the certificate invalid), "1" to "3" into
  * szVersion (SSLCERT_ERR_GENERAL for another version), key size in bits
  * into uiPublicKeyLen (SSLCERT_ERR_GENERAL without a key). Each returns
  * SSLCERT_ERR_NULL_POINTER for a null argument. No I/O. */
@@ -301,17 +321,26 @@ BMCCERT_API uint32_t SECURITY_SSL_GetSSLCertAttributes(uint32_t uiCertType,
  * null pointer). Served from the database it starts no process; the
  * fallback runs the openssl tool once. */
 BMCCERT_API uint32_t LIB_SECURITY_GetCertInfo(SSLCertInfo *pstSSLCertInfo);
-/* Whole days until the certificate in force expires: 0 when it has expired
- * or cannot be read; 24855 at most (the seconds saturate at 32 bits).
+/* Whole days until the certificate in force expires, rounded down: 0 alike
+ * when it has expired, when its information cannot be read, and when less
+ * than a day is left; 24855 at most (the seconds saturate at 32 bits).
  * Returns the count, not a result code. As LIB_SECURITY_GetCertInfo. */
 BMCCERT_API int32_t LIB_SECURITY_GetCertLeftExpires(void);
 /* The refresh after an installation: reads the certificate in force from
- * its files and stores its record. Results (signed): 0 (also when only the
- * store failed); the failure of the read. Runs the openssl tool once. */
+ * its files and stores its record. Results (signed): 0; the code of
+ * SECURITY_GetCertInfoFromFile when the read failed (the stored record
+ * stays as it was); SSLCERT_ERR_NO_DB; SSLCERT_ERR_DB_WRITE (the database
+ * refused the write). Runs the openssl tool once. */
 BMCCERT_API int32_t SECURITY_UpdateCertInfo(void);
 /* Reads the record from the files of the certificate in force, without
- * storing it. Results: 0; SSLCERT_ERR_GENERAL (no certificate in force, or
- * a step failed); SSLCERT_ERR_NULL_POINTER. Runs the openssl tool once. */
+ * storing it, in three steps; the fields of the steps done before a failure
+ * stay written. Results: 0; SSLCERT_ERR_GENERAL (no certificate in force);
+ * otherwise the failing step's own code: SECURITY_SSL_GetSSLCertAttributes
+ * (SSLCERT_ERR_FILE_TIME), SECURITY_SSL_GetSSLCertCommon
+ * (SSLCERT_ERR_GENERAL, SSLCERT_ERR_FILE_OPEN),
+ * SECURITY_SSL_GetSSLCertX509_Parse (SSLCERT_ERR_FILE_OPEN,
+ * SSLCERT_ERR_CERT_PARSE); SSLCERT_ERR_NULL_POINTER. Runs the openssl tool
+ * once. */
 BMCCERT_API uint32_t SECURITY_GetCertInfoFromFile(SSLCertInfo *pstSSLCertInfo);
 /* Reads the stored record. Results: 0; SSLCERT_MGMT_INFO_UNAVAILABLE (no
  * database, no record or a null pointer). No process. */
@@ -319,34 +348,56 @@ BMCCERT_API uint32_t SECURITY_GetCertInfoFromDB(SSLCertInfo *pstSSLCertInfo);
 
 /* ---- Generation request, key and certificate generation ------------------ */
 
-/* Checks a generation request field by field and stops at the first
- * refused one: key length 1024 or 2048, 1 to 5475 days, e-mail address,
- * two-letter country, names. Results: 0; SSLCERT_ERR_GENERAL (a field is
- * refused: the diagnostics name it); SSLCERT_ERR_NULL_POINTER. No I/O. */
+/* Checks a generation request field by field, in this order, and stops at
+ * the first refused one. All seven texts are mandatory, and each must end
+ * inside its field (a field filled to its last byte is refused):
+ *  - uiKeyLength: 1024 or 2048;
+ *  - uiValidDays: 1 to 5475;
+ *  - szEmailAddress (at most 128 characters): LOCAL@DOMAIN. LOCAL is ASCII
+ *    letters and digits, in runs joined by a single '_', '.' or '-';
+ *    DOMAIN is one or more labels each followed by '.', a label being
+ *    letters and digits in runs joined by a single '-' or '_', then a last
+ *    label of 1 to 128 letters and digits: "admin@bmc-07.example.org"
+ *    passes, "admin@localhost", "a..b@example.org" and ".a@example.org" do
+ *    not;
+ *  - szCountryCode: exactly two ASCII letters, either case ("DE", "us");
+ *  - szCommonName, szOrganisation, szOrganisationUnit, szLocalityName,
+ *    szStateName, in that order (at most 64, 64, 64, 128 and 128
+ *    characters): ASCII letters, digits, space, '_', '.' and '-' only,
+ *    szOrganisation also ','; not empty, not white space only, not digits
+ *    only ("bmc-07.example.org" and "Example, Inc." (O) pass, "12345",
+ *    "  " and "a+b" do not).
+ * Results: 0; SSLCERT_ERR_GENERAL (a field is refused: the diagnostics name
+ * it); SSLCERT_ERR_NULL_POINTER. No I/O. */
 BMCCERT_API uint32_t SECURITY_SSL_GenSSLCert_Check(const SSLCertGenParam *pstSSLCert);
 /* Writes the openssl request configuration /var/certs/sslconf from the
  * request, each text read no further than its field (a field without a
  * terminator is cut to the field). Results: 0; SSLCERT_ERR_GENERAL (a text
- * holds a line break, which would start a line of its own; nothing is
- * written); SSLCERT_ERR_FILE_OPEN; SSLCERT_ERR_EXT_FILE_MISSING
+ * holds a line break, which would start a line of its own, and nothing is
+ * written; or a write failed); SSLCERT_ERR_FILE_OPEN; SSLCERT_ERR_EXT_FILE_MISSING
  * (no /conf/certs/server/cert_v3_extfile.ext); SSLCERT_ERR_NULL_POINTER.
  * Writes a file; no process. */
 BMCCERT_API uint32_t SECURITY_SSL_ConfFile_Check(const SSLCertGenParam *pstSSLCert);
 /* Makes a new RSA key and a self-signed certificate from the request and
  * installs them as the user certificate (SECURITY_SSL_UpdateSSLCert); the
- * services are not restarted. Results: 0; SSLCERT_ERR_GEN_REQUEST (request
- * refused); the codes of SECURITY_SSL_ConfFile_Check; SSLCERT_ERR_GENERAL
- * (a tool run or the installation failed); SSLCERT_ERR_NULL_POINTER. Runs
- * the openssl tool several times; key generation takes seconds. */
+ * services are not restarted. Results: 0; SSLCERT_ERR_GEN_REQUEST (refused
+ * by SECURITY_SSL_GenSSLCert_Check); SSLCERT_ERR_GENERAL (the request
+ * configuration could not be written, whatever SECURITY_SSL_ConfFile_Check
+ * said, or a tool run or the installation failed);
+ * SSLCERT_ERR_NULL_POINTER. Runs the openssl tool several times; key
+ * generation takes seconds. */
 BMCCERT_API uint32_t LIB_SECURITY_GenCert(const SSLCertGenParam *pstSSLCert);
 
 /* ---- Temporary certificate verification -------------------------------- */
 
 /* Verifies the temporary certificate of uiCertType (SSL_CERT_TYPE_UPLOAD_TMP
- * or _GEN_TMP): it must serve SSL, not be signed with MD5 and not have
- * expired. Results: 0; SSLCERT_ERR_NOT_SERVER_CERT; SSLCERT_ERR_TMP_CERT_UNREAD;
- * SSLCERT_ERR_MD5_SIGNATURE; SSLCERT_ERR_CERT_EXPIRED; SSLCERT_ERR_GENERAL
- * (another type, or the dump failed). Runs the openssl tool once. */
+ * or _GEN_TMP; any type 1 to 6 is read the same way) from the openssl
+ * tool's text dump, in this order: it must serve SSL, not be signed with
+ * MD5 and not have expired. Results: 0; SSLCERT_ERR_TMP_CERT_UNREAD (the
+ * dump failed: a type outside 1..6, the tool failed, or the dump could not
+ * be read); SSLCERT_ERR_NOT_SERVER_CERT; SSLCERT_ERR_MD5_SIGNATURE;
+ * SSLCERT_ERR_GENERAL (the expiry date could not be read);
+ * SSLCERT_ERR_CERT_EXPIRED. Runs the openssl tool once. */
 BMCCERT_API uint32_t SECURITY_SSL_VerifyTmpCert(uint32_t uiCertType);
 /* SECURITY_SSL_VerifyTmpCert of the generated temporary certificate
  * /var/certs/TmpCertGen.pem, with its results. */
@@ -402,9 +453,9 @@ BMCCERT_API uint32_t SECURITY_SSL_GetUploadCert(const UploadParam *pstUploadPath
  * (SSLCERT_ERR_GENERAL) and match in a TLS server context
  * (SSLCERT_ERR_KEY_MISMATCH). 0 when acceptable. Runs the openssl tool. */
 BMCCERT_API uint32_t SECURITY_SSL_ValidateSSLCert(void);
-/* The key and certificate checks of SECURITY_SSL_ValidateSSLCert alone:
- * 0, SSLCERT_ERR_FILE_OPEN, SSLCERT_ERR_KEY_ENCRYPTED or the codes of
- * SECURITY_SSL_VerifyTmpCert. Runs the openssl tool once. */
+/* SECURITY_SSL_VerifyTmpCert of the uploaded temporary certificate
+ * /var/certs/actualcert.pem (SSL_CERT_TYPE_UPLOAD_TMP), with its results;
+ * the key is not looked at. Runs the openssl tool once. */
 BMCCERT_API uint32_t SECURITY_SSL_VerifyUploadTmpCert(void);
 /* Registers an import task with the task service, described by
  * pcTaskDesc, and fills pstTask. Results: 0; the task service's own
@@ -425,9 +476,13 @@ BMCCERT_API void SECURITY_SSL_UpdateImportTask(uint32_t uiTaskId, uint8_t ucStat
 BMCCERT_API uint32_t LIB_SECURITY_UploadAndRestartService(const UploadParam *pstUploadParam,
                                                           TaskHandle *pstTask);
 /* The start of an import without the management mapping: registers the
- * task, copies the request for the thread and starts it. Results: 0;
- * SSLCERT_ERR_GENERAL; the platform's codes (0x82000001, 0x82000002);
- * SSLCERT_ERR_NULL_POINTER. Starts a thread as above. */
+ * task, copies the request for the thread and starts it; pstTask is filled
+ * only when the thread runs. Results: 0; the task service's own failure
+ * code (then the operation log gets "Failed to import SSL certificate.");
+ * the thread creation's own failure code; SSLCERT_ERR_GENERAL (no memory);
+ * SSLCERT_ERR_NULL_POINTER. The platform's codes are handed on as they are
+ * (0x81000001 and, from some platforms, 0x82000001 or 0x82000002). Starts a
+ * thread as above. */
 BMCCERT_API uint32_t SECURITY_SSL_ImportCert(const UploadParam *pstUploadParam,
                                              TaskHandle *pstTask);
 /* The import thread's body: takes over and frees pParam (the copy that

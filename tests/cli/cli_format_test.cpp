@@ -3,11 +3,18 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <fstream>
+#include <optional>
+#include <regex>
+#include <sstream>
 #include <string>
 
 #include "cert_type.h"
 #include "info_format.h"
 #include "json_writer.h"
+#include "lib_security_sslcert_ext.h"
+#include "result_codes.h"
+#include "sslauth/sslauth_internal.h"
 
 namespace bmccert::cli {
 namespace {
@@ -83,6 +90,156 @@ TEST(InfoFormat, JsonAndTextBoundEveryFieldByItsArray) {
           std::string("Subject:\n"), std::string("  C:                      CCC\n")})
         EXPECT_NE(text.find(piece), std::string::npos) << piece;
     EXPECT_EQ(text.find('\x1b'), std::string::npos);
+}
+
+// Every result code a header names, found by parsing the three headers, so
+// that a code added to a header without a line in `bmccert explain` fails
+// here.
+TEST(ExplainTable, KnowsEveryCodeTheHeadersName) {
+    const std::regex define(R"(#define\s+(\w+)\s+(0x[0-9A-Fa-f]{8})u)");
+    const std::regex codeName(R"(.*_(ERR|MGMT)_.*|SSLCERT_OK)");
+    size_t codes = 0;
+    for (const char *header :
+         {"lib_security_sslcert.h", "lib_ssl_auth.h", "lib_security_sslcert_ext.h"}) {
+        std::ifstream in(std::string(BMCCERT_INCLUDE_DIR "/") + header);
+        ASSERT_TRUE(in) << header;
+        std::stringstream text;
+        text << in.rdbuf();
+        const std::string body = text.str();
+        for (std::sregex_iterator it(body.begin(), body.end(), define), end; it != end; ++it) {
+            const std::string name = (*it)[1];
+            const auto value = static_cast<uint32_t>(std::stoul((*it)[2], nullptr, 16));
+            SCOPED_TRACE(std::string(header) + ": " + name);
+            const uint32_t family = value >> 24;
+            const bool inFamily = family == 0x18 || family == 0x81 || family == 0x82 ||
+                                  family == 0x8A || family == 0x92 || family == 0x98;
+            if (!std::regex_match(name, codeName)) {
+                EXPECT_FALSE(inFamily) << "a code value under a name that is not a code's";
+                continue;
+            }
+            ++codes;
+            const auto entry = FindResultCode(value);
+            ASSERT_TRUE(entry.has_value());
+            EXPECT_EQ(entry->name, name);
+        }
+    }
+    EXPECT_GE(codes, 70u); // the parse found the headers' codes at all
+}
+
+// Codes the library returns, maps or logs from its own constants rather
+// than by a header's name, and those it hands on from the platform.
+TEST(ExplainTable, KnowsTheCodesTheLibraryUsesBare) {
+    using namespace bmccert::sslauth;
+    std::vector<uint32_t> bare = {kMgmtStateRead,
+                                  kMgmtRevokeRead,
+                                  kMgmtQueryFailed,
+                                  kMgmtIdOutOfRange,
+                                  owner_protocol::kRefusedBadCertificate,
+                                  owner_protocol::kRefusedListFull,
+                                  owner_protocol::kRefusedInUse,
+                                  owner_protocol::kRefusedAbsent,
+                                  owner_protocol::kRefusedRootExpired,
+                                  owner_protocol::kRefusedRootAbsent,
+                                  owner_protocol::kRefusedCaInstall,
+                                  BMC_PLATFORM_FAIL,
+                                  BMC_PLATFORM_RPC_FAIL,
+                                  BMC_PLATFORM_RPC_TIMEOUT};
+    for (const BMC_ErrCodeMap &pair : CertAuthStateErrMap)
+        bare.insert(bare.end(), {pair.uiErrNum, pair.uiRetValue});
+    for (const BMC_ErrCodeMap &pair : RootCertErrMap)
+        bare.insert(bare.end(), {pair.uiErrNum, pair.uiRetValue});
+    for (const BMC_ErrCodeMap &pair : CliCertErrMap)
+        bare.insert(bare.end(), {pair.uiErrNum, pair.uiRetValue});
+    for (const uint32_t code : bare) {
+        char text[16];
+        std::snprintf(text, sizeof text, "0x%08X", code);
+        SCOPED_TRACE(text);
+        EXPECT_TRUE(FindResultCode(code).has_value());
+    }
+}
+
+// The header's names for the codes the authentication unit keeps as its
+// own constants must mean what the unit returns.
+TEST(ExplainTable, HeaderNamesMatchTheAuthenticationUnitsCodes) {
+    using namespace bmccert::sslauth;
+    static_assert(SSL_AUTH_MGMT_STATE_READ_FAILED == kMgmtStateRead);
+    static_assert(SSL_AUTH_MGMT_REVOKE_READ_FAILED == kMgmtRevokeRead);
+    static_assert(SSL_AUTH_MGMT_QUERY_FAILED == kMgmtQueryFailed);
+    static_assert(SSL_AUTH_MGMT_ID_OUT_OF_RANGE == kMgmtIdOutOfRange);
+    const auto mapped = [](const auto &map, uint32_t from) -> std::optional<uint32_t> {
+        for (const BMC_ErrCodeMap &pair : map)
+            if (pair.uiErrNum == from) return pair.uiRetValue;
+        return std::nullopt;
+    };
+    struct Row {
+        const char *what;
+        std::optional<uint32_t> got;
+        uint32_t named;
+    };
+    const Row rows[] = {
+        {"CA install", mapped(CertAuthStateErrMap, owner_protocol::kRefusedCaInstall),
+         SSL_AUTH_MGMT_CA_INSTALL_FAILED},
+        {"root list", mapped(CertAuthStateErrMap, SSL_AUTH_ERR_ROOT_LIST_READ),
+         SSL_AUTH_MGMT_ROOT_LIST_READ},
+        {"root absent", mapped(CertAuthStateErrMap, SSL_AUTH_ERR_ROOT_ABSENT),
+         SSL_AUTH_MGMT_ROOT_ABSENT},
+        {"root expired", mapped(CertAuthStateErrMap, SSL_AUTH_ERR_ROOT_EXPIRED),
+         SSL_AUTH_MGMT_ROOT_EXPIRED},
+        {"long", mapped(RootCertErrMap, SSL_AUTH_ERR_FILE_NAME_LONG), SSL_AUTH_MGMT_FILE_NAME_LONG},
+        {"char", mapped(CliCertErrMap, SSL_AUTH_ERR_FILE_NAME_CHAR), SSL_AUTH_MGMT_FILE_NAME_CHAR},
+        {"ext", mapped(RootCertErrMap, SSL_AUTH_ERR_FILE_NAME_EXT), SSL_AUTH_MGMT_FILE_NAME_EXT},
+        {"full", mapped(CliCertErrMap, owner_protocol::kRefusedListFull), SSL_AUTH_MGMT_LIST_FULL},
+        {"in use", mapped(RootCertErrMap, owner_protocol::kRefusedInUse),
+         SSL_AUTH_MGMT_CERT_IN_USE},
+        {"refused", mapped(CliCertErrMap, owner_protocol::kRefusedBadCertificate),
+         SSL_AUTH_MGMT_CERT_REFUSED},
+        {"root call", mapped(RootCertErrMap, BMC_PLATFORM_ERR_2), SSL_AUTH_MGMT_ROOT_CALL_FAILED},
+        {"client call", mapped(CliCertErrMap, BMC_PLATFORM_ERR_1),
+         SSL_AUTH_MGMT_CLIENT_CALL_FAILED},
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.what);
+        EXPECT_EQ(row.got, std::optional<uint32_t>(row.named));
+    }
+}
+
+TEST(ExplainParse, TakesHexadecimalAndTheLogsSignedDecimal) {
+    struct Row {
+        const char *text;
+        std::optional<uint32_t> code;
+    };
+    const Row rows[] = {
+        {"0x98000004", 0x98000004u},
+        {"0X1800e15", 0x01800E15u},
+        {"98000004", 0x98000004u}, // hexadecimal without 0x, as before
+        {"0", 0u},
+        {"-1744830456", 0x98000008u},
+        {"-2147483648", 0x80000000u},
+        {"-1", 0xFFFFFFFFu},
+        {"iRet=-1744830456", 0x98000008u},
+        {"iRet=-1744830456.", 0x98000008u},
+        {"iRet = -2130706431,", 0x81000001u},
+        {"Ret = 0", 0u},
+        {"iRet: 402656789", 0x18000E15u},
+        {"iRet=4294967295", 0xFFFFFFFFu},
+        {"-2147483649", std::nullopt},
+        {"iRet=4294967296", std::nullopt},
+        {"iRet=0x98000004", std::nullopt},
+        {"iRet=", std::nullopt},
+        {"iRet-5", std::nullopt},
+        {"-", std::nullopt},
+        {"--5", std::nullopt},
+        {"-0x5", std::nullopt},
+        {"0x", std::nullopt},
+        {"", std::nullopt},
+        {"0x123456789", std::nullopt},
+        {"98000004 ", std::nullopt},
+        {"+5", std::nullopt},
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.text);
+        EXPECT_EQ(ParseResultCode(row.text), row.code);
+    }
 }
 
 } // namespace

@@ -11,7 +11,8 @@ namespace bmccert::cli {
 int RunExplain(std::string_view codeText) {
     const auto code = ParseResultCode(codeText);
     if (!code) {
-        std::fprintf(stderr, "bmccert: explain: '%.*s' is not a hexadecimal code such as 0x98000004\n",
+        std::fprintf(stderr, "bmccert: explain: '%.*s' is not a code such as 0x98000004, -1744830456 or "
+                     "iRet=-1744830456\n",
                      static_cast<int>(codeText.size()), codeText.data());
         return kExitUsage;
     }

@@ -1,5 +1,6 @@
-// `bmccert explain CODE`: the name and meaning of a result code. Needs no
-// controller.
+// `bmccert explain CODE`: the name and meaning of a result code, given as
+// the tool prints it (hexadecimal) or as the diagnostics log does (signed
+// decimal, also after "iRet="). Needs no controller.
 #pragma once
 
 #include <string_view>

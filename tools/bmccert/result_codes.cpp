@@ -2,9 +2,12 @@
 
 #include <array>
 #include <charconv>
+#include <cstdint>
 
 #include "lib_security_sslcert.h"
 #include "lib_security_sslcert_ext.h"
+#include "lib_ssl_auth.h"
+#include "platform/owner_protocol.h"
 
 namespace bmccert::cli {
 namespace {
@@ -14,11 +17,15 @@ namespace {
         constant, #constant, meaning                                                               \
     }
 
+// Every code the library returns, hands on from the platform or writes to
+// the diagnostics log, with the name a caller finds in the headers.
 constexpr std::array kCodes = {
     BMCCERT_CODE(SSLCERT_OK, "success"),
+
+    // ---- 0x81: general, file and database failures
     BMCCERT_CODE(SSLCERT_ERR_GENERAL,
                  "general failure: a bad type code or argument, or a step failed (the "
-                 "diagnostics log names it)"),
+                 "diagnostics log names it); also the platform's own failure code, handed on"),
     BMCCERT_CODE(SSLCERT_ERR_NULL_POINTER, "a pointer argument was null"),
     BMCCERT_CODE(SSLCERT_ERR_NO_DB, "no handle to the configuration database"),
     BMCCERT_CODE(SSLCERT_ERR_DB_READ, "reading from the configuration database failed"),
@@ -27,8 +34,11 @@ constexpr std::array kCodes = {
     BMCCERT_CODE(SSLCERT_ERR_FILE_OPEN, "a file could not be opened"),
     BMCCERT_CODE(SSLCERT_ERR_EXT_FILE_MISSING,
                  "the extension file /conf/certs/server/cert_v3_extfile.ext is missing"),
+
+    // ---- 0x98: faults of a certificate's content
     BMCCERT_CODE(SSLCERT_ERR_NOT_SERVER_CERT, "the certificate cannot serve as an SSL server"),
-    BMCCERT_CODE(SSLCERT_ERR_TMP_CERT_UNREAD, "the temporary certificate could not be read"),
+    BMCCERT_CODE(SSLCERT_ERR_TMP_CERT_UNREAD,
+                 "the temporary certificate could not be read (the openssl tool's dump failed)"),
     BMCCERT_CODE(SSLCERT_ERR_CERT_PARSE,
                  "the certificate could not be parsed or a field could not be extracted"),
     BMCCERT_CODE(SSLCERT_ERR_CERT_EXPIRED, "the certificate has expired"),
@@ -40,6 +50,8 @@ constexpr std::array kCodes = {
     BMCCERT_CODE(SSLCERT_ERR_GEN_REQUEST, "the generation request was refused by its check"),
     BMCCERT_CODE(SSLCERT_ERR_FILE_MISSING, "the uploaded certificate or key file is missing"),
     BMCCERT_CODE(SSLCERT_ERR_MD5_SIGNATURE, "the certificate is signed with MD5"),
+
+    // ---- 0x18: management codes of the server certificate
     BMCCERT_CODE(SSLCERT_MGMT_INFO_UNAVAILABLE,
                  "management: the certificate information could not be obtained"),
     BMCCERT_CODE(SSLCERT_MGMT_GEN_FAILED, "management: generating the certificate failed"),
@@ -48,14 +60,159 @@ constexpr std::array kCodes = {
                  "management: the generation request was refused (a field broke its rule)"),
     BMCCERT_CODE(SSLCERT_MGMT_PLATFORM_BUSY,
                  "management: the platform refused the operation (0x82000001 or 0x82000002)"),
+
+    // ---- 0x18: management codes of client-certificate authentication
+    BMCCERT_CODE(SSL_AUTH_MGMT_STATE_READ_FAILED,
+                 "management: the authentication state or the root list could not be read"),
+    BMCCERT_CODE(SSL_AUTH_MGMT_REVOKE_READ_FAILED,
+                 "management: the revocation-check switch could not be read"),
+    BMCCERT_CODE(SSL_AUTH_MGMT_QUERY_FAILED,
+                 "management: a record or the user table could not be read for a query"),
+    BMCCERT_CODE(SSL_AUTH_MGMT_SET_STATE_FAILED,
+                 "management: switching certificate authentication failed"),
+    BMCCERT_CODE(SSL_AUTH_MGMT_SET_REVOKE_FAILED,
+                 "management: switching revocation checking failed"),
+    BMCCERT_CODE(SSL_AUTH_MGMT_ROOT_IMPORT_FAILED,
+                 "management: importing the root certificate failed"),
+    BMCCERT_CODE(SSL_AUTH_MGMT_CLIENT_IMPORT_FAILED,
+                 "management: importing the client certificate failed"),
+    BMCCERT_CODE(SSL_AUTH_MGMT_BIND_FAILED,
+                 "management: binding the certificate to the user failed (the records' owner "
+                 "refused or could not be reached)"),
+    BMCCERT_CODE(SSL_AUTH_MGMT_UNTIE_FAILED,
+                 "management: unbinding the certificate failed (the records' owner refused or "
+                 "could not be reached)"),
+    BMCCERT_CODE(SSL_AUTH_MGMT_CLIENT_DEL_FAILED,
+                 "management: deleting the client certificate failed"),
+    BMCCERT_CODE(SSL_AUTH_MGMT_ROOT_DEL_FAILED, "management: deleting the root certificate failed"),
+    BMCCERT_CODE(SSL_AUTH_MGMT_FILE_NAME_LONG,
+                 "management: the certificate file name is longer than 32 characters"),
+    BMCCERT_CODE(SSL_AUTH_MGMT_FILE_NAME_CHAR,
+                 "management: the certificate file name holds a space or one of ` & ( ) ; '"),
+    BMCCERT_CODE(SSL_AUTH_MGMT_FILE_NAME_EXT,
+                 "management: the certificate file name does not end in .pem, .crt or .cer"),
+    BMCCERT_CODE(SSL_AUTH_MGMT_LIST_FULL, "management: all 20 certificate slots are taken"),
+    BMCCERT_CODE(SSL_AUTH_MGMT_CERT_IN_USE,
+                 "management: the certificate is in use (bound, in force, or issuer of client "
+                 "certificates)"),
+    BMCCERT_CODE(SSL_AUTH_MGMT_BIND_ANONYMOUS,
+                 "management: a certificate cannot be bound to the anonymous user"),
+    BMCCERT_CODE(SSL_AUTH_MGMT_UNTIE_ANONYMOUS,
+                 "management: the anonymous user's binding cannot be changed"),
+    BMCCERT_CODE(SSL_AUTH_MGMT_ROOT_ABSENT,
+                 "management: the root certificate to trust does not exist"),
+    BMCCERT_CODE(SSL_AUTH_MGMT_USER_ABSENT, "management: the user does not exist"),
+    BMCCERT_CODE(SSL_AUTH_MGMT_ID_OUT_OF_RANGE,
+                 "management: the certificate id is outside 1 to 20"),
+    BMCCERT_CODE(SSL_AUTH_MGMT_CERT_ABSENT, "management: no certificate has that id"),
+    BMCCERT_CODE(SSL_AUTH_MGMT_CERT_REFUSED,
+                 "management: the records' owner refused the certificate (unreadable, not PEM "
+                 "or expired)"),
+    BMCCERT_CODE(SSL_AUTH_MGMT_ROOT_CALL_FAILED,
+                 "management: the call to the records' owner for a root certificate failed or "
+                 "timed out"),
+    BMCCERT_CODE(SSL_AUTH_MGMT_CLIENT_CALL_FAILED,
+                 "management: the call to the records' owner for a client certificate failed "
+                 "or timed out"),
+    BMCCERT_CODE(SSL_AUTH_MGMT_CA_INSTALL_FAILED,
+                 "management: the root certificate could not be put in the web server's "
+                 "configuration"),
+    BMCCERT_CODE(SSL_AUTH_MGMT_ROOT_LIST_READ,
+                 "management: the root certificate list could not be read"),
+    BMCCERT_CODE(SSL_AUTH_MGMT_ROOT_EXPIRED, "management: the root certificate has expired"),
+    BMCCERT_CODE(SSL_AUTH_MGMT_LOGIN_NO_CERT,
+                 "login: no client certificate has that serial number"),
+    BMCCERT_CODE(SSL_AUTH_MGMT_LOGIN_NO_USER, "login: the certificate is bound to no user"),
+    BMCCERT_CODE(SSL_AUTH_MGMT_LOGIN_REVOKED,
+                 "login: the revocation check did not answer \"good\""),
+    BMCCERT_CODE(SSL_AUTH_MGMT_LOGIN_READ,
+                 "login: a record, the user table or the password could not be read"),
+
+    // ---- 0x92: faults of client-certificate authentication
+    BMCCERT_CODE(SSL_AUTH_ERR_FILE_NAME_LONG,
+                 "the certificate file name is longer than 32 characters"),
+    BMCCERT_CODE(SSL_AUTH_ERR_FILE_NAME_CHAR,
+                 "the certificate file name holds a space or one of ` & ( ) ; '"),
+    BMCCERT_CODE(SSL_AUTH_ERR_FILE_NAME_EXT,
+                 "the certificate file name does not end in .pem, .crt or .cer"),
+    BMCCERT_CODE(SSL_AUTH_ERR_CERT_ABSENT, "no certificate has that id"),
+    BMCCERT_CODE(SSL_AUTH_ERR_ROOT_EXPIRED, "the root certificate has expired"),
+    BMCCERT_CODE(SSL_AUTH_ERR_ROOT_ABSENT, "the root certificate does not exist"),
+    BMCCERT_CODE(SSL_AUTH_ERR_LIGHTTPD_CONF, "the web server's configuration could not be opened"),
+    BMCCERT_CODE(SSL_AUTH_ERR_ROOT_LIST_READ, "the root certificate list could not be read"),
+    BMCCERT_CODE(SSL_AUTH_ERR_CMD_RUN,
+                 "an openssl command line could not be formed or run"),
+    BMCCERT_CODE(SSL_AUTH_ERR_NO_OCSP_URL,
+                 "the client certificate names no http:// OCSP responder"),
+    BMCCERT_CODE(SSL_AUTH_ERR_NO_ISSUER,
+                 "the web server's configuration names no ssl.ca-file to use as issuer"),
+    BMCCERT_CODE(SSL_AUTH_ERR_NOT_GOOD,
+                 "the OCSP responder did not answer \"good\" (revoked, unknown or no answer)"),
+
+    // ---- 0x92: the records' owner's refusals (diagnostics log only; the
+    // caller gets the management code named)
+    BMCCERT_CODE(owner_protocol::kRefusedBadCertificate,
+                 "the records' owner refused the certificate (unreadable, not PEM or expired); "
+                 "returned as 0x18000611"),
+    BMCCERT_CODE(owner_protocol::kRefusedListFull,
+                 "the records' owner has no free slot; returned as 0x1800040B"),
+    BMCCERT_CODE(owner_protocol::kRefusedInUse,
+                 "the records' owner refused: the certificate is bound, in force or issuer of "
+                 "client certificates; returned as 0x1800040C"),
+    BMCCERT_CODE(owner_protocol::kRefusedCaInstall,
+                 "the records' owner could not install the root in the web server; returned as "
+                 "0x18000A04"),
+
+    // ---- 0x8A: the extension
     BMCCERT_CODE(SSLCERT_EXT_ERR_INSTALL_PENDING,
                  "an interrupted installation could not be completed; it stays recorded and "
                  "the next installation tries again"),
-    BMCCERT_CODE(BMC_PLATFORM_ERR_1, "a failure reported by the platform libraries"),
-    BMCCERT_CODE(BMC_PLATFORM_ERR_2, "a failure reported by the platform libraries"),
+
+    // ---- 0x82: the platform's, handed on
+    BMCCERT_CODE(BMC_PLATFORM_ERR_1,
+                 "the platform's: a remote procedure call did not reach its end"),
+    BMCCERT_CODE(BMC_PLATFORM_ERR_2,
+                 "the platform's: a remote procedure call ran out of its wait limit (a limit "
+                 "of 0 fails at once)"),
 };
 
 #undef BMCCERT_CODE
+
+constexpr bool UniqueCodes() {
+    for (size_t i = 0; i < kCodes.size(); ++i)
+        for (size_t j = i + 1; j < kCodes.size(); ++j)
+            if (kCodes[i].code == kCodes[j].code) return false;
+    return true;
+}
+static_assert(UniqueCodes(), "a code has one entry");
+
+// A decimal as the diagnostics print a code (%d of the 32-bit value):
+// -2147483648 to 4294967295, taken modulo 2^32.
+std::optional<uint32_t> ParseDecimal(std::string_view text) {
+    int64_t value = 0;
+    const char *end = text.data() + text.size();
+    const auto [next, error] = std::from_chars(text.data(), end, value, 10);
+    if (text.empty() || error != std::errc() || next != end) return std::nullopt;
+    if (value < INT32_MIN || value > static_cast<int64_t>(UINT32_MAX)) return std::nullopt;
+    return static_cast<uint32_t>(value);
+}
+
+// "iRet=", "iRet = ", "Ret = ", "iRet: " as the diagnostics write them;
+// returns the text after the prefix, or nothing when there is none.
+std::optional<std::string_view> AfterLogPrefix(std::string_view text) {
+    for (std::string_view word : {"iRet", "Ret"}) {
+        if (text.substr(0, word.size()) != word) continue;
+        std::string_view rest = text.substr(word.size());
+        while (!rest.empty() && rest.front() == ' ') rest.remove_prefix(1);
+        if (rest.empty() || (rest.front() != '=' && rest.front() != ':')) return std::nullopt;
+        rest.remove_prefix(1);
+        while (!rest.empty() && rest.front() == ' ') rest.remove_prefix(1);
+        // The sentence's own punctuation may follow the number.
+        if (!rest.empty() && (rest.back() == '.' || rest.back() == ',')) rest.remove_suffix(1);
+        return rest;
+    }
+    return std::nullopt;
+}
 
 } // namespace
 
@@ -66,6 +223,11 @@ std::optional<ResultCode> FindResultCode(uint32_t code) {
 }
 
 std::optional<uint32_t> ParseResultCode(std::string_view text) {
+    if (const auto logged = AfterLogPrefix(text)) return ParseDecimal(*logged);
+    if (!text.empty() && text.front() == '-') {
+        // Without the prefix only a negative number is decimal.
+        return ParseDecimal(text);
+    }
     if (text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X'))
         text.remove_prefix(2);
     uint32_t value = 0;

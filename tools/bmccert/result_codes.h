@@ -15,8 +15,11 @@ struct ResultCode {
 
 [[nodiscard]] std::optional<ResultCode> FindResultCode(uint32_t code);
 
-// "0x98000004" or "98000004" (hexadecimal, as the tool and the logs print
-// codes) and "0" are accepted.
+// Accepted: hexadecimal as the tool and the result tables print codes
+// ("0x98000004", "98000004", "0"); a negative decimal as the diagnostics log
+// prints a code with %d ("-1744830456"); and a decimal after the log's own
+// "iRet=" (also "iRet = ", "Ret = ", "iRet: ", with a trailing '.' or ','),
+// positive or negative. A decimal must lie in -2147483648..4294967295.
 [[nodiscard]] std::optional<uint32_t> ParseResultCode(std::string_view text);
 
 } // namespace bmccert::cli
