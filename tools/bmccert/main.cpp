@@ -134,7 +134,11 @@ int main(int argc, char **argv) {
     std::string codeText;
     CLI::App *explain =
         app.add_subcommand("explain", "Print the name and meaning of a result code");
-    explain->add_option("CODE", codeText, "Result code, hexadecimal (0x98000004)")->required();
+    explain
+        ->add_option("CODE", codeText,
+                     "Result code: hexadecimal (0x98000004), or signed decimal as the diagnostics "
+                     "log prints it (-1744830456, iRet=-1744830456)")
+        ->required();
     explain->callback([&] { status = RunExplain(codeText); });
 
     // Every other subcommand reads the controller, so it runs only on one;
