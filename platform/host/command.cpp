@@ -5,12 +5,14 @@
 #include <atomic>
 #include <csignal>
 #include <cstring>
+#include <string>
 
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
 
 #include "sim_internal.h"
+#include "sim_log.h"
 
 extern char **environ;
 
@@ -110,8 +112,19 @@ bool RunShell(const char *cmd) noexcept {
 
 } // namespace bmcsim
 
+// Every command line BMC_System runs is kept in commands.log, one a line,
+// so that tests can assert them exactly; the log is private to its owner,
+// as a command line may name a key file.
 extern "C" uint32_t BMC_System(const char *pcCmd) {
     if (auto fault = bmcsim::InjectedFault("BMC_System")) return *fault;
+    if (pcCmd != nullptr) {
+        try {
+            std::string line;
+            bmcsim::AppendEscaped(line, pcCmd, std::strlen(pcCmd));
+            bmcsim::AppendLogLine(BMCSIM_COMMANDS_LOG, std::move(line), 0600);
+        } catch (...) {
+        } // logging never changes the outcome of the call
+    }
     return bmcsim::RunShell(pcCmd) ? 0 : bmcsim::kFail;
 }
 

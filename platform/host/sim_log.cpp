@@ -34,7 +34,7 @@ void AppendHex(std::string &line, const void *data, size_t size) {
     }
 }
 
-void AppendLogLine(const char *path, std::string line) noexcept {
+void AppendLogLine(const char *path, std::string line, unsigned mode) noexcept {
     ErrnoKeeper keep;
     try {
         line += '\n';
@@ -42,9 +42,9 @@ void AppendLogLine(const char *path, std::string line) noexcept {
         return;
     }
     constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC;
-    UniqueFd fd(::open(path, kFlags, 0644));
+    UniqueFd fd(::open(path, kFlags, mode));
     if (!fd.Valid() && errno == ENOENT && MakeDirs(BMCSIM_STATE_DIR))
-        fd.Reset(::open(path, kFlags, 0644));
+        fd.Reset(::open(path, kFlags, mode));
     if (fd.Valid()) (void)!::write(fd.Get(), line.data(), line.size());
 }
 

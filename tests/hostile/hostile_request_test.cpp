@@ -7,7 +7,6 @@
 
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <string>
 
 #include "lib_security_sslcert.h"
@@ -83,9 +82,7 @@ TEST_F(HostileRequestTest, FullFieldsOfUploadsAndOriginsAreCutToTheirFields) {
     origin.uiInterface = 7;
     TaskHandle task{};
     EXPECT_EQ(LIB_SSL_ImportRootCert(&origin, "no-slash.pem", 1000, &task), 0x18000006u);
-    std::ifstream log(BMCSIM_OPERATE_LOG);
-    std::string entry;
-    ASSERT_TRUE(std::getline(log, entry));
+    const std::string entry = ReadLines(BMCSIM_OPERATE_LOG).at(0);
     EXPECT_EQ(entry.rfind("7\t67\tFailed to import root certificate.\t" + std::string(32, 'o') +
                               "\t" + std::string(46, 'o') + "\t",
                           0),

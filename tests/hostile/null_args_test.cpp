@@ -109,9 +109,10 @@ const NullCase kAuthCases[] = {
 // clang-format on
 #undef ROW
 
-class NullArgsTest : public ControllerTest {
-  protected:
-    static void Check(const NullCase &c, uint32_t module, uint32_t subModule) {
+class NullArgsTest : public ControllerTest {};
+
+TEST_F(NullArgsTest, EachPointerIsReportedByNameAndNothingIsDone) {
+    const auto check = [](const NullCase &c, uint32_t module, uint32_t subModule) {
         SCOPED_TRACE(std::string(c.function) + " " + c.parameter);
         ClearDiagLog();
         EXPECT_EQ(c.call(), c.expected);
@@ -122,10 +123,7 @@ class NullArgsTest : public ControllerTest {
                            std::string("Pointer ") + c.parameter + " is Null, File:" + c.file +
                                " Func:" + c.function + " Line:" + std::to_string(d.line)}));
         EXPECT_EQ(d.file, c.file);
-    }
-};
-
-TEST_F(NullArgsTest, EachPointerIsReportedByNameAndNothingIsDone) {
+    };
     const auto logs = [] {
         return std::vector{ReadLines(BMCSIM_RPC_LOG), ReadLines(BMCSIM_OPERATE_LOG),
                            ReadLines(BMCSIM_TASKS_LOG)};
@@ -133,9 +131,9 @@ TEST_F(NullArgsTest, EachPointerIsReportedByNameAndNothingIsDone) {
     const auto logsBefore = logs();
     const uint64_t spawns = BMCSIM_SpawnCount();
     for (const NullCase &c : kServerCases)
-        Check(c, 0, 0);
+        check(c, 0, 0);
     for (const NullCase &c : kAuthCases)
-        Check(c, 31, 2);
+        check(c, 31, 2);
     EXPECT_EQ(BMCSIM_SpawnCount(), spawns);
     EXPECT_EQ(logs(), logsBefore);
 }

@@ -47,10 +47,6 @@ void AuthTest::PutBytes(uint32_t key, const void *data, uint32_t size) {
     ASSERT_EQ(DB_PutInternal(__FILE__, __LINE__, DB_GetCurrentDb(), key, size, data), 0);
 }
 
-void AuthTest::GetBytes(uint32_t key, void *data, uint32_t size) {
-    EXPECT_EQ(DB_Get(DB_GetCurrentDb(), key, size, data), 0);
-}
-
 RootCertInfo AuthTest::RootEntry(uint32_t id, int32_t expTime, uint8_t active) {
     RootCertInfo entry{};
     entry.uiCertId = id;
@@ -120,11 +116,11 @@ void AuthTest::AddOperator(bool bound) {
     }
 }
 
-int32_t AuthTest::Bind(uint32_t certId, uint8_t userId, OwnerCommand command) {
+int32_t AuthTest::Bind(uint32_t certId, uint8_t userId) {
     CertUserReq request{};
     request.uiCertId = certId;
     request.ucUserId = userId;
-    return Call(command, sizeof request, &request);
+    return Call(OwnerCommand::BindUser, sizeof request, &request);
 }
 
 int32_t AuthTest::Call(OwnerCommand command, uint32_t length, const void *request) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "lib_ssl_auth.h"
+#include "platform/bmc_platform.h"
 #include "platform/owner_protocol.h"
 #include "tests/support/controller.h"
 
@@ -27,10 +28,9 @@ class AuthTest : public ControllerTest {
         PutBytes(key, &record, sizeof record);
     }
     static void PutBytes(uint32_t key, const void *data, uint32_t size);
-    static void GetBytes(uint32_t key, void *data, uint32_t size);
     template <typename Record> static Record Get(uint32_t key) {
         Record record{};
-        GetBytes(key, &record, sizeof record);
+        EXPECT_EQ(DB_Get(DB_GetCurrentDb(), key, sizeof record, &record), 0);
         return record;
     }
     static RootCertList Roots() { return Get<RootCertList>(SSL_AUTH_DB_KEY_ROOT_LIST); }
@@ -52,8 +52,7 @@ class AuthTest : public ControllerTest {
     // Owner commands sent straight through the platform call.
     static int32_t ImportRoot(const std::string &path, TaskHandle *task = nullptr);
     static int32_t ImportClient(const std::string &path, uint32_t rootId);
-    static int32_t Bind(uint32_t certId, uint8_t userId,
-                        OwnerCommand command = OwnerCommand::BindUser);
+    static int32_t Bind(uint32_t certId, uint8_t userId);
     // Any command with a request of the given length.
     static int32_t Call(OwnerCommand command, uint32_t length, const void *request);
 

