@@ -21,10 +21,10 @@ inline constexpr uint32_t kNullReportModule = kDiagModule;
 inline constexpr uint32_t kNullReportSubModule = kDiagSubModule;
 
 // Management and internal codes of this unit.
-inline constexpr uint32_t kMgmtStateRead = 0x18000001;
-inline constexpr uint32_t kMgmtRevokeRead = 0x18000002;
-inline constexpr uint32_t kMgmtQueryFailed = 0x18000003;
-inline constexpr uint32_t kMgmtIdOutOfRange = 0x18000603;
+inline constexpr uint32_t kMgmtStateRead = SSL_AUTH_MGMT_STATE_READ_FAILED;
+inline constexpr uint32_t kMgmtRevokeRead = SSL_AUTH_MGMT_REVOKE_READ_FAILED;
+inline constexpr uint32_t kMgmtQueryFailed = SSL_AUTH_MGMT_QUERY_FAILED;
+inline constexpr uint32_t kMgmtIdOutOfRange = SSL_AUTH_MGMT_ID_OUT_OF_RANGE;
 
 // True when the id names no slot of a list of the given length (ids 1..n).
 [[nodiscard]] constexpr bool IdOutOfRange(uint32_t id, uint32_t slots) {
@@ -107,10 +107,10 @@ template <OwnerCommand Command, typename Request>
 
 // Internal codes of the authentication switch to management codes.
 inline constexpr BMC_ErrCodeMap CertAuthStateErrMap[] = {
-    {owner_protocol::kRefusedCaInstall, 0x18000A04},
-    {SSL_AUTH_ERR_ROOT_LIST_READ, 0x18000C04},
-    {SSL_AUTH_ERR_ROOT_ABSENT, 0x1800040F},
-    {SSL_AUTH_ERR_ROOT_EXPIRED, 0x18000C1E},
+    {owner_protocol::kRefusedCaInstall, SSL_AUTH_MGMT_CA_INSTALL_FAILED},
+    {SSL_AUTH_ERR_ROOT_LIST_READ, SSL_AUTH_MGMT_ROOT_LIST_READ},
+    {SSL_AUTH_ERR_ROOT_ABSENT, SSL_AUTH_MGMT_ROOT_ABSENT},
+    {SSL_AUTH_ERR_ROOT_EXPIRED, SSL_AUTH_MGMT_ROOT_EXPIRED},
 };
 
 // ---- Certificate import ----------------------------------------------------
@@ -123,25 +123,25 @@ inline constexpr BMC_ErrCodeMap CertAuthStateErrMap[] = {
 // Internal codes of the imports and deletions to management codes; the
 // two differ only in the code of a failed transport.
 inline constexpr BMC_ErrCodeMap RootCertErrMap[] = {
-    {SSL_AUTH_ERR_FILE_NAME_LONG, 0x18000408},
-    {SSL_AUTH_ERR_FILE_NAME_CHAR, 0x18000409},
-    {SSL_AUTH_ERR_FILE_NAME_EXT, 0x1800040A},
-    {owner_protocol::kRefusedListFull, 0x1800040B},
-    {owner_protocol::kRefusedInUse, 0x1800040C},
-    {BMC_PLATFORM_ERR_1, 0x18000806},
-    {BMC_PLATFORM_ERR_2, 0x18000806},
-    {owner_protocol::kRefusedBadCertificate, 0x18000611},
+    {SSL_AUTH_ERR_FILE_NAME_LONG, SSL_AUTH_MGMT_FILE_NAME_LONG},
+    {SSL_AUTH_ERR_FILE_NAME_CHAR, SSL_AUTH_MGMT_FILE_NAME_CHAR},
+    {SSL_AUTH_ERR_FILE_NAME_EXT, SSL_AUTH_MGMT_FILE_NAME_EXT},
+    {owner_protocol::kRefusedListFull, SSL_AUTH_MGMT_LIST_FULL},
+    {owner_protocol::kRefusedInUse, SSL_AUTH_MGMT_CERT_IN_USE},
+    {BMC_PLATFORM_ERR_1, SSL_AUTH_MGMT_ROOT_CALL_FAILED},
+    {BMC_PLATFORM_ERR_2, SSL_AUTH_MGMT_ROOT_CALL_FAILED},
+    {owner_protocol::kRefusedBadCertificate, SSL_AUTH_MGMT_CERT_REFUSED},
     {SSL_AUTH_ERR_CERT_ABSENT, SSL_AUTH_MGMT_CERT_ABSENT},
 };
 inline constexpr BMC_ErrCodeMap CliCertErrMap[] = {
-    {SSL_AUTH_ERR_FILE_NAME_LONG, 0x18000408},
-    {SSL_AUTH_ERR_FILE_NAME_CHAR, 0x18000409},
-    {SSL_AUTH_ERR_FILE_NAME_EXT, 0x1800040A},
-    {owner_protocol::kRefusedListFull, 0x1800040B},
-    {owner_protocol::kRefusedInUse, 0x1800040C},
-    {BMC_PLATFORM_ERR_1, 0x18000807},
-    {BMC_PLATFORM_ERR_2, 0x18000807},
-    {owner_protocol::kRefusedBadCertificate, 0x18000611},
+    {SSL_AUTH_ERR_FILE_NAME_LONG, SSL_AUTH_MGMT_FILE_NAME_LONG},
+    {SSL_AUTH_ERR_FILE_NAME_CHAR, SSL_AUTH_MGMT_FILE_NAME_CHAR},
+    {SSL_AUTH_ERR_FILE_NAME_EXT, SSL_AUTH_MGMT_FILE_NAME_EXT},
+    {owner_protocol::kRefusedListFull, SSL_AUTH_MGMT_LIST_FULL},
+    {owner_protocol::kRefusedInUse, SSL_AUTH_MGMT_CERT_IN_USE},
+    {BMC_PLATFORM_ERR_1, SSL_AUTH_MGMT_CLIENT_CALL_FAILED},
+    {BMC_PLATFORM_ERR_2, SSL_AUTH_MGMT_CLIENT_CALL_FAILED},
+    {owner_protocol::kRefusedBadCertificate, SSL_AUTH_MGMT_CERT_REFUSED},
     {SSL_AUTH_ERR_CERT_ABSENT, SSL_AUTH_MGMT_CERT_ABSENT},
 };
 // The maps of the certificate imports and deletions share one shape.
