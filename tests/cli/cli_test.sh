@@ -138,10 +138,6 @@ expect "explain an unknown code" matches "$status/$err" '^1/bmccert: explain: 0x
 # command as its argument, not be taken for an option.
 run "$tool" explain -1744830456
 expect "explain a logged negative code" matches "$status/$out" '^0/0x98000008 SSLCERT_ERR_GEN_REQUEST: .'
-run "$tool" explain iRet=-1744830456
-expect "explain a logged iRet" matches "$status/$out" '^0/0x98000008 SSLCERT_ERR_GEN_REQUEST: .'
-run "$tool" explain 0x1800040B
-expect "explain a code returned without a header name before" matches "$status/$out" '^0/0x1800040B SSL_AUTH_MGMT_LIST_FULL: .'
 run "$tool" explain 12x
 expect "explain no code" matches "$status/$err" "^2/bmccert: explain: '12x' is not a code"
 # The sandbox's own /conf/certs: the tool points at bmc-sandbox and leaves
