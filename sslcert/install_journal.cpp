@@ -101,15 +101,16 @@ UniqueFd CreateJournalFile(const char *path, mode_t mode) {
     return fd;
 }
 
-bool FinishJournalFile(UniqueFd &fd) {
-    return fsync(fd.Get()) == 0 && fd.Close();
+bool FinishJournalFile(UniqueFd &fd, bool durable = true) {
+    return (!durable || fsync(fd.Get()) == 0) && fd.Close();
 }
 
 // Writes the concatenation of the sources as one journal file.
-bool WriteJoined(const char *path, mode_t mode, const char *first, const char *second = nullptr) {
+bool WriteJoined(const char *path, mode_t mode, bool durable, const char *first,
+                 const char *second = nullptr) {
     UniqueFd out = CreateJournalFile(path, mode);
     return out.Valid() && AppendFile(out.Get(), first) &&
-           (second == nullptr || AppendFile(out.Get(), second)) && FinishJournalFile(out);
+           (second == nullptr || AppendFile(out.Get(), second)) && FinishJournalFile(out, durable);
 }
 
 mode_t ModeOf(const char *path, mode_t fallback) {
@@ -135,16 +136,20 @@ bool WriteNewTunnel(const char *dir) {
 }
 
 // The previous set: each live file's bytes and mode, or a mark that it was
-// absent, so that putting it back removes what the installation added.
+// absent, so that putting it back removes what the installation added. Only
+// a failed step turns back to it, in the same call: its files reach the
+// disk then, before the journal points at them, and a completed
+// installation never waits for them.
 bool WriteOldSet(const char *dir) {
     for (const Role &role : kRoles) {
         if (Exists(role.live)) {
             const JournalPath path(dir, kOldSet, role.name);
-            if (!WriteJoined(path.text, ModeOf(role.live, kPrivateMode), role.live)) return false;
+            if (!WriteJoined(path.text, ModeOf(role.live, kPrivateMode), false, role.live))
+                return false;
         } else {
             const JournalPath mark(dir, kOldSet, role.name, kAbsentSuffix);
             UniqueFd fd = CreateJournalFile(mark.text, kPrivateMode);
-            if (!fd.Valid() || !FinishJournalFile(fd)) return false;
+            if (!fd.Valid() || !FinishJournalFile(fd, false)) return false;
         }
     }
     return true;
@@ -154,9 +159,9 @@ bool WriteNewSet(const char *dir, const char *tmpCert, const char *tmpKey) {
     const JournalPath cert(dir, kNewSet, "cert");
     const JournalPath key(dir, kNewSet, "key");
     const JournalPath combined(dir, kNewSet, "combined");
-    return WriteJoined(cert.text, ModeOf(tmpCert, kPrivateMode), tmpCert) &&
-           WriteJoined(key.text, kPrivateMode, tmpKey) &&
-           WriteJoined(combined.text, kPrivateMode, tmpCert, tmpKey) && WriteNewTunnel(dir);
+    return WriteJoined(cert.text, ModeOf(tmpCert, kPrivateMode), true, tmpCert) &&
+           WriteJoined(key.text, kPrivateMode, true, tmpKey) &&
+           WriteJoined(combined.text, kPrivateMode, true, tmpCert, tmpKey) && WriteNewTunnel(dir);
 }
 
 // Which set settles the journal: "new", and once a step failed "old". Both
@@ -260,7 +265,13 @@ void FinishInstallation() {
 }
 
 void RollBackInstallation() {
-    if (rename(JournalPath(kInstallJournalDir, kTurnBackName).text,
+    bool synced = true;
+    for (const Role &role : kRoles) {
+        const JournalPath recorded(kInstallJournalDir, kOldSet, role.name);
+        synced = (!Exists(recorded.text) || Sync(recorded.text)) && synced;
+    }
+    if (synced &&
+        rename(JournalPath(kInstallJournalDir, kTurnBackName).text,
                JournalPath(kInstallJournalDir, kDirectionName).text) == 0 &&
         Sync(kInstallJournalDir) && ApplySet(kInstallJournalDir, kOldSet) &&
         RemoveJournal(kInstallJournalDir)) {
