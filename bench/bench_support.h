@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "lib_ssl_auth.h"
 #include "platform/host/bmc_sim.h"
@@ -101,5 +102,16 @@ class TimeReporter : public benchmark::ConsoleReporter {
   private:
     std::map<std::string, double> seconds_, spawns_;
 };
+
+// Hands the command line to Google Benchmark with the runs of the
+// benchmarks interleaved in random order, so that a change of the shared
+// machine's load does not fall on one benchmark alone.
+inline void InitializeInterleaved(int argc, char **argv) {
+    std::vector<char *> args(argv, argv + argc);
+    static char interleave[] = "--benchmark_enable_random_interleaving=true";
+    args.insert(args.begin() + 1, interleave);
+    int count = static_cast<int>(args.size());
+    benchmark::Initialize(&count, args.data());
+}
 
 } // namespace bmcbench

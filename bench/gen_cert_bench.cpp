@@ -76,11 +76,7 @@ BENCHMARK(BM_BareMandatedRuns)
 } // namespace
 
 int main(int argc, char **argv) {
-    std::vector<char *> args(argv, argv + argc);
-    char interleave[] = "--benchmark_enable_random_interleaving=true";
-    args.insert(args.begin() + 1, interleave);
-    int count = static_cast<int>(args.size());
-    benchmark::Initialize(&count, args.data());
+    bmcbench::InitializeInterleaved(argc, argv);
     bmcbench::TimeReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();

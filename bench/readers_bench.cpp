@@ -100,22 +100,17 @@ void BM_GetClientCertInfo(benchmark::State &state) {
 
 // A setup in thread 0 must be done before the other threads read: the
 // loop's start waits for all threads, so the setup runs before any timing.
-BENCHMARK(BM_GetCertInfo)
-    ->Threads(1)
-    ->Threads(2)
-    ->MinTime(1.0)
-    ->Repetitions(kRepetitions)
-    ->ReportAggregatesOnly(true)
-    ->UseRealTime()
-    ->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_GetClientCertInfo)
-    ->Threads(1)
-    ->Threads(2)
-    ->MinTime(1.0)
-    ->Repetitions(kRepetitions)
-    ->ReportAggregatesOnly(true)
-    ->UseRealTime()
-    ->Unit(benchmark::kMicrosecond);
+void OneAndTwoThreads(benchmark::internal::Benchmark *bench) {
+    bench->Threads(1)
+        ->Threads(2)
+        ->MinTime(1.0)
+        ->Repetitions(kRepetitions)
+        ->ReportAggregatesOnly(true)
+        ->UseRealTime()
+        ->Unit(benchmark::kMicrosecond);
+}
+BENCHMARK(BM_GetCertInfo)->Apply(OneAndTwoThreads);
+BENCHMARK(BM_GetClientCertInfo)->Apply(OneAndTwoThreads);
 
 // Keeps the medians and shows them together at the end (the runs come
 // interleaved), each with the counter "x1": its calls a second over those
@@ -156,11 +151,7 @@ class RateReporter : public benchmark::ConsoleReporter {
 } // namespace
 
 int main(int argc, char **argv) {
-    std::vector<char *> args(argv, argv + argc);
-    char interleave[] = "--benchmark_enable_random_interleaving=true";
-    args.insert(args.begin() + 1, interleave);
-    int count = static_cast<int>(args.size());
-    benchmark::Initialize(&count, args.data());
+    bmcbench::InitializeInterleaved(argc, argv);
     RateReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
