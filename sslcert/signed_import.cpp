@@ -4,6 +4,7 @@
 // the services and reports the outcome, as an upload's import does.
 #include <sys/prctl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
@@ -194,6 +195,7 @@ extern "C" uint32_t LIB_SECURITY_SSL_ImportSignedCert(const SignedCertUpload *ps
                          "Failed to download the signed Server Cert. FileStr:%s, FileDst:%s, "
                          "iRet=%d.",
                          record.szSrcPath, record.szDstPath, result);
+            (void)unlink(kSignedUploadPath); // a transfer cut short may leave a part
             WriteOperateLog(pstUpload->LogOrigin, false);
             return SSLCERT_EXT_ERR_SIGNED_FETCH;
         }
