@@ -21,6 +21,7 @@ extern "C" {
 #define BMCSIM_QDR_LOG   BMCSIM_STATE_DIR "/qdr.log"
 #define BMCSIM_RPC_LOG   BMCSIM_STATE_DIR "/rpc.log"
 #define BMCSIM_COMMANDS_LOG BMCSIM_STATE_DIR "/commands.log"
+#define BMCSIM_COMMANDS_STDERR_LOG BMCSIM_STATE_DIR "/commands-stderr.log"
 #define BMCSIM_USER_KEY  BMCSIM_STATE_DIR "/user.key"
 
 /* The users of a factory-fresh controller: 1, the anonymous user (no

@@ -9,6 +9,7 @@
 
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include "sim_internal.h"
@@ -23,14 +24,34 @@ std::atomic<uint64_t> g_spawnCount{0};
 using FileActions = bmcsim::Owned<posix_spawn_file_actions_t, posix_spawn_file_actions_destroy>;
 using SpawnAttr = bmcsim::Owned<posix_spawnattr_t, posix_spawnattr_destroy>;
 
-// Starts "/bin/sh -c cmd", its standard output on outFd when that is valid.
-// The child gets the default SIGPIPE and an empty signal mask whatever the
-// caller uses, so that a pipeline inside the command behaves as in a shell.
+constexpr off_t kStderrLogLimit = 1 << 20;
+
+// The log that takes the children's standard error: a daemon's own stderr
+// is no place for the openssl tool's progress dots and notes. Started
+// afresh once it passes its limit; invalid when it cannot be opened (the
+// child then keeps the caller's stderr).
+[[nodiscard]] bmcsim::UniqueFd OpenStderrLog() noexcept {
+    if (!bmcsim::OnController() || !bmcsim::MakeDirs(BMCSIM_STATE_DIR)) return {};
+    struct stat st;
+    const bool full = ::stat(BMCSIM_COMMANDS_STDERR_LOG, &st) == 0 && st.st_size > kStderrLogLimit;
+    return bmcsim::UniqueFd(::open(BMCSIM_COMMANDS_STDERR_LOG,
+                                   O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | (full ? O_TRUNC : 0),
+                                   0600));
+}
+
+// Starts "/bin/sh -c cmd", its standard output on outFd when that is valid
+// and its standard error on the commands' stderr log. The child gets the
+// default SIGPIPE and an empty signal mask whatever the caller uses, so
+// that a pipeline inside the command behaves as in a shell.
 [[nodiscard]] bool Spawn(const char *cmd, int outFd, pid_t *pid) noexcept {
     posix_spawn_file_actions_t actionsStore;
     if (posix_spawn_file_actions_init(&actionsStore) != 0) return false;
     FileActions actions(&actionsStore);
     if (outFd >= 0 && posix_spawn_file_actions_adddup2(actions.get(), outFd, STDOUT_FILENO) != 0)
+        return false;
+    const bmcsim::UniqueFd errLog = OpenStderrLog();
+    if (errLog.Valid() &&
+        posix_spawn_file_actions_adddup2(actions.get(), errLog.Get(), STDERR_FILENO) != 0)
         return false;
 
     posix_spawnattr_t attrStore;

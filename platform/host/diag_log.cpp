@@ -66,6 +66,7 @@ class LineBuilder {
 }
 
 [[nodiscard]] bmcsim::UniqueFd OpenLog() noexcept {
+    if (!bmcsim::OnController()) return bmcsim::UniqueFd();
     constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC;
     bmcsim::UniqueFd fd(::open(BMCSIM_DIAG_LOG, kFlags, 0644));
     if (!fd.Valid() && errno == ENOENT && bmcsim::MakeDirs(BMCSIM_STATE_DIR))

@@ -28,7 +28,8 @@ std::set<int> g_held;
 [[nodiscard]] bmcsim::UniqueFd OpenLockFile(const char *name) noexcept {
     char path[PATH_MAX];
     int len = std::snprintf(path, sizeof path, "%s/%s", BMCSIM_LOCK_DIR, name);
-    if (len < 0 || static_cast<size_t>(len) >= sizeof path) return bmcsim::UniqueFd();
+    if (len < 0 || static_cast<size_t>(len) >= sizeof path || !bmcsim::OnController())
+        return bmcsim::UniqueFd();
     constexpr int kFlags = O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW;
     bmcsim::UniqueFd fd(::open(path, kFlags, 0644));
     if (!fd.Valid() && errno == ENOENT && bmcsim::MakeDirs(BMCSIM_LOCK_DIR))

@@ -61,4 +61,10 @@ using bmccert::WriteAll;
 // exists afterwards.
 [[nodiscard]] bool MakeDirs(const char *path) noexcept;
 
+// True inside a controller (a sandboxed one included): /conf/certs is a
+// directory. Elsewhere the stand-in keeps no state at all: every call that
+// would create its state directory, database, logs, locks or key fails
+// instead, and the first such call says why on standard error.
+[[nodiscard]] bool OnController() noexcept;
+
 } // namespace bmcsim

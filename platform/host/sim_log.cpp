@@ -41,6 +41,7 @@ void AppendLogLine(const char *path, std::string line, unsigned mode) noexcept {
     } catch (...) {
         return;
     }
+    if (!OnController()) return;
     constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC;
     UniqueFd fd(::open(path, kFlags, mode));
     if (!fd.Valid() && errno == ENOENT && MakeDirs(BMCSIM_STATE_DIR))

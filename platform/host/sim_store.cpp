@@ -17,7 +17,7 @@ constexpr int kBusyWaitMs = 5000;
 } // namespace
 
 std::unique_ptr<Store> Store::Open() noexcept {
-    if (!MakeDirs(BMCSIM_STATE_DIR)) return nullptr;
+    if (!OnController() || !MakeDirs(BMCSIM_STATE_DIR)) return nullptr;
     std::unique_ptr<Store> store(new (std::nothrow) Store);
     if (!store) return nullptr;
     sqlite3 *raw = nullptr;

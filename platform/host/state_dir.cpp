@@ -4,10 +4,20 @@
 
 #include <limits.h>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
 
 #include "sim_internal.h"
 
 namespace bmcsim {
+namespace {
+
+constexpr char kNoControllerNote[] =
+    "bmc-sim: /conf/certs does not exist, so this is no controller: the platform stand-in "
+    "keeps no state here and its calls fail (run inside bmc-sandbox)\n";
+
+} // namespace
 
 bool MakeDirs(const char *path) noexcept {
     if (path == nullptr || *path == '\0') return false;
@@ -27,6 +37,17 @@ bool MakeDirs(const char *path) noexcept {
     }
     struct stat st;
     return ::stat(path, &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+bool OnController() noexcept {
+    struct stat st;
+    if (::stat("/conf/certs", &st) == 0 && S_ISDIR(st.st_mode)) return true;
+    static std::atomic<bool> told{false};
+    if (!told.exchange(true))
+        (void)!::write(STDERR_FILENO,
+                       kNoControllerNote, sizeof kNoControllerNote - 1);
+    errno = ENOENT;
+    return false;
 }
 
 } // namespace bmcsim

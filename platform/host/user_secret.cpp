@@ -44,7 +44,7 @@ struct Key {
 }
 
 [[nodiscard]] bool CreateKey() noexcept {
-    if (!MakeDirs(BMCSIM_STATE_DIR)) return false;
+    if (!OnController() || !MakeDirs(BMCSIM_STATE_DIR)) return false;
     Key key;
     if (RAND_bytes(key.bytes, kKeySize) != 1) return false;
     char temp[] = BMCSIM_STATE_DIR "/.user.key.XXXXXX";

@@ -11,6 +11,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <climits>
@@ -122,6 +123,39 @@ TEST(StandIn, ConnectionsOfEndedThreadsAreClosed) {
     const auto before = runThreads(4);
     EXPECT_LE(runThreads(64), before + 8);
     EXPECT_EQ(failures.load(), 0);
+}
+
+// Where /conf/certs is missing the stand-in makes none of its state: the
+// database handle is null, locks fail, nothing is logged and the commands'
+// standard error stays the caller's. Inside a controller the children's
+// standard error goes to its own log.
+TEST(StandIn, KeepsStateOnlyOnAController) {
+    ASSERT_EQ(BMC_System("echo only-in-the-log >&2"), 0u);
+    EXPECT_NE(ReadFile(BMCSIM_COMMANDS_STDERR_LOG).find("only-in-the-log\n"),
+              std::string::npos);
+
+    // The state directory is the sandbox's mount: what it holds must not
+    // change while /conf/certs is away.
+    auto listing = [] {
+        std::vector<std::pair<std::string, uintmax_t>> entries;
+        for (const auto &entry : fs::recursive_directory_iterator(BMCSIM_STATE_DIR))
+            entries.emplace_back(entry.path(), entry.is_regular_file() ? entry.file_size() : 0);
+        std::sort(entries.begin(), entries.end());
+        return entries;
+    };
+    const auto before = listing();
+    fs::rename("/conf/certs", "/conf/certs.away");
+    std::thread fresh([] { // a thread without a database connection yet
+        uint32_t handle = 0;
+        EXPECT_EQ(DB_GetCurrentDb(), nullptr);
+        EXPECT_NE(BMC_FileLock_AcquireLock("stand_in.lock", &handle), 0);
+        BMC_DiagLogOut(31, 3, 2, 1, "here.cpp", "not kept");
+        EXPECT_EQ(BMC_System("echo not-kept >&2"), 0u);
+        EXPECT_EQ(OPERATELOG_AddLogComm(5, 99, "not kept", "admin", "::1", 1, 37), 0);
+    });
+    fresh.join();
+    fs::rename("/conf/certs.away", "/conf/certs");
+    EXPECT_EQ(listing(), before);
 }
 
 } // namespace
