@@ -144,14 +144,15 @@ std::string MakeCertPem(const CertRecipe &recipe) {
     AddNames(X509_get_issuer_name(cert.get()), recipe.issuer.value_or(recipe.subject));
     Require(X509_set_pubkey(cert.get(), key.get()) == 1, "pubkey");
     if (recipe.keyUsage) AddKeyUsage(cert.get(), *recipe.keyUsage);
-    if (!recipe.extendedKeyUsage.empty()) {
-        X509_EXTENSION *eku = X509V3_EXT_conf_nid(nullptr, nullptr, NID_ext_key_usage,
-                                                  recipe.extendedKeyUsage.c_str());
-        Require(eku != nullptr, "eku");
-        const int added = X509_add_ext(cert.get(), eku, -1);
-        X509_EXTENSION_free(eku);
-        Require(added == 1, "eku add");
-    }
+    const auto addConf = [&](int nid, const std::string &value) {
+        X509_EXTENSION *extension = X509V3_EXT_conf_nid(nullptr, nullptr, nid, value.c_str());
+        Require(extension != nullptr, OBJ_nid2sn(nid));
+        const int added = X509_add_ext(cert.get(), extension, -1);
+        X509_EXTENSION_free(extension);
+        Require(added == 1, OBJ_nid2sn(nid));
+    };
+    if (!recipe.extendedKeyUsage.empty()) addConf(NID_ext_key_usage, recipe.extendedKeyUsage);
+    if (!recipe.subjectAltName.empty()) addConf(NID_subject_alt_name, recipe.subjectAltName);
     if (!recipe.ocspUrl.empty()) AddOcspUrl(cert.get(), recipe.ocspUrl);
     if (recipe.ca) {
         X509_EXTENSION *ca = X509V3_EXT_conf_nid(nullptr, nullptr, NID_basic_constraints,

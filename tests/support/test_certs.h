@@ -21,6 +21,7 @@ struct CertRecipe {
     std::optional<NameEntries> issuer;           // self-issued when absent
     std::optional<uint32_t> keyUsage;            // X509_get_key_usage bits; nullopt: no extension
     std::string extendedKeyUsage = "serverAuth"; // empty: no extension
+    std::string subjectAltName;                  // "DNS:a,DNS:b"; empty: no extension
     int64_t notBefore = 1704067200;              // 2024-01-01T00:00:00Z
     int64_t notAfter = 2019686400;               // 2034-01-01T00:00:00Z
     long serial = 0x0A1B;

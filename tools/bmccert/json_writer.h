@@ -22,23 +22,35 @@ class JsonWriter {
   public:
     void BeginObject();
     void EndObject();
+    void BeginArray();
+    void EndArray();
     // The name of the next member of the object being written; its value
     // follows as the next call.
     void Key(std::string_view name);
     void String(std::string_view text);
     void Int(int64_t value);
     void Uint(uint64_t value);
+    void Bool(bool value);
     // One member of the object being written: its name, then its value.
     void String(std::string_view key, std::string_view text);
     void Int(std::string_view key, int64_t value);
     void Uint(std::string_view key, uint64_t value);
+    void Bool(std::string_view key, bool value);
 
     // The document so far; complete once every object is ended.
     [[nodiscard]] const std::string &Text() const { return out_; }
 
   private:
     std::string out_;
-    std::vector<bool> memberWritten_; // per open object: a member came before
+    // Before a value: the comma that separates it from an earlier element
+    // of the array being written.
+    void Separate();
+
+    struct Open {
+        bool array;   // an array, else an object
+        bool written; // a member or element came before
+    };
+    std::vector<Open> open_;
 };
 
 } // namespace bmccert::cli

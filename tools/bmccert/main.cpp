@@ -12,6 +12,7 @@
 #include "controller_check.h"
 #include "explain_command.h"
 #include "gen_commands.h"
+#include "health_check.h"
 #include "upload_commands.h"
 #include "output.h"
 
@@ -128,6 +129,25 @@ int main(int argc, char **argv) {
     CLI::App *tasks = app.add_subcommand("tasks", "List the tasks with their last state");
     AddJsonFlag(*tasks, json);
     tasks->callback([&] { status = RunTasks(json); });
+    CheckOptions checkOptions;
+    CLI::App *check = app.add_subcommand(
+        "check", "Check that both TLS services serve the certificate in force and that it, its "
+                 "key and the trusted and client certificates are fit; exit 1 on a fault");
+    check->footer(
+        "One line per finding: ok, warning or fault, what it is about, what was found. The "
+        "services are reached on 127.0.0.1, 2 seconds each at most, at the ports of their "
+        "configuration files (/conf/adviserd/stunnel.conf, /conf/lighttpd/lighttpd.conf) unless "
+        "the options give others. "
+        "Warnings (a weak key or signature, names, less than 30 days left) leave the exit "
+        "status 0. No key material is printed.");
+    check->add_option("--tunnel-port", checkOptions.tunnelPort, "Port of the tunnel to reach")
+        ->type_name("PORT")
+        ->check(CLI::Range(1, 65535));
+    check->add_option("--web-port", checkOptions.webPort, "HTTPS port of the web server to reach")
+        ->type_name("PORT")
+        ->check(CLI::Range(1, 65535));
+    AddJsonFlag(*check, checkOptions.json);
+    check->callback([&] { status = RunCheck(checkOptions); });
     AddAuthCommands(app, status);
     AddCertCommands(app, status);
 

@@ -1,0 +1,186 @@
+// What `bmccert check` reads from the services' configurations and says
+// about a certificate: a wrong port probes the wrong listener, a wrong
+// threshold hides a weak or expiring certificate.
+#include <gtest/gtest.h>
+
+#include <openssl/pem.h>
+
+#include <ctime>
+#include <optional>
+#include <string>
+
+#include "cert_findings.h"
+#include "findings.h"
+#include "openssl_owners.h"
+#include "service_ports.h"
+#include "tests/support/test_certs.h"
+
+namespace bmccert::cli {
+namespace {
+
+TEST(ServicePorts, TunnelTakesTheFirstServiceSectionsAccept) {
+    struct Row {
+        const char *name;
+        const char *config;
+        std::optional<int> port;
+    };
+    const Row rows[] = {
+        {"controller's form", "cert = x\n[remote-console]\naccept = :::7582\n[vm]\naccept = 5124\n",
+         7582},
+        {"host and port", "[a]\nconnect = 127.0.0.1:7578\n Accept=0.0.0.0:9443 \n", 9443},
+        {"commented out first", "[a]\n;accept = 1111\n# accept = 2222\naccept = 3333\n", 3333},
+        {"outside any section", "accept = 4444\n[a]\nconnect = 1\n", std::nullopt},
+        {"not a port", "[a]\naccept = :::70000\n", std::nullopt},
+        {"no port at all", "[a]\naccept = ::1:\n", std::nullopt},
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(TunnelPort(row.config), row.port);
+    }
+}
+
+TEST(ServicePorts, WebServerTakesTheListenerThatServesTls) {
+    struct Row {
+        const char *name;
+        const char *config;
+        std::optional<int> port;
+    };
+    const Row rows[] = {
+        {"controller's form: plain port 80, TLS block on :443",
+         "server.port = 80\n$HTTP[\"scheme\"] == \"http\" {\n url.redirect = ( \"\" => \"x\" )\n}\n"
+         "$SERVER[\"socket\"] == \":443\" {\n    ssl.engine = \"enable\"\n    ssl.pemfile = "
+         "\"/p\"\n}\n",
+         443},
+        {"a plain socket block first",
+         "$SERVER[\"socket\"] == \":8080\" {\n  server.tag = \"\"\n}\n"
+         "$SERVER[\"socket\"] == \"[::]:4443\"\n{\n  ssl.engine = \"enable\" }\n",
+         4443},
+        {"TLS set in a nested block of the socket",
+         "$SERVER[\"socket\"] == \"0.0.0.0:8443\" {\n $HTTP[\"host\"] == \"a\" {\n"
+         "  ssl.engine = \"enable\"\n }\n}\n",
+         8443},
+        {"TLS everywhere on server.port", "server.port = 8443\nssl.engine = \"enable\"\n", 8443},
+        {"TLS everywhere, no port", "ssl.engine = \"enable\" # on\n", 443},
+        {"TLS only in a comment", "server.port = 80\n# ssl.engine = \"enable\"\n", std::nullopt},
+        {"TLS switched off", "$SERVER[\"socket\"] == \":443\" {\n ssl.engine = \"disable\"\n}\n",
+         std::nullopt},
+        {"a setting of another block",
+         "$HTTP[\"url\"] == \"/x\" {\n ssl.engine = \"enable\"\n}\nserver.port = 80\n",
+         std::nullopt},
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(WebTlsPort(row.config), row.port);
+    }
+}
+
+X509Owner Cert(const bmctest::CertRecipe &recipe) {
+    const std::string pem = bmctest::MakeCertPem(recipe);
+    const BioOwner bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
+    return X509Owner(PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr));
+}
+
+TEST(CertFindings, KeySignatureAndNames) {
+    using bmctest::KeyKind;
+    constexpr auto kOk = Severity::kOk;
+    constexpr auto kWarn = Severity::kWarning;
+    struct Row {
+        const char *name;
+        KeyKind key;
+        const char *digest;
+        const char *commonName; // none when empty
+        const char *altNames;
+        Severity keyFinding, signature, names;
+    };
+    const Row rows[] = {
+        {"sound", KeyKind::Rsa2048, "SHA256", "bmc.test", "DNS:other,DNS:BMC.test", kOk, kOk, kOk},
+        {"1024-bit RSA", KeyKind::Rsa1024, "SHA256", "bmc.test", "DNS:bmc.test", kWarn, kOk, kOk},
+        {"256-bit EC", KeyKind::Ec256, "SHA256", "bmc.test", "DNS:bmc.test", kOk, kOk, kOk},
+        {"SHA-1", KeyKind::Rsa2048, "SHA1", "bmc.test", "DNS:bmc.test", kOk, kWarn, kOk},
+        {"MD5", KeyKind::Rsa2048, "MD5", "bmc.test", "DNS:bmc.test", kOk, Severity::kFault, kOk},
+        {"names without the common name", KeyKind::Rsa2048, "SHA256", "bmc.test",
+         "DNS:bmc.local,IP:127.0.0.1", kOk, kOk, kWarn},
+        {"an address listed as an address", KeyKind::Rsa2048, "SHA256", "10.0.0.1", "IP:10.0.0.1",
+         kOk, kOk, kOk},
+        {"an address listed as another", KeyKind::Rsa2048, "SHA256", "10.0.0.1",
+         "IP:10.0.0.10,DNS:10.0.0.1x", kOk, kOk, kWarn},
+        {"no alternative names", KeyKind::Rsa2048, "SHA256", "bmc.test", "", kOk, kOk, kWarn},
+        {"no common name", KeyKind::Rsa2048, "SHA256", "", "DNS:bmc.test", kOk, kOk, kOk},
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.name);
+        bmctest::CertRecipe recipe;
+        recipe.key = row.key;
+        recipe.digest = row.digest;
+        recipe.subject = {{"O", "Test Works"}};
+        if (*row.commonName != '\0') recipe.subject.emplace_back("CN", row.commonName);
+        recipe.subjectAltName = row.altNames;
+        const X509Owner cert = Cert(recipe);
+        ASSERT_TRUE(cert);
+        EXPECT_EQ(KeyStrengthFinding(cert.get()).severity, row.keyFinding);
+        EXPECT_EQ(SignatureFinding(cert.get()).severity, row.signature);
+        EXPECT_EQ(NamesFinding(cert.get()).severity, row.names);
+    }
+    bmctest::CertRecipe recipe;
+    recipe.subjectAltName = "DNS:bmc.local";
+    EXPECT_EQ(NamesFinding(Cert(recipe).get()).text,
+              "clients check the alternative names, which do not list the common name bmc.test");
+    recipe.key = KeyKind::Rsa1024;
+    EXPECT_EQ(KeyStrengthFinding(Cert(recipe).get()).text,
+              "RSA key of 1024 bits: TLS stacks at security level 2 refuse RSA keys under 2048 "
+              "bits");
+}
+
+TEST(CertFindings, ValidityAgainstNow) {
+    constexpr int64_t kDay = 86400;
+    struct Row {
+        const char *name;
+        int64_t notBefore, notAfter; // from now
+        Severity severity;
+        const char *text; // what the text holds
+    };
+    const Row rows[] = {
+        {"a year left", -kDay, 365 * kDay + 3600, Severity::kOk, "expires in 365 days ("},
+        {"30 days left", -kDay, 30 * kDay + 3600, Severity::kOk, "expires in 30 days"},
+        {"29 days left", -kDay, 29 * kDay + 3600, Severity::kWarning, "in 29 days"},
+        {"an hour left", -kDay, 3600, Severity::kWarning, "expires in 0 days"},
+        {"expired a minute ago", -kDay, -60, Severity::kFault, "expired today"},
+        {"expired 3 days ago", -10 * kDay, -3 * kDay - 60, Severity::kFault, "expired 3 days ago"},
+        {"not yet valid", kDay, 365 * kDay, Severity::kFault, "not valid before"},
+    };
+    const int64_t now = std::time(nullptr);
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.name);
+        bmctest::CertRecipe recipe;
+        recipe.notBefore = now + row.notBefore;
+        recipe.notAfter = now + row.notAfter;
+        const Finding finding = ValidityFinding("/conf/certs/root/a.pem", Cert(recipe).get());
+        EXPECT_EQ(finding.severity, row.severity);
+        EXPECT_EQ(finding.subject, "/conf/certs/root/a.pem");
+        EXPECT_EQ(finding.text.rfind("serial 0A1B: ", 0), 0u) << finding.text;
+        EXPECT_NE(finding.text.find(row.text), std::string::npos) << finding.text;
+    }
+}
+
+TEST(CheckOutput, OneLinePerFindingAndJsonThatCountsOnlyFaults) {
+    const std::vector<Finding> findings = {
+        {Severity::kOk, "tunnel", "serves it"},
+        {Severity::kWarning, "names", "CN \x1b[2J"},
+        {Severity::kFault, "web server", "refused"},
+    };
+    EXPECT_EQ(FormatFindingsText(findings), "ok      tunnel: serves it\n"
+                                            "warning names: CN \\x1B[2J\n"
+                                            "fault   web server: refused\n"
+                                            "1 fault, 1 warning\n");
+    EXPECT_EQ(FormatFindingsJson(findings),
+              R"({"ok":false,"findings":[{"severity":"ok","subject":"tunnel","text":"serves it"},)"
+              R"({"severity":"warning","subject":"names","text":"CN \u001b[2J"},)"
+              R"({"severity":"fault","subject":"web server","text":"refused"}]})"
+              "\n");
+    const std::vector<Finding> warned(findings.begin(), findings.begin() + 2);
+    EXPECT_EQ(FormatFindingsJson(warned).rfind(R"({"ok":true,)", 0), 0u);
+    EXPECT_EQ(FormatFindingsText({findings[0]}), "ok      tunnel: serves it\nnothing wrong\n");
+}
+
+} // namespace
+} // namespace bmccert::cli

@@ -1,0 +1,28 @@
+// The health check's findings and their two renderings.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace bmccert::cli {
+
+enum class Severity { kOk, kWarning, kFault };
+
+struct Finding {
+    Severity severity;
+    std::string subject; // what it is about: "tunnel", "key", a file path
+    std::string text;
+};
+
+[[nodiscard]] std::string_view SeverityName(Severity severity);
+[[nodiscard]] bool HasFault(const std::vector<Finding> &findings);
+
+// One line per finding ("fault   tunnel: ..."), control bytes escaped,
+// then a line that counts the faults and warnings.
+[[nodiscard]] std::string FormatFindingsText(const std::vector<Finding> &findings);
+// {"ok":BOOL,"findings":[{"severity":..,"subject":..,"text":..},...]} and
+// a newline; ok is false when a finding is a fault.
+[[nodiscard]] std::string FormatFindingsJson(const std::vector<Finding> &findings);
+
+} // namespace bmccert::cli

@@ -1,0 +1,106 @@
+#include "tls_probe.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <openssl/err.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+
+#include "frame/unique_fd.h"
+
+namespace bmccert::cli {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+ProbeResult Failed(std::string reason, bool refused = false) {
+    return {X509Owner(), refused, std::move(reason)};
+}
+
+// Waits until fd is ready for events or the deadline passes.
+bool WaitFor(int fd, short events, Clock::time_point deadline) {
+    for (;;) {
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+        if (left.count() <= 0) return false;
+        pollfd entry{fd, events, 0};
+        const int ready = ::poll(&entry, 1, static_cast<int>(left.count()));
+        if (ready > 0) return true;
+        if (ready == 0 || errno != EINTR) return false;
+    }
+}
+
+std::string OpenSslReason() {
+    const unsigned long error = ERR_peek_last_error();
+    ERR_clear_error();
+    if (error == 0) return "the server closed the connection";
+    char text[256];
+    ERR_error_string_n(error, text, sizeof text);
+    return text;
+}
+
+std::string TimeoutText(std::chrono::milliseconds timeout) {
+    return "no answer within " + std::to_string(timeout.count()) + " ms";
+}
+
+} // namespace
+
+ProbeResult ProbeServedCertificate(int port, std::chrono::milliseconds timeout) {
+    (void)std::signal(SIGPIPE, SIG_IGN);
+    const Clock::time_point deadline = Clock::now() + timeout;
+    const UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    if (!fd.Valid()) return Failed(std::string("no socket: ") + std::strerror(errno));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (::connect(fd.Get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
+        if (errno == ECONNREFUSED) return Failed("connection refused", true);
+        if (errno != EINPROGRESS) return Failed(std::strerror(errno));
+        if (!WaitFor(fd.Get(), POLLOUT, deadline)) return Failed(TimeoutText(timeout));
+        int error = 0;
+        socklen_t length = sizeof error;
+        if (::getsockopt(fd.Get(), SOL_SOCKET, SO_ERROR, &error, &length) != 0) error = errno;
+        if (error == ECONNREFUSED) return Failed("connection refused", true);
+        if (error != 0) return Failed(std::strerror(error));
+    }
+
+    ERR_clear_error();
+    const SslCtxOwner context(SSL_CTX_new(TLS_client_method()));
+    if (!context) return Failed("no TLS context: " + OpenSslReason());
+    // The served certificate is compared, not trusted: a weak key or
+    // signature must still be seen, so that the check can name it.
+    SSL_CTX_set_security_level(context.get(), 0);
+    const SslOwner ssl(SSL_new(context.get()));
+    if (!ssl || SSL_set_fd(ssl.get(), fd.Get()) != 1)
+        return Failed("no TLS client: " + OpenSslReason());
+    for (;;) {
+        const int done = SSL_connect(ssl.get());
+        if (done == 1) break;
+        const int error = SSL_get_error(ssl.get(), done);
+        short events = 0;
+        if (error == SSL_ERROR_WANT_READ)
+            events = POLLIN;
+        else if (error == SSL_ERROR_WANT_WRITE)
+            events = POLLOUT;
+        else
+            return Failed("TLS handshake failed: " + OpenSslReason());
+        if (!WaitFor(fd.Get(), events, deadline)) return Failed(TimeoutText(timeout));
+    }
+    // The client side's chain starts with the server's own certificate.
+    STACK_OF(X509) *chain = SSL_get_peer_cert_chain(ssl.get());
+    X509 *leaf = chain != nullptr && sk_X509_num(chain) > 0 ? sk_X509_value(chain, 0) : nullptr;
+    if (leaf == nullptr) return Failed("the server sent no certificate");
+    X509_up_ref(leaf);
+    (void)SSL_shutdown(ssl.get()); // a close_notify, not waited for
+    ERR_clear_error();
+    return {X509Owner(leaf), false, {}};
+}
+
+} // namespace bmccert::cli
