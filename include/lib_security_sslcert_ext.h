@@ -19,6 +19,249 @@ extern "C" {
 /* An interrupted installation could not be completed; it stays recorded and
  * the next installation or call tries again. */
 #define SSLCERT_EXT_ERR_INSTALL_PENDING 0x8A000001u
+/* A signing request or a self-signed generation refused before anything is
+ * written or started (a diagnostic names the field): */
+#define SSLCERT_EXT_ERR_BAD_SUBJECT     0x8A000002u /* a name field (see below) */
+#define SSLCERT_EXT_ERR_BAD_ALT_NAME    0x8A000003u /* an alternative name, or their count */
+#define SSLCERT_EXT_ERR_BAD_KEY_TYPE    0x8A000004u /* algorithm, bit length or curve */
+#define SSLCERT_EXT_ERR_KEY_GENERATION  0x8A000005u /* OpenSSL could not make the key or request */
+#define SSLCERT_EXT_ERR_BUFFER_SMALL    0x8A000006u /* the PEM does not fit the caller's buffer */
+#define SSLCERT_EXT_ERR_NO_PENDING_KEY  0x8A000007u /* no signing request is pending */
+#define SSLCERT_EXT_ERR_PENDING_WRITE   0x8A000008u /* the pending key could not be stored */
+/* A signed certificate refused (the previous certificate stays in force and
+ * the pending key stays for another try): */
+#define SSLCERT_EXT_ERR_SIGNED_FETCH    0x8A000010u /* the file transfer failed */
+#define SSLCERT_EXT_ERR_SIGNED_TOO_BIG  0x8A000011u /* more than 64 KiB */
+#define SSLCERT_EXT_ERR_SIGNED_NOT_PEM  0x8A000012u /* not PEM certificates, or cut short */
+#define SSLCERT_EXT_ERR_CHAIN_TOO_LONG  0x8A000013u /* more than 8 certificates */
+#define SSLCERT_EXT_ERR_KEY_MISMATCH    0x8A000014u /* the leaf is not for the pending key */
+#define SSLCERT_EXT_ERR_NOT_SERVER_CERT 0x8A000015u /* the leaf may not serve TLS servers */
+#define SSLCERT_EXT_ERR_NOT_VALID_NOW   0x8A000016u /* the leaf has expired or is not yet valid */
+#define SSLCERT_EXT_ERR_WEAK_SIGNATURE  0x8A000017u /* the leaf is signed with MD5 or SHA-1 */
+#define SSLCERT_EXT_ERR_CHAIN_ORDER     0x8A000018u /* a certificate did not issue the one before */
+#define SSLCERT_EXT_ERR_CHAIN_NOT_CA    0x8A000019u /* a certificate after the leaf is not a CA */
+/* The management entries' own failures: */
+#define SSLCERT_EXT_ERR_TASK            0x8A000020u /* the task or its thread could not start */
+#define SSLCERT_EXT_ERR_INSTALL         0x8A000021u /* installation failed: nothing changed */
+#define SSLCERT_EXT_ERR_RESTART         0x8A000022u /* installed, but the tunnel did not restart */
+
+/* ---- Limits and key types ------------------------------------------------ */
+#define SSLCERT_EXT_MAX_ALT_NAMES     16u
+#define SSLCERT_EXT_ALT_NAME_SIZE     256u   /* 253 characters and the terminator */
+#define SSLCERT_EXT_SIGNED_MAX_BYTES  65536u /* a signed certificate with its chain */
+#define SSLCERT_EXT_SIGNED_MAX_CERTS  8u
+#define SSLCERT_EXT_CSR_PEM_SIZE      12288u /* always enough for a request's PEM */
+
+#define SSLCERT_EXT_KEY_RSA 1u
+#define SSLCERT_EXT_KEY_EC  2u
+#define SSLCERT_EXT_CURVE_NONE 0u
+#define SSLCERT_EXT_CURVE_P256 1u /* prime256v1, secp256r1 */
+#define SSLCERT_EXT_CURVE_P384 2u /* secp384r1 */
+
+#define SSLCERT_EXT_ALT_NAME_DNS 1u /* a host name */
+#define SSLCERT_EXT_ALT_NAME_IP  2u /* an IPv4 or IPv6 address in text form */
+
+/* ---- Records --------------------------------------------------------------- */
+
+/* One subject alternative name. */
+typedef struct SSLCertAltName_s {
+    uint32_t uiType;                          /* SSLCERT_EXT_ALT_NAME_DNS or _IP */
+    char szName[SSLCERT_EXT_ALT_NAME_SIZE];
+} SSLCertAltName;
+BMCCERT_LAYOUT_ASSERT(AltName_size, sizeof(SSLCertAltName) == 260);
+BMCCERT_LAYOUT_ASSERT(AltName_name, offsetof(SSLCertAltName, szName) == 4);
+
+/*
+ * A certificate request: what a management front end maps from a standard
+ * GenerateCSR action (common name, organisation, unit, city, state,
+ * country, e-mail, alternative names, key pair algorithm, key bit length,
+ * curve), for a signing request or a self-signed certificate.
+ *
+ * The seven texts follow the rules of a generation request, field by field
+ * (SECURITY_SSL_GenSSLCert_Check in lib_security_sslcert.h): all seven are
+ * mandatory and each ends inside its field. A refused text gives
+ * SSLCERT_EXT_ERR_BAD_SUBJECT with that function's diagnostic naming it.
+ *
+ * The key (SSLCERT_EXT_ERR_BAD_KEY_TYPE for anything else):
+ *  - uiKeyAlgorithm SSLCERT_EXT_KEY_RSA: uiKeyBitLength 2048, 3072 or 4096,
+ *    uiKeyCurve SSLCERT_EXT_CURVE_NONE;
+ *  - uiKeyAlgorithm SSLCERT_EXT_KEY_EC: uiKeyCurve SSLCERT_EXT_CURVE_P256
+ *    or _P384, uiKeyBitLength 0 or the curve's size (256 or 384).
+ *
+ * uiAltNameCount (0 to 16) entries of astAltNames are read, each ending
+ * inside its field (SSLCERT_EXT_ERR_BAD_ALT_NAME, the diagnostic names the
+ * entry and the reason):
+ *  - SSLCERT_EXT_ALT_NAME_DNS: a host name of at most 253 characters, dot
+ *    separated labels of 1 to 63 ASCII letters, digits and '-', a label
+ *    neither starting nor ending with '-'; a leading "*." label (a wildcard)
+ *    is allowed. Case is kept.
+ *  - SSLCERT_EXT_ALT_NAME_IP: an IPv4 address in dotted decimal or an IPv6
+ *    address in any form inet_pton accepts.
+ * The common name is not added as a name by itself: list it when clients
+ * should reach the controller by it.
+ *
+ * uiValidDays (1 to 5475, as a generation request) is read only by the
+ * self-signed generation; a signing request leaves the validity to the CA.
+ */
+typedef struct SSLCertRequest_s {
+    char szCommonName[65];
+    char szOrganisation[65];
+    char szOrganisationUnit[65];
+    char szLocalityName[129];
+    char szStateName[129];
+    char szCountryCode[3];
+    char szEmailAddress[129];
+    uint8_t aucReserved[3];                   /* zero */
+    uint32_t uiKeyAlgorithm;
+    uint32_t uiKeyBitLength;
+    uint32_t uiKeyCurve;
+    uint32_t uiValidDays;
+    uint32_t uiAltNameCount;
+    SSLCertAltName astAltNames[SSLCERT_EXT_MAX_ALT_NAMES];
+} SSLCertRequest;
+BMCCERT_LAYOUT_ASSERT(Request_size, sizeof(SSLCertRequest) == 4768);
+BMCCERT_LAYOUT_ASSERT(Request_o, offsetof(SSLCertRequest, szOrganisation) == 65);
+BMCCERT_LAYOUT_ASSERT(Request_ou, offsetof(SSLCertRequest, szOrganisationUnit) == 130);
+BMCCERT_LAYOUT_ASSERT(Request_l, offsetof(SSLCertRequest, szLocalityName) == 195);
+BMCCERT_LAYOUT_ASSERT(Request_st, offsetof(SSLCertRequest, szStateName) == 324);
+BMCCERT_LAYOUT_ASSERT(Request_c, offsetof(SSLCertRequest, szCountryCode) == 453);
+BMCCERT_LAYOUT_ASSERT(Request_email, offsetof(SSLCertRequest, szEmailAddress) == 456);
+BMCCERT_LAYOUT_ASSERT(Request_alg, offsetof(SSLCertRequest, uiKeyAlgorithm) == 588);
+BMCCERT_LAYOUT_ASSERT(Request_bits, offsetof(SSLCertRequest, uiKeyBitLength) == 592);
+BMCCERT_LAYOUT_ASSERT(Request_curve, offsetof(SSLCertRequest, uiKeyCurve) == 596);
+BMCCERT_LAYOUT_ASSERT(Request_days, offsetof(SSLCertRequest, uiValidDays) == 600);
+BMCCERT_LAYOUT_ASSERT(Request_count, offsetof(SSLCertRequest, uiAltNameCount) == 604);
+BMCCERT_LAYOUT_ASSERT(Request_names, offsetof(SSLCertRequest, astAltNames) == 608);
+
+/* Import request of a signed certificate uploaded as a file: its origin for
+ * the operation log and the uploaded file, fetched through the platform's
+ * file transfer as an upload is (UploadParam). */
+typedef struct SignedCertUpload_s {
+    struct LogOrigin_s LogOrigin;
+    char CertSrcPath[SSLCERT_UPLOAD_PATH_SIZE];
+    uint8_t aucReserved[3];                   /* zero */
+} SignedCertUpload;
+BMCCERT_LAYOUT_ASSERT(SignedUpload_size, sizeof(SignedCertUpload) == 1112);
+BMCCERT_LAYOUT_ASSERT(SignedUpload_path, offsetof(SignedCertUpload, CertSrcPath) == 84);
+
+
+
+/* ---- Keys born on the controller and signing requests ------------------- */
+/*
+ * Checks the request (see SSLCertRequest), makes a new key pair with
+ * OpenSSL inside the process, and a signing request for it: the subject's
+ * seven attributes, the alternative names, key usage (digital signature,
+ * and key encipherment for RSA) and the serverAuth extended key usage,
+ * signed with SHA-256 (SHA-384 for P-384). The key becomes the pending key,
+ * replacing any earlier one: stored with the request, mode 0600, in
+ * /conf/certs/server/pending/csr.pem by a rename after the data reached the
+ * disk, so that a restart or a power cut leaves the previous pending key or
+ * the new one. The request's PEM is copied into pcCsrPem (uiCsrPemSize
+ * bytes, terminator included; SSLCERT_EXT_CSR_PEM_SIZE is always enough).
+ *
+ * Results: 0; SSLCERT_EXT_ERR_BAD_SUBJECT, _BAD_ALT_NAME, _BAD_KEY_TYPE
+ * (nothing made); SSLCERT_EXT_ERR_KEY_GENERATION; SSLCERT_EXT_ERR_BUFFER_SMALL
+ * and SSLCERT_EXT_ERR_PENDING_WRITE (the earlier pending key stays);
+ * SSLCERT_ERR_NULL_POINTER. The certificate in force never changes. Waits
+ * for a running installation; starts no process. An RSA 4096 key takes
+ * seconds on a controller, an EC key milliseconds.
+ */
+BMCCERT_API uint32_t LIB_SECURITY_SSL_GenerateCSR(const SSLCertRequest *pstRequest,
+                                                  char *pcCsrPem, uint32_t uiCsrPemSize);
+
+/*
+ * Tells whether a signing request is pending. Fills pstRequest from the
+ * pending request: the seven texts (absent attributes empty), the key's
+ * algorithm, bit length and curve, and the alternative names;
+ * uiValidDays 0. When pcCsrPem is not NULL the request's PEM is copied into
+ * it as LIB_SECURITY_SSL_GenerateCSR does.
+ *
+ * Results: 0 (a request is pending); SSLCERT_EXT_ERR_NO_PENDING_KEY (none,
+ * pstRequest zeroed); SSLCERT_EXT_ERR_BUFFER_SMALL; SSLCERT_ERR_NULL_POINTER
+ * (pstRequest). Reads one file; no process.
+ */
+BMCCERT_API uint32_t LIB_SECURITY_SSL_GetPendingCSR(SSLCertRequest *pstRequest, char *pcCsrPem,
+                                                    uint32_t uiCsrPemSize);
+
+/*
+ * Checks a CA's answer to the pending request, without installing it:
+ * pcPem (uiPemLength bytes, no terminator needed) is a PEM certificate,
+ * optionally followed by its chain, leaf first. In this order:
+ *  - at most SSLCERT_EXT_SIGNED_MAX_BYTES bytes (SSLCERT_EXT_ERR_SIGNED_TOO_BIG);
+ *  - only PEM certificates, each whole, at least one
+ *    (SSLCERT_EXT_ERR_SIGNED_NOT_PEM), at most 8 (SSLCERT_EXT_ERR_CHAIN_TOO_LONG);
+ *  - each certificate after the first is the issuer of the one before it
+ *    (names match and its key verifies the signature;
+ *    SSLCERT_EXT_ERR_CHAIN_ORDER) and a CA by its basic constraints
+ *    (SSLCERT_EXT_ERR_CHAIN_NOT_CA), so that a chain in the wrong order is
+ *    told as such;
+ *  - a request is pending (SSLCERT_EXT_ERR_NO_PENDING_KEY) and the first
+ *    certificate, the leaf, carries its public key
+ *    (SSLCERT_EXT_ERR_KEY_MISMATCH, a key of another type included);
+ *  - the leaf may serve TLS servers, as the upload's check of the
+ *    SSL-server purpose (SSLCERT_EXT_ERR_NOT_SERVER_CERT);
+ *  - the leaf is valid now (SSLCERT_EXT_ERR_NOT_VALID_NOW);
+ *  - the leaf is not signed with MD5 or SHA-1 (SSLCERT_EXT_ERR_WEAK_SIGNATURE).
+ * The chain need not reach a root; trust is the clients' to decide.
+ * Results: 0 or the first failed check's code, with a diagnostic;
+ * SSLCERT_ERR_NULL_POINTER. No file written, no process.
+ */
+BMCCERT_API uint32_t LIB_SECURITY_SSL_CheckSignedCert(const char *pcPem, uint32_t uiPemLength);
+
+/*
+ * The management entries that put the CA's answer in service: the first
+ * fetches the uploaded file through the platform's file transfer
+ * (SSLCERT_EXT_ERR_SIGNED_FETCH when that fails), the second takes the PEM
+ * text itself. Both check it as LIB_SECURITY_SSL_CheckSignedCert does and
+ * return its code at once when it is refused, with the operation-log entry
+ * "Failed to install the signed SSL certificate." (class
+ * SSLCERT_OPERATE_LOG_CLASS) and nothing started.
+ *
+ * An accepted answer is installed by a task of the controller's task
+ * service, as an upload's import is: pstTask is filled and the call returns
+ * 0 at once; its thread installs the leaf with its chain after it as the
+ * user certificate with the pending key (SECURITY_SSL_UpdateSSLCert: the
+ * chain follows the leaf in actualcert.pem and in server.pem), consumes the
+ * pending key, restarts stunnel.service, reports the task (state 2, or 4
+ * with "Failed to install the signed SSL certificate"), writes the
+ * operation log ("Installed the signed SSL certificate successfully." or
+ * the failure text) and restarts lighttpd.service 2 seconds later. A
+ * failed installation leaves the previous certificate in force and the
+ * pending key in place; a failed tunnel restart leaves the new certificate
+ * installed.
+ *
+ * Results: 0; a check's code; SSLCERT_EXT_ERR_TASK (the task service or
+ * the thread refused; nothing installed); SSLCERT_ERR_NULL_POINTER. The
+ * process must outlive the thread.
+ */
+BMCCERT_API uint32_t LIB_SECURITY_SSL_ImportSignedCert(const SignedCertUpload *pstUpload,
+                                                       TaskHandle *pstTask);
+BMCCERT_API uint32_t LIB_SECURITY_SSL_ImportSignedCertPem(const LogOrigin *pstLogOrigin,
+                                                          const char *pcPem,
+                                                          uint32_t uiPemLength,
+                                                          TaskHandle *pstTask);
+
+/*
+ * Generate and restart with a request: a new key of the request's type and
+ * a self-signed certificate for its subject and alternative names (not the
+ * extension file's), valid uiValidDays days from now, serial random,
+ * SHA-256 (SHA-384 for P-384), basic constraints CA:FALSE, key usage and
+ * serverAuth as a signing request asks. Installed as the user certificate
+ * (SECURITY_SSL_UpdateSSLCert), then stunnel.service restarted (waiting
+ * for systemctl) and lighttpd.service 2 seconds later in the background,
+ * and pstOperateLog filled as LIB_SECURITY_GenAndRestartService fills it.
+ * The pending key, if any, stays pending.
+ *
+ * Results: 0; the request's codes (nothing made); SSLCERT_EXT_ERR_BAD_SUBJECT
+ * also for uiValidDays outside 1..5475; SSLCERT_EXT_ERR_KEY_GENERATION;
+ * SSLCERT_EXT_ERR_INSTALL (the installation failed: the previous
+ * certificate stays in force); SSLCERT_EXT_ERR_RESTART (the new certificate
+ * is installed and in force, but the tunnel did not restart: it serves the
+ * previous one until it does); SSLCERT_ERR_NULL_POINTER. Starts
+ * systemctl and a background shell; no openssl tool.
+ */
+BMCCERT_API uint32_t LIB_SECURITY_SSL_GenSelfSignedAndRestart(const SSLCertRequest *pstRequest,
+                                                              OperateDesc *pstOperateLog);
 
 /* ---- Installation that survives a power cut ----------------------------- */
 /*
