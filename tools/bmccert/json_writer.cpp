@@ -85,34 +85,55 @@ void AppendJsonString(std::string &out, std::string_view text) {
     out += '"';
 }
 
+void JsonWriter::BeforeValue() {
+    if (open_.empty() || !open_.back().array) return;
+    if (open_.back().written) out_ += ',';
+    open_.back().written = true;
+}
+
 void JsonWriter::BeginObject() {
+    BeforeValue();
     out_ += '{';
-    memberWritten_.push_back(false);
+    open_.push_back({false, false});
 }
 
 void JsonWriter::EndObject() {
     out_ += '}';
-    if (!memberWritten_.empty()) memberWritten_.pop_back();
+    if (!open_.empty()) open_.pop_back();
+}
+
+void JsonWriter::BeginArray() {
+    BeforeValue();
+    out_ += '[';
+    open_.push_back({true, false});
+}
+
+void JsonWriter::EndArray() {
+    out_ += ']';
+    if (!open_.empty()) open_.pop_back();
 }
 
 void JsonWriter::Key(std::string_view name) {
-    if (!memberWritten_.empty()) {
-        if (memberWritten_.back()) out_ += ',';
-        memberWritten_.back() = true;
+    if (!open_.empty()) {
+        if (open_.back().written) out_ += ',';
+        open_.back().written = true;
     }
     AppendJsonString(out_, name);
     out_ += ':';
 }
 
 void JsonWriter::String(std::string_view text) {
+    BeforeValue();
     AppendJsonString(out_, text);
 }
 
 void JsonWriter::Int(int64_t value) {
+    BeforeValue();
     out_ += std::to_string(value);
 }
 
 void JsonWriter::Uint(uint64_t value) {
+    BeforeValue();
     out_ += std::to_string(value);
 }
 

@@ -22,6 +22,10 @@ class JsonWriter {
   public:
     void BeginObject();
     void EndObject();
+    // An array as the next value; its elements are the values written
+    // until EndArray.
+    void BeginArray();
+    void EndArray();
     // The name of the next member of the object being written; its value
     // follows as the next call.
     void Key(std::string_view name);
@@ -37,8 +41,15 @@ class JsonWriter {
     [[nodiscard]] const std::string &Text() const { return out_; }
 
   private:
+    struct Open {
+        bool array;   // an array, else an object
+        bool written; // a member or element came before
+    };
+    // Before a value: the comma that separates it from an earlier element.
+    void BeforeValue();
+
     std::string out_;
-    std::vector<bool> memberWritten_; // per open object: a member came before
+    std::vector<Open> open_;
 };
 
 } // namespace bmccert::cli
