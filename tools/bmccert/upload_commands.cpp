@@ -18,32 +18,11 @@
 #include "frame/field_text.h"
 
 namespace bmccert::cli {
-namespace {
-
-constexpr auto kPollInterval = std::chrono::milliseconds(50);
-constexpr uint8_t kTaskStateDone = 2;
-
-} // namespace
 
 std::string LoginName() {
     const passwd *entry = getpwuid(getuid());
     return entry != nullptr ? entry->pw_name : "unknown";
 }
-
-namespace {
-
-UploadParam MakeRequest(const std::string &certPath, const std::string &keyPath) {
-    UploadParam request{};
-    (void)BMC_Strlcpy(request.LogOrigin.szUserName, LoginName().c_str(),
-                      sizeof request.LogOrigin.szUserName);
-    (void)BMC_Strlcpy(request.LogOrigin.szClientAddr, "localhost",
-                      sizeof request.LogOrigin.szClientAddr);
-    (void)BMC_Strlcpy(request.CertSrcPath, certPath.c_str(), sizeof request.CertSrcPath);
-    (void)BMC_Strlcpy(request.PrivkeySrcPath, keyPath.c_str(), sizeof request.PrivkeySrcPath);
-    return request;
-}
-
-} // namespace
 
 // An import thread is detached and nobody can join it; the process must
 // still not end while it works (its last act, the web server's restart,
@@ -57,6 +36,20 @@ std::set<std::string> ThreadIds() {
 }
 
 namespace {
+
+constexpr auto kPollInterval = std::chrono::milliseconds(50);
+constexpr uint8_t kTaskStateDone = 2;
+
+UploadParam MakeRequest(const std::string &certPath, const std::string &keyPath) {
+    UploadParam request{};
+    (void)BMC_Strlcpy(request.LogOrigin.szUserName, LoginName().c_str(),
+                      sizeof request.LogOrigin.szUserName);
+    (void)BMC_Strlcpy(request.LogOrigin.szClientAddr, "localhost",
+                      sizeof request.LogOrigin.szClientAddr);
+    (void)BMC_Strlcpy(request.CertSrcPath, certPath.c_str(), sizeof request.CertSrcPath);
+    (void)BMC_Strlcpy(request.PrivkeySrcPath, keyPath.c_str(), sizeof request.PrivkeySrcPath);
+    return request;
+}
 
 bool ThreadStartedSince(const std::set<std::string> &before) {
     for (const std::string &id : ThreadIds())
