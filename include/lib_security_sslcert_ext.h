@@ -222,8 +222,10 @@ BMCCERT_API uint32_t LIB_SECURITY_SSL_CheckSignedCert(const char *pcPem, uint32_
  * 0 at once; its thread installs the leaf with its chain after it as the
  * user certificate with the pending key (SECURITY_SSL_UpdateSSLCert: the
  * chain follows the leaf in actualcert.pem and in server.pem), consumes the
- * pending key, restarts stunnel.service, reports the task (state 2, or 4
- * with "Failed to install the signed SSL certificate"), writes the
+ * pending key, restarts stunnel.service, reports the task (state 2 with
+ * "Signed Server Cert installed"; state 4 with "Failed to install Server
+ * Cert", or "Installed, tunnel not restarted" when only the tunnel's
+ * restart failed), writes the
  * operation log ("Installed the signed SSL certificate successfully." or
  * the failure text) and restarts lighttpd.service 2 seconds later. A
  * failed installation leaves the previous certificate in force and the

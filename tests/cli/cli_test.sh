@@ -159,7 +159,7 @@ check "an answer for another key" \
 run "$tool" install-signed "$work/leaf.pem"
 expect "install-signed follows its task" matches "$status/$out" \
     $'^0/task ([0-9]+): registered\ntask [0-9]+: finished, 100%: [^\n]+\noperation log: Installed the signed SSL certificate successfully\\. \\(result kind [0-9]+, user [^ ]+ from localhost\\)$'
-expect "the answer is in force" is "$(openssl x509 -noout -serial -in /conf/certs/server/user/actualcert.pem)" "serial=5A"
+expect "the answer is in force" is "$(openssl x509 -noout -serial -in /conf/certs/server/user/actualcert.pem 2>&1)" "serial=5A"
 check "its key is no longer pending" \
     "1//bmccert: no pending signing request: no signing request is pending: 0x8A000007" "$tool" csr --show
 check "a missing answer" \
@@ -169,7 +169,7 @@ check "a missing answer" \
 run "$tool" generate "${request[@]}" --key p256 --dns bmc-7.example.org --days 30 --json
 expect "generate with names" is "$status/$(json_get result)" "0/0"
 expect "... makes a certificate of that key with its names" \
-    matches "$(openssl x509 -noout -text -in /conf/certs/server/user/actualcert.pem)" 'prime256v1.*DNS:bmc-7\.example\.org'
+    matches "$(openssl x509 -noout -text -in /conf/certs/server/user/actualcert.pem 2>&1)" 'prime256v1.*DNS:bmc-7\.example\.org'
 run "$tool" generate "${request[@]}" --key p256 --key-length 2048
 expect "--key excludes --key-length" is "$status/$out" "2/"
 run "$tool" generate "${request[@]}" --ip 127.0.0.1 --key-length 1024
