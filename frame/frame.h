@@ -13,6 +13,7 @@
 #include <memory>
 
 #include <openssl/bio.h>
+#include <openssl/bn.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/ssl.h>
@@ -47,6 +48,11 @@ BMCCERT_OPENSSL_DELETER(X509, X509_free);
 BMCCERT_OPENSSL_DELETER(EVP_PKEY, EVP_PKEY_free);
 BMCCERT_OPENSSL_DELETER(BIO, BIO_free);
 BMCCERT_OPENSSL_DELETER(SSL_CTX, SSL_CTX_free);
+BMCCERT_OPENSSL_DELETER(EVP_PKEY_CTX, EVP_PKEY_CTX_free);
+BMCCERT_OPENSSL_DELETER(X509_REQ, X509_REQ_free);
+BMCCERT_OPENSSL_DELETER(X509_NAME, X509_NAME_free);
+BMCCERT_OPENSSL_DELETER(X509_EXTENSION, X509_EXTENSION_free);
+BMCCERT_OPENSSL_DELETER(BIGNUM, BN_free);
 #undef BMCCERT_OPENSSL_DELETER
 template <typename T> using UniquePtr = std::unique_ptr<T, OpenSslDeleter<T>>;
 

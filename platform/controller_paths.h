@@ -18,6 +18,9 @@ inline constexpr const char *kUploadCertPath = "/var/certs/actualcert.pem";
 inline constexpr const char *kUploadKeyPath = "/var/certs/actualprivkey.pem";
 inline constexpr const char *kGenCertPath = "/var/certs/TmpCertGen.pem";
 inline constexpr const char *kGenKeyPath = "/var/certs/TmpPrivkeyGen.pem";
+inline constexpr const char *kSignedUploadPath = "/var/certs/SignedUpload.pem";
+inline constexpr const char *kSignedCertPath = "/var/certs/SignedCert.pem";
+inline constexpr const char *kSignedKeyPath = "/var/certs/SignedPrivkey.pem";
 
 // The directories of the installed user pair and of the combined file.
 inline constexpr const char *kUserCertDir = "/conf/certs/server/user";
@@ -26,6 +29,11 @@ inline constexpr const char *kServerCertDir = "/conf/certs/server";
 // system as every file of the installed set, and the journal being written.
 inline constexpr const char *kInstallJournalDir = "/conf/certs/server/.install";
 inline constexpr const char *kInstallStagingDir = "/conf/certs/server/.install.new";
+// The key of a pending signing request, stored with the request, and the
+// file being written before it replaces that one.
+inline constexpr const char *kPendingRequestDir = "/conf/certs/server/pending";
+inline constexpr const char *kPendingRequestPath = "/conf/certs/server/pending/csr.pem";
+inline constexpr const char *kPendingStagingPath = "/conf/certs/server/pending/csr.pem.new";
 // The web server's certificate: the certificate in force followed by its key.
 inline constexpr const char *kCombinedPath = "/conf/certs/server/server.pem";
 // The extensions of a generated certificate.

@@ -86,8 +86,9 @@ TEST_F(ImportTest, TaskRecordsCarryTheirWordsAndCutTexts) {
 // server about two seconds later, on the import thread, which must finish
 // before this process may end.
 TEST_F(ImportTest, EachOutcomeIsReportedOnce) {
-    CertRecipe md5, expired;
+    CertRecipe md5, expired, ec;
     md5.digest = "MD5";
+    ec.key = KeyKind::Ec256;
     expired.notAfter = std::time(nullptr) - 1;
     const std::string cert = MakeCertPem({}), key = KeyPem(KeyKind::Rsa2048);
     const std::string done = "5\t99\tImported SSL certificate successfully.\tadmin\t192.0.2.7\t";
@@ -103,6 +104,8 @@ TEST_F(ImportTest, EachOutcomeIsReportedOnce) {
         // clang-format off
         {"valid pair", cert, key, 2, "Server Cert import successfully", done, "",
          "restart stunnel.service\nrestart lighttpd.service\n", SSL_CERT_TYPE_USER},
+        {"EC pair", MakeCertPem(ec), KeyPem(KeyKind::Ec256), 2, "Server Cert import successfully",
+         done, "", "restart stunnel.service\nrestart lighttpd.service\n", SSL_CERT_TYPE_USER},
         {"MD5", MakeCertPem(md5), key, 4, refused, failed,
          "287\t34\timport_thread.cpp\tSECURITY_SSL_AddQdr\t1f0100220000000000000000", "", kFactory},
         {"expired", MakeCertPem(expired), key, 4, refused, failed, "", "", kFactory},

@@ -25,13 +25,16 @@ void Require(bool ok, const char *what) {
     if (!ok) throw std::runtime_error(std::string("test certificate: ") + what);
 }
 
-KeyPtr LoadKey(KeyKind key) {
-    const std::string pem = KeyPem(key);
+KeyPtr LoadKey(const std::string &pem) {
     BioPtr bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
     Require(bio != nullptr, "key buffer");
     KeyPtr pkey(PEM_read_bio_PrivateKey(bio.get(), nullptr, nullptr, nullptr));
     Require(pkey != nullptr, "key read");
     return pkey;
+}
+
+KeyPtr LoadKey(KeyKind key) {
+    return LoadKey(KeyPem(key));
 }
 
 void AddNames(X509_NAME *name, const NameEntries &entries) {
@@ -131,7 +134,7 @@ std::string EncryptedKeyPem(KeyKind key, KeyEncryption form) {
 
 std::string MakeCertPem(const CertRecipe &recipe) {
     X509Ptr cert(X509_new());
-    KeyPtr key = LoadKey(recipe.key);
+    KeyPtr key = recipe.keyPem.empty() ? LoadKey(recipe.key) : LoadKey(recipe.keyPem);
     Require(cert != nullptr, "new");
     Require(X509_set_version(cert.get(), recipe.rawVersion) == 1, "version");
     Require(ASN1_INTEGER_set(X509_get_serialNumber(cert.get()), recipe.serial) == 1, "serial");
@@ -150,6 +153,12 @@ std::string MakeCertPem(const CertRecipe &recipe) {
         Require(added == 1, "eku add");
     }
     if (!recipe.ocspUrl.empty()) AddOcspUrl(cert.get(), recipe.ocspUrl);
+    if (recipe.ca) {
+        X509_EXTENSION *ca = X509V3_EXT_conf_nid(nullptr, nullptr, NID_basic_constraints,
+                                                 "critical,CA:TRUE");
+        Require(ca != nullptr && X509_add_ext(cert.get(), ca, -1) == 1, "basic constraints");
+        X509_EXTENSION_free(ca);
+    }
     KeyPtr signer = recipe.signer ? LoadKey(*recipe.signer) : nullptr;
     Require(X509_sign(cert.get(), signer ? signer.get() : key.get(),
                       EVP_get_digestbyname(recipe.digest)) > 0,

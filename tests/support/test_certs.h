@@ -30,6 +30,10 @@ struct CertRecipe {
     // Authority information access with this OCSP address, stored byte for
     // byte (hostile addresses included); empty: no extension.
     std::string ocspUrl;
+    // A private key in PEM whose public key the certificate carries instead
+    // of key's (and which signs it when there is no signer).
+    std::string keyPem;
+    bool ca = false; // basic constraints CA:TRUE
 };
 
 inline constexpr uint32_t kKuDigitalSignature = 0x80;

@@ -1,0 +1,97 @@
+// Internal declarations of the certificate requests of the extension:
+// keys born on the controller, signing requests, the pending key, signed
+// answers and self-signed certificates for a request.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string_view>
+#include <vector>
+
+#include <openssl/x509v3.h>
+
+#include "sslcert/sslcert_internal.h"
+
+namespace bmccert::sslcert {
+
+// Checks a request in this order: the seven texts (with the generation
+// request's rules and reports; uiValidDays only for a self-signed
+// certificate), the alternative names, the key type. Returns 0 or the
+// extension's code of the first refusal, after its report.
+[[nodiscard]] uint32_t CheckCertRequest(const SSLCertRequest &request, bool selfSigned);
+
+// The alternative-name rules, on a name's text.
+[[nodiscard]] bool IsHostName(std::string_view name);
+[[nodiscard]] bool IsIpAddress(const char *text);
+
+// A new key pair of the request's (checked) type; null after a report.
+[[nodiscard]] UniquePtr<EVP_PKEY> MakeKeyPair(const SSLCertRequest &request);
+
+// SHA-384 for a P-384 key, SHA-256 for every other.
+[[nodiscard]] const EVP_MD *SigningDigest(const EVP_PKEY *key);
+
+// The request's subject, in the order the openssl tool writes one.
+[[nodiscard]] UniquePtr<X509_NAME> SubjectName(const SSLCertRequest &request);
+
+// The extensions a server certificate asks for: key usage, serverAuth and
+// the alternative names (none when the request lists none). With
+// selfSigned, also CA:FALSE and the subject key identifier of cert. Null
+// after a report.
+struct ExtensionStackFree {
+    void operator()(STACK_OF(X509_EXTENSION) * stack) const noexcept {
+        sk_X509_EXTENSION_pop_free(stack, X509_EXTENSION_free);
+    }
+};
+using ExtensionStack = std::unique_ptr<STACK_OF(X509_EXTENSION), ExtensionStackFree>;
+[[nodiscard]] ExtensionStack ServerExtensions(const SSLCertRequest &request, const EVP_PKEY *key,
+                                              X509 *selfSignedCert);
+
+// PEM text of an object in memory; the holder wipes what it held.
+class PemText {
+  public:
+    PemText();
+    PemText(const PemText &) = delete;
+    PemText &operator=(const PemText &) = delete;
+    ~PemText();
+
+    [[nodiscard]] BIO *bio() const { return bio_.get(); }
+    [[nodiscard]] std::string_view view() const;
+
+  private:
+    UniquePtr<BIO> bio_;
+};
+
+// Copies a text with its terminator into the caller's buffer; false when it
+// does not fit (the buffer is then left empty).
+[[nodiscard]] bool CopyOut(std::string_view text, char *buffer, uint32_t size);
+
+// The pending key and its request, read from their file; empty holders
+// when none is pending or the file is damaged (reported).
+struct PendingRequest {
+    UniquePtr<EVP_PKEY> key;
+    UniquePtr<X509_REQ> request;
+};
+[[nodiscard]] PendingRequest LoadPendingRequest();
+// Removes the pending key once its certificate is installed.
+void ConsumePendingRequest();
+
+// Whether two public keys are the same key.
+[[nodiscard]] bool SameKey(const EVP_PKEY *a, const EVP_PKEY *b);
+
+// A signed answer's certificates, leaf first.
+struct CertChainFree {
+    void operator()(STACK_OF(X509) * stack) const noexcept { sk_X509_pop_free(stack, X509_free); }
+};
+using CertChain = std::unique_ptr<STACK_OF(X509), CertChainFree>;
+
+// Reads and checks a CA's answer without the pending key's check; fills
+// chain when it is acceptable so far. Returns 0 or the first refusal's code.
+[[nodiscard]] uint32_t ReadSignedChain(std::string_view pem, CertChain &chain);
+// The checks that need the pending key and the leaf's own rules.
+[[nodiscard]] uint32_t CheckLeafForPendingKey(X509 *leaf, const EVP_PKEY *pendingKey);
+
+// Writes a file whole and synchronised, with the given mode whatever the
+// umask (0600 for key material). False after a report.
+[[nodiscard]] bool WriteSyncedFile(const char *path, std::string_view content, mode_t mode);
+
+} // namespace bmccert::sslcert

@@ -1,0 +1,432 @@
+// Certificate requests: what a refused request reports and leaves, the
+// signing requests and pending keys of the five key types, the checks of a
+// CA's answer, its installation as a task, and self-signed certificates
+// for a request's names.
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+#include <ctime>
+#include <functional>
+#include <thread>
+
+#include <openssl/pem.h>
+#include <openssl/x509v3.h>
+
+#include "lib_security_sslcert_ext.h"
+#include "platform/host/bmc_sim.h"
+#include "tests/support/controller.h"
+#include "tests/support/diag_log.h"
+#include "tests/support/test_certs.h"
+
+namespace bmctest {
+namespace {
+
+constexpr const char *kPending = "/conf/certs/server/pending/csr.pem";
+constexpr const char *kDns = "bmc-07.example.org";
+
+SSLCertRequest Request(uint32_t algorithm = SSLCERT_EXT_KEY_EC, uint32_t bits = 0,
+                       uint32_t curve = SSLCERT_EXT_CURVE_P256) {
+    SSLCertRequest request{};
+    std::strcpy(request.szCommonName, kDns);
+    std::strcpy(request.szOrganisation, "Test Works, Inc.");
+    std::strcpy(request.szOrganisationUnit, "Platform");
+    std::strcpy(request.szLocalityName, "Old Town");
+    std::strcpy(request.szStateName, "North");
+    std::strcpy(request.szCountryCode, "DE");
+    std::strcpy(request.szEmailAddress, "ops@example.org");
+    request.uiKeyAlgorithm = algorithm;
+    request.uiKeyBitLength = bits;
+    request.uiKeyCurve = curve;
+    request.uiValidDays = 365;
+    const std::pair<uint32_t, const char *> names[] = {{SSLCERT_EXT_ALT_NAME_DNS, kDns},
+                                                      {SSLCERT_EXT_ALT_NAME_IP, "192.0.2.7"},
+                                                      {SSLCERT_EXT_ALT_NAME_IP, "2001:db8::7"}};
+    for (const auto &[type, text] : names) {
+        request.astAltNames[request.uiAltNameCount].uiType = type;
+        std::strcpy(request.astAltNames[request.uiAltNameCount++].szName, text);
+    }
+    return request;
+}
+
+std::string Generate(const SSLCertRequest &request, uint32_t expected = 0) {
+    static char pem[SSLCERT_EXT_CSR_PEM_SIZE];
+    EXPECT_EQ(LIB_SECURITY_SSL_GenerateCSR(&request, pem, sizeof pem), expected);
+    return pem;
+}
+
+// The pending key's PEM: the first block of the pending file.
+std::string PendingKeyPem() {
+    const std::string file = ReadFile(kPending);
+    const std::string end = "-----END PRIVATE KEY-----\n";
+    return file.substr(0, file.find(end) + end.size());
+}
+
+template <typename T, void (*Release)(T *)> struct Free {
+    void operator()(T *p) const { Release(p); }
+};
+using X509Ptr = std::unique_ptr<X509, Free<X509, X509_free>>;
+
+X509Ptr ReadCert(const std::string &pem) {
+    BIO *bio = BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size()));
+    X509Ptr cert(PEM_read_bio_X509(bio, nullptr, nullptr, nullptr));
+    BIO_free(bio);
+    return cert;
+}
+
+int DigestOf(int signatureNid) {
+    int digest = 0, key = 0;
+    OBJ_find_sigid_algs(signatureNid, &digest, &key);
+    return digest;
+}
+
+class CertRequestTest : public ControllerTest {
+  protected:
+    void SetUp() override {
+        ControllerTest::SetUp();
+        for (const char *log : {kPending, BMCSIM_OPERATE_LOG, BMCSIM_TASKS_LOG}) RemoveFile(log);
+    }
+};
+
+TEST_F(CertRequestTest, RefusedRequestsNameTheFieldAndMakeNothing) {
+    const std::string names = "Certificate request astAltNames[1] verify failed! Type = ";
+    const std::string notHost = names + "1, not a host name.\n";
+    const std::string label(64, 'a');
+    const std::string longest = std::string(63, 'a') + '.' + std::string(63, 'b') + '.' +
+                                std::string(63, 'c') + '.' + std::string(61, 'd');
+    struct Case {
+        const char *name;
+        std::function<void(SSLCertRequest &)> change;
+        uint32_t code;
+        std::string report;
+    };
+    auto dns = [](std::string text) {
+        return [text](SSLCertRequest &r) { std::strcpy(r.astAltNames[1].szName, text.c_str()); };
+    };
+    auto ip = [](const char *text) {
+        return [text](SSLCertRequest &r) { std::strcpy(r.astAltNames[1].szName, text); };
+    };
+    auto key = [](uint32_t algorithm, uint32_t bits, uint32_t curve) {
+        return [=](SSLCertRequest &r) {
+            r.uiKeyAlgorithm = algorithm, r.uiKeyBitLength = bits, r.uiKeyCurve = curve;
+        };
+    };
+    auto asDns = [](std::function<void(SSLCertRequest &)> f) {
+        return [f](SSLCertRequest &r) { r.astAltNames[1].uiType = 1, f(r); };
+    };
+    const Case cases[] = {
+        {"subject", [](SSLCertRequest &r) { std::strcpy(r.szCommonName, "a+b"); },
+         SSLCERT_EXT_ERR_BAD_SUBJECT, "SSL cert Gen Common Name verify failed! CommonName = a+b.\n"},
+        {"17 names", [](SSLCertRequest &r) { r.uiAltNameCount = 17; }, SSLCERT_EXT_ERR_BAD_ALT_NAME,
+         "Certificate request uiAltNameCount verify failed! Count = 17, at most 16.\n"},
+        {"shell", asDns(dns("a;reboot")), SSLCERT_EXT_ERR_BAD_ALT_NAME, notHost},
+        {"comma", asDns(dns("a,DNS:b")), SSLCERT_EXT_ERR_BAD_ALT_NAME, notHost},
+        {"slash", asDns(dns("a/b")), SSLCERT_EXT_ERR_BAD_ALT_NAME, notHost},
+        {"line feed", asDns(dns("a\nb")), SSLCERT_EXT_ERR_BAD_ALT_NAME, notHost},
+        {"utf-8", asDns(dns("b\xc3\xa4r")), SSLCERT_EXT_ERR_BAD_ALT_NAME, notHost},
+        {"bad utf-8", asDns(dns("b\xc3(")), SSLCERT_EXT_ERR_BAD_ALT_NAME, notHost},
+        {"label of 64", asDns(dns(label + ".org")), SSLCERT_EXT_ERR_BAD_ALT_NAME, notHost},
+        {"254 characters", asDns(dns(longest + "d")), SSLCERT_EXT_ERR_BAD_ALT_NAME, notHost},
+        {"empty label", asDns(dns("a..b")), SSLCERT_EXT_ERR_BAD_ALT_NAME, notHost},
+        {"hyphen first", asDns(dns("-a.b")), SSLCERT_EXT_ERR_BAD_ALT_NAME, notHost},
+        {"empty", asDns(dns("")), SSLCERT_EXT_ERR_BAD_ALT_NAME, notHost},
+        {"inner wildcard", asDns(dns("a.*.b")), SSLCERT_EXT_ERR_BAD_ALT_NAME, notHost},
+        {"unterminated", [](SSLCertRequest &r) { std::memset(r.astAltNames[1].szName, 'a', 256); },
+         SSLCERT_EXT_ERR_BAD_ALT_NAME, names + "2, it fills its field without a terminator.\n"},
+        {"ipv6", ip("2001:db8::g"), SSLCERT_EXT_ERR_BAD_ALT_NAME,
+         names + "2, not an IPv4 or IPv6 address.\n"},
+        {"ipv4", ip("192.0.2.256"), SSLCERT_EXT_ERR_BAD_ALT_NAME,
+         names + "2, not an IPv4 or IPv6 address.\n"},
+        {"host as ip", ip(kDns), SSLCERT_EXT_ERR_BAD_ALT_NAME,
+         names + "2, not an IPv4 or IPv6 address.\n"},
+        {"type", [](SSLCertRequest &r) { r.astAltNames[1].uiType = 3; },
+         SSLCERT_EXT_ERR_BAD_ALT_NAME, names + "3, unknown type.\n"},
+        {"rsa 1024", key(1, 1024, 0), SSLCERT_EXT_ERR_BAD_KEY_TYPE,
+         "Certificate request key verify failed! Algorithm = 1, BitLength = 1024, Curve = 0.\n"},
+        {"rsa with curve", key(1, 2048, 1), SSLCERT_EXT_ERR_BAD_KEY_TYPE,
+         "Certificate request key verify failed! Algorithm = 1, BitLength = 2048, Curve = 1.\n"},
+        {"p384 of 256", key(2, 256, 2), SSLCERT_EXT_ERR_BAD_KEY_TYPE,
+         "Certificate request key verify failed! Algorithm = 2, BitLength = 256, Curve = 2.\n"},
+        {"p521", key(2, 0, 3), SSLCERT_EXT_ERR_BAD_KEY_TYPE,
+         "Certificate request key verify failed! Algorithm = 2, BitLength = 0, Curve = 3.\n"},
+        {"dsa", key(3, 2048, 0), SSLCERT_EXT_ERR_BAD_KEY_TYPE,
+         "Certificate request key verify failed! Algorithm = 3, BitLength = 2048, Curve = 0.\n"},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        ClearDiagLog();
+        SSLCertRequest request = Request();
+        c.change(request);
+        char pem[16] = "untouched";
+        EXPECT_EQ(LIB_SECURITY_SSL_GenerateCSR(&request, pem, sizeof pem), c.code);
+        EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 3, 2, c.report}}));
+        EXPECT_NE(access(kPending, F_OK), 0);
+        OperateDesc desc{};
+        EXPECT_EQ(LIB_SECURITY_SSL_GenSelfSignedAndRestart(&request, &desc), c.code);
+        EXPECT_STREQ(desc.szOperateDesc, "Failed to generate SSL certificate.");
+    }
+    EXPECT_EQ(LIB_SECURITY_GetCertType(), SSL_CERT_TYPE_DEFAULT);
+    EXPECT_EQ(ServicesLog(), "");
+    // The longest host name and a wildcard pass.
+    SSLCertRequest request = Request();
+    std::strcpy(request.astAltNames[0].szName, longest.c_str());
+    std::strcpy(request.astAltNames[2].szName, "*.Example.ORG");
+    request.astAltNames[2].uiType = SSLCERT_EXT_ALT_NAME_DNS;
+    Generate(request);
+}
+
+TEST_F(CertRequestTest, EachKeyTypeGivesASignedRequestAndAPrivatePendingKey) {
+    struct Case {
+        uint32_t algorithm, bits, curve;
+        int type, keyBits, digest;
+    };
+    const Case cases[] = {
+        {1, 2048, 0, EVP_PKEY_RSA, 2048, NID_sha256}, {1, 3072, 0, EVP_PKEY_RSA, 3072, NID_sha256},
+        {1, 4096, 0, EVP_PKEY_RSA, 4096, NID_sha256}, {2, 0, 1, EVP_PKEY_EC, 256, NID_sha256},
+        {2, 384, 2, EVP_PKEY_EC, 384, NID_sha384},
+    };
+    const mode_t umask_before = umask(0);
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.keyBits);
+        const SSLCertRequest request = Request(c.algorithm, c.bits, c.curve);
+        const std::string pem = Generate(request);
+        BIO *bio = BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size()));
+        X509_REQ *csr = PEM_read_bio_X509_REQ(bio, nullptr, nullptr, nullptr);
+        BIO_free(bio);
+        ASSERT_NE(csr, nullptr);
+        EVP_PKEY *key = X509_REQ_get0_pubkey(csr);
+        EXPECT_EQ(X509_REQ_verify(csr, key), 1);
+        EXPECT_EQ((std::vector<int>{EVP_PKEY_base_id(key), EVP_PKEY_bits(key),
+                                    DigestOf(X509_REQ_get_signature_nid(csr))}),
+                  (std::vector<int>{c.type, c.keyBits, c.digest}));
+        X509_REQ_free(csr);
+
+        struct stat info {};
+        ASSERT_EQ(stat(kPending, &info), 0);
+        EXPECT_EQ(info.st_mode & 0777, 0600u);
+        SSLCertRequest pending{};
+        char again[SSLCERT_EXT_CSR_PEM_SIZE];
+        ASSERT_EQ(LIB_SECURITY_SSL_GetPendingCSR(&pending, again, sizeof again), 0u);
+        EXPECT_EQ(again, pem);
+        SSLCertRequest expected = request;
+        expected.uiValidDays = 0;
+        expected.uiKeyBitLength = static_cast<uint32_t>(c.keyBits);
+        EXPECT_EQ(std::memcmp(&pending, &expected, sizeof pending), 0);
+    }
+    umask(umask_before);
+}
+
+TEST_F(CertRequestTest, OnlyAWholeNewRequestReplacesThePendingOne) {
+    SSLCertRequest none{};
+    none.uiKeyAlgorithm = 7;
+    EXPECT_EQ(LIB_SECURITY_SSL_GetPendingCSR(&none, nullptr, 0), SSLCERT_EXT_ERR_NO_PENDING_KEY);
+    EXPECT_EQ(none.uiKeyAlgorithm, 0u);
+
+    const std::string first = Generate(Request());
+    char small[64];
+    ClearDiagLog();
+    const SSLCertRequest again = Request();
+    EXPECT_EQ(LIB_SECURITY_SSL_GenerateCSR(&again, small, sizeof small),
+              SSLCERT_EXT_ERR_BUFFER_SMALL);
+    EXPECT_EQ(ReadDiags().at(0).message.rfind("The signing request (", 0), 0u);
+    char pem[SSLCERT_EXT_CSR_PEM_SIZE];
+    SSLCertRequest pending{};
+    ASSERT_EQ(LIB_SECURITY_SSL_GetPendingCSR(&pending, pem, sizeof pem), 0u);
+    EXPECT_EQ(pem, first);
+    EXPECT_EQ(LIB_SECURITY_SSL_GetPendingCSR(&pending, small, sizeof small),
+              SSLCERT_EXT_ERR_BUFFER_SMALL);
+
+    const std::string second = Generate(Request(2, 0, 2));
+    ASSERT_EQ(LIB_SECURITY_SSL_GetPendingCSR(&pending, pem, sizeof pem), 0u);
+    EXPECT_EQ(pem, second);
+    EXPECT_EQ(pending.uiKeyCurve, SSLCERT_EXT_CURVE_P384);
+}
+
+// A lab CA: a root and an intermediate that signs leaves for the pending key.
+struct LabCa {
+    std::string intermediate, plainIntermediate;
+    CertRecipe Leaf() const {
+        CertRecipe leaf;
+        leaf.subject = {{"CN", kDns}};
+        leaf.issuer = NameEntries{{"CN", "Lab Intermediate"}};
+        leaf.signer = KeyKind::Ec256;
+        leaf.keyPem = PendingKeyPem();
+        leaf.notBefore = std::time(nullptr) - 86400;
+        leaf.notAfter = std::time(nullptr) + 86400 * 30;
+        return leaf;
+    }
+    LabCa() {
+        CertRecipe ca;
+        ca.subject = {{"CN", "Lab Intermediate"}};
+        ca.issuer = NameEntries{{"CN", "Lab Root"}};
+        ca.key = KeyKind::Ec256;
+        ca.signer = KeyKind::Rsa2048;
+        ca.extendedKeyUsage = "";
+        plainIntermediate = MakeCertPem(ca);
+        ca.ca = true;
+        intermediate = MakeCertPem(ca);
+    }
+};
+
+TEST_F(CertRequestTest, EachCheckOfTheAnswerRefusesWithItsOwnCode) {
+    Generate(Request());
+    const LabCa lab;
+    const std::string leaf = MakeCertPem(lab.Leaf());
+    auto changed = [&](std::function<void(CertRecipe &)> change) {
+        CertRecipe recipe = lab.Leaf();
+        change(recipe);
+        return MakeCertPem(recipe);
+    };
+    std::string nine;
+    for (int i = 0; i < 9; ++i) nine += leaf;
+    const std::string cert = "Signed certificate verify failed! Certificate ";
+    const struct {
+        const char *name;
+        std::string pem;
+        uint32_t code;
+        std::string report;
+    } cases[] = {
+        {"leaf and chain", leaf + lab.intermediate, 0, ""},
+        {"leaf alone", leaf, 0, ""},
+        {"wrong order", lab.intermediate + leaf, SSLCERT_EXT_ERR_CHAIN_ORDER,
+         cert + "1: not the issuer of the one before it.\n"},
+        {"issuer not a CA", leaf + lab.plainIntermediate, SSLCERT_EXT_ERR_CHAIN_NOT_CA,
+         cert + "1: not a CA.\n"},
+        {"other key", changed([](CertRecipe &r) { r.keyPem.clear(); }),
+         SSLCERT_EXT_ERR_KEY_MISMATCH, cert + "0: its key is not the pending key.\n"},
+        {"client only", changed([](CertRecipe &r) { r.extendedKeyUsage = "clientAuth"; }),
+         SSLCERT_EXT_ERR_NOT_SERVER_CERT, cert + "0: it may not serve TLS servers.\n"},
+        {"expired", changed([](CertRecipe &r) { r.notAfter = std::time(nullptr) - 60; }),
+         SSLCERT_EXT_ERR_NOT_VALID_NOW, cert + "0: it is not valid now.\n"},
+        {"not yet valid", changed([](CertRecipe &r) { r.notBefore = std::time(nullptr) + 600; }),
+         SSLCERT_EXT_ERR_NOT_VALID_NOW, cert + "0: it is not valid now.\n"},
+        {"sha-1", changed([](CertRecipe &r) { r.digest = "SHA1"; }),
+         SSLCERT_EXT_ERR_WEAK_SIGNATURE, cert + "0: it is signed with MD5 or SHA-1.\n"},
+        {"nine", nine, SSLCERT_EXT_ERR_CHAIN_TOO_LONG, cert + "8: more than 8 certificates.\n"},
+        {"cut short", leaf.substr(0, leaf.size() / 2), SSLCERT_EXT_ERR_SIGNED_NOT_PEM,
+         cert + "0: not a whole PEM certificate.\n"},
+        {"a key", KeyPem(KeyKind::Ec256), SSLCERT_EXT_ERR_SIGNED_NOT_PEM,
+         cert + "0: not a whole PEM certificate.\n"},
+        {"damaged second", leaf + "-----BEGIN CERTIFICATE-----\nAAAA\n-----END CERTIFICATE-----\n",
+         SSLCERT_EXT_ERR_SIGNED_NOT_PEM, cert + "1: not a whole PEM certificate.\n"},
+        {"empty", "", SSLCERT_EXT_ERR_SIGNED_NOT_PEM, cert + "0: not a whole PEM certificate.\n"},
+        {"over 64 KiB", leaf + std::string(65537 - leaf.size(), '\n'),
+         SSLCERT_EXT_ERR_SIGNED_TOO_BIG,
+         "Signed certificate verify failed! 65537 bytes, at most 65536.\n"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        ClearDiagLog();
+        EXPECT_EQ(LIB_SECURITY_SSL_CheckSignedCert(c.pem.data(), static_cast<uint32_t>(c.pem.size())),
+                  c.code);
+        const std::vector<Diag> expected{{31, 3, 2, c.report}};
+        EXPECT_EQ(ReadDiags(), c.report.empty() ? std::vector<Diag>{} : expected);
+    }
+    RemoveFile(kPending);
+    EXPECT_EQ(LIB_SECURITY_SSL_CheckSignedCert(leaf.data(), static_cast<uint32_t>(leaf.size())),
+              SSLCERT_EXT_ERR_NO_PENDING_KEY);
+}
+
+TEST_F(CertRequestTest, AnAcceptedAnswerIsInstalledByATaskAndConsumesThePendingKey) {
+    Generate(Request());
+    const LabCa lab;
+    const std::string leaf = MakeCertPem(lab.Leaf());
+    const std::string keyPem = PendingKeyPem();
+    LogOrigin origin{};
+    std::strcpy(origin.szUserName, "admin");
+    origin.uiInterface = 5;
+
+    // A refused answer changes nothing and starts nothing.
+    const std::string reversed = lab.intermediate + leaf;
+    TaskHandle task{};
+    EXPECT_EQ(LIB_SECURITY_SSL_ImportSignedCertPem(&origin, reversed.data(),
+                                                   static_cast<uint32_t>(reversed.size()), &task),
+              SSLCERT_EXT_ERR_CHAIN_ORDER);
+    EXPECT_EQ(ReadLines(BMCSIM_OPERATE_LOG).at(0).rfind(
+                  "5\t67\tFailed to install the signed SSL certificate.\tadmin\t", 0),
+              0u);
+    EXPECT_NE(access(BMCSIM_TASKS_LOG, F_OK), 0);
+    SignedCertUpload upload{};
+    std::strcpy(upload.CertSrcPath, "/var/lib/bmc-sim/no-such-answer.pem");
+    EXPECT_EQ(LIB_SECURITY_SSL_ImportSignedCert(&upload, &task), SSLCERT_EXT_ERR_SIGNED_FETCH);
+
+    // The answer as an uploaded file, leaf and chain.
+    WriteFile("/var/lib/bmc-sim/answer.pem", leaf + lab.intermediate);
+    std::strcpy(upload.CertSrcPath, "/var/lib/bmc-sim/answer.pem");
+    upload.LogOrigin = origin;
+    ASSERT_EQ(LIB_SECURITY_SSL_ImportSignedCert(&upload, &task), 0u);
+    BMCSIM_TaskState state{};
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (std::chrono::steady_clock::now() < deadline &&
+           (BMCSIM_TaskGet(task.TaskId, &state) != 0 || state.ucState == 0))
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(state.ucState, 2);
+    EXPECT_STREQ(state.szText, "Signed Server Cert installed");
+    EXPECT_EQ(ReadFile(CertPath(SSL_CERT_TYPE_USER)), leaf + lab.intermediate);
+    EXPECT_EQ(ReadFile(CertPath(SSL_CERT_TYPE_USER, true)), keyPem);
+    EXPECT_EQ(ReadFile(kCombinedFile), leaf + lab.intermediate + keyPem);
+    EXPECT_NE(access(kPending, F_OK), 0);
+    EXPECT_EQ(ReadLines(BMCSIM_OPERATE_LOG).at(2).rfind(
+                  "5\t99\tInstalled the signed SSL certificate successfully.\tadmin\t", 0),
+              0u);
+    const std::string both = "restart stunnel.service\nrestart lighttpd.service\n";
+    EXPECT_EQ(ServicesLog(both), both);
+    for (const char *scratch : {"/var/certs/SignedCert.pem", "/var/certs/SignedPrivkey.pem",
+                                "/var/certs/SignedUpload.pem"})
+        EXPECT_NE(access(scratch, F_OK), 0) << scratch;
+
+    // The information path describes the EC certificate in force.
+    SSLCertInfo info{};
+    ASSERT_EQ(LIB_SECURITY_GetCertInfo(&info), 0u);
+    EXPECT_EQ(info.stSSLConfig.uiPublicKeyLen, 256u);
+    EXPECT_STREQ(info.stSSLConfig.szSigAlgorithm, "ecdsa-with-SHA256");
+    EXPECT_STREQ(info.stSSLConfig.stIssueTo.szCommonName, kDns);
+    EXPECT_STREQ(info.stSSLConfig.szSSLServer, "Yes");
+}
+
+TEST_F(CertRequestTest, SelfSignedForTheRequestsNamesAndKey) {
+    Generate(Request());
+    const std::string pending = ReadFile(kPending);
+    OperateDesc desc{};
+    const SSLCertRequest p384 = Request(2, 0, 2);
+    ASSERT_EQ(LIB_SECURITY_SSL_GenSelfSignedAndRestart(&p384, &desc), 0u);
+    EXPECT_STREQ(desc.szOperateDesc, "Generated SSL certificate successfully.");
+    const std::string both = "restart stunnel.service\nrestart lighttpd.service\n";
+    EXPECT_EQ(ServicesLog(both), both);
+    EXPECT_EQ(ReadFile(kPending), pending);
+
+    const X509Ptr cert = ReadCert(ReadFile(CertPath(SSL_CERT_TYPE_USER)));
+    ASSERT_NE(cert, nullptr);
+    EXPECT_EQ(X509_verify(cert.get(), X509_get0_pubkey(cert.get())), 1);
+    EXPECT_EQ(X509_check_host(cert.get(), kDns, 0, 0, nullptr), 1);
+    EXPECT_EQ(X509_check_host(cert.get(), "bmc.local", 0, 0, nullptr), 0);
+    EXPECT_EQ(X509_check_ip_asc(cert.get(), "2001:db8::7", 0), 1);
+    EXPECT_EQ(X509_check_purpose(cert.get(), X509_PURPOSE_SSL_SERVER, 0), 1);
+    EXPECT_EQ(X509_check_ca(cert.get()), 0);
+    EXPECT_EQ(DigestOf(X509_get_signature_nid(cert.get())), NID_sha384);
+    int days = 0, seconds = 0;
+    ASSERT_EQ(ASN1_TIME_diff(&days, &seconds, X509_get0_notBefore(cert.get()),
+                             X509_get0_notAfter(cert.get())),
+              1);
+    EXPECT_EQ(days, 365);
+    SSLCertInfo info{};
+    ASSERT_EQ(LIB_SECURITY_GetCertInfo(&info), 0u);
+    EXPECT_EQ(info.stSSLConfig.uiPublicKeyLen, 384u);
+    struct stat key {};
+    ASSERT_EQ(stat(CertPath(SSL_CERT_TYPE_USER, true).c_str(), &key), 0);
+    EXPECT_EQ(key.st_mode & 0777, 0600u);
+
+    ClearDiagLog();
+    SSLCertRequest forever = Request();
+    forever.uiValidDays = 5476;
+    EXPECT_EQ(LIB_SECURITY_SSL_GenSelfSignedAndRestart(&forever, &desc),
+              SSLCERT_EXT_ERR_BAD_SUBJECT);
+    EXPECT_EQ(ReadDiags(), (std::vector<Diag>{
+                               {31, 3, 2, "SSL cert Gen ValidDays verify failed! ValidDays = 5476.\n"}}));
+}
+
+} // namespace
+} // namespace bmctest
