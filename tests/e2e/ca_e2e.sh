@@ -79,11 +79,15 @@ sign() {  # CSR OUT ["$ossl" ca options]: OUT signed by the intermediate
 }
 
 # --- clients that trust the root ---------------------------------------------------------
-verifies() {  # PORT CAFILE [s_client options]: a verified handshake by name
+# A verified handshake by name; judged by the verification's own line, as
+# the tunnel may reset the connection once the handshake is done (nothing
+# listens behind it).
+verifies() {  # PORT CAFILE [s_client options]
     timeout 10 openssl s_client -connect "127.0.0.1:$1" -servername "$host" -verify_return_error \
-        -verify_hostname "$host" -CAfile "$2" "${@:3}" </dev/null >/dev/null 2>&1
+        -verify_hostname "$host" -CAfile "$2" "${@:3}" </dev/null 2>&1 |
+        grep -q '^Verify return code: 0 (ok)$'
 }
-fetches() {  # PORT CAFILE: curl with hostname verification
+fetches() {  # PORT CAFILE: curl with hostname verification (the web server answers)
     curl -s -o /dev/null --max-time 10 --cacert "$2" --resolve "$host:$1:127.0.0.1" \
         "https://$host:$1/"
 }
@@ -98,7 +102,8 @@ both_serve() {  # CERT CAFILE
     want=$(openssl x509 -noout -serial -in "$1")
     for _ in $(seq 75); do
         for port in "${ports[@]}"; do
-            [ "$(served_serial "$port")" = "$want" ] && verifies "$port" "$2" || continue 2
+            [ "$(served_serial "$port")" = "$want" ] && verifies "$port" "$2" ||
+                { sleep 0.2; continue 2; }
         done
         return 0
     done
@@ -112,12 +117,10 @@ for key in rsa2048 p256; do
     "$tool" csr "${subject[@]}" --key "$key" --dns "$host" --ip 127.0.0.1 --out "$key.csr" >/dev/null
     check "$key: the request is made and signed" sign "$key.csr" "$key.pem"
     cat "$key.pem" inter/ca.pem >"$key.answer"
-    check "$key: install-signed finishes" "$tool" install-signed "$key.answer"
+    check "$key: install-signed finishes" "$tool" install-signed "$key.answer" >/dev/null
     check "$key: both ports serve it, verified by name against the root" both_serve "$key.pem" root/ca.pem
     check "$key: ... and by address on the tunnel" verifies "${ports[0]}" root/ca.pem -verify_ip 127.0.0.1
-    for port in "${ports[@]}"; do
-        check "$key: curl verifies $host on $port" fetches "$port" root/ca.pem
-    done
+    check "$key: curl verifies $host on the web server" fetches "${ports[1]}" root/ca.pem
 done
 
 # --- answers refused, each with its code, the certificate in service kept ------------------
@@ -141,9 +144,9 @@ other 0x8A000014
 misordered 0x8A000018
 expired 0x8A000016
 EOF
-check "the pending key survives the refusals" "$tool" csr --show
+check "the pending key survives the refusals" "$tool" csr --show >/dev/null
 sign next.csr good.pem && cat good.pem inter/ca.pem >good.answer
-check "... and takes its answer after them" "$tool" install-signed good.answer
+check "... and takes its answer after them" "$tool" install-signed good.answer >/dev/null
 check "both ports serve it" both_serve good.pem root/ca.pem
 
 # --- a self-signed certificate with names verifies against itself ---------------------------
