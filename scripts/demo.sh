@@ -154,6 +154,8 @@ openssl x509 -req -in bmc.csr -CA ca.pem -CAkey ca.key -copy_extensions copy -se
 step install-signed bmc.pem
 printf '\n$ openssl s_client -connect 127.0.0.1:%s -verify_hostname bmc-07.example.org -CAfile ca.pem\n' \
     "$BMC_SIM_TUNNEL_PORT"
-openssl s_client -connect "127.0.0.1:$BMC_SIM_TUNNEL_PORT" -verify_return_error \
-    -verify_hostname bmc-07.example.org -CAfile ca.pem </dev/null 2>/dev/null |
-    grep -E '^(subject|issuer)=|Verify return code'
+# The tunnel may reset the connection after the handshake (nothing listens
+# behind it): the verification's lines tell the outcome.
+verified=$(openssl s_client -connect "127.0.0.1:$BMC_SIM_TUNNEL_PORT" -verify_return_error \
+    -verify_hostname bmc-07.example.org -CAfile ca.pem </dev/null 2>&1 || true)
+grep -E '^(subject|issuer)=|^Verify return code' <<<"$verified"
