@@ -98,7 +98,9 @@ BMCCERT_LAYOUT_ASSERT(AltName_name, offsetof(SSLCertAltName, szName) == 4);
  *  - SSLCERT_EXT_ALT_NAME_IP: an IPv4 address in dotted decimal or an IPv6
  *    address in any form inet_pton accepts.
  * The common name is not added as a name by itself: list it when clients
- * should reach the controller by it.
+ * should reach the controller by it. A wildcard can only be an alternative
+ * name: the common name's rule refuses '*'. A pending request is only ever
+ * replaced by a new one, never dropped.
  *
  * uiValidDays (1 to 5475, as a generation request) is read only by the
  * self-signed generation; a signing request leaves the validity to the CA.
@@ -234,7 +236,9 @@ BMCCERT_API uint32_t LIB_SECURITY_SSL_CheckSignedCert(const char *pcPem, uint32_
  *
  * Results: 0; a check's code; SSLCERT_EXT_ERR_TASK (the task service or
  * the thread refused; nothing installed); SSLCERT_ERR_NULL_POINTER. The
- * process must outlive the thread.
+ * thread is named SSL_ImSignedCer; the process must outlive it (wait for
+ * the task's final state, then 2 seconds more for the web server's
+ * restart).
  */
 BMCCERT_API uint32_t LIB_SECURITY_SSL_ImportSignedCert(const SignedCertUpload *pstUpload,
                                                        TaskHandle *pstTask);

@@ -5,7 +5,9 @@
 # database afterwards); then a new certificate generated, and one uploaded
 # as a task, each seen by TLS clients of both services; finally a login by
 # client certificate through the web server, with revocation checking
-# against a local OCSP responder, and a revoked certificate refused.
+# against a local OCSP responder, and a revoked certificate refused; last,
+# a signing request of the controller answered by a lab CA, installed, and
+# the tunnel verified by name against that CA.
 set -euo pipefail
 bmccert=$1
 state=/var/lib/bmc-sim
@@ -131,3 +133,29 @@ serve R "$port"
 seen=$(diag_lines)
 login
 new_diagnostics "$seen"
+
+# --- Certificates that clients trust ------------------------------------------------------
+# The controller makes its own key and a signing request; a small CA in this
+# scratch directory signs it, taking the names from the request; the answer
+# is installed, and a client that trusts only the CA verifies the tunnel by
+# name.
+echo
+echo "(a signing request for the controller, answered by a lab CA)"
+openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout ca.key -out ca.pem \
+    -days 30 -subj '/O=Example Works, Inc./CN=Example Lab CA' \
+    -addext basicConstraints=critical,CA:TRUE -addext keyUsage=critical,keyCertSign,cRLSign 2>/dev/null
+step csr --cn bmc-07.example.org --org 'Example Works, Inc.' --ou Platform --locality 'Old Town' \
+    --state North --country DE --email ops@bmc-07.example.org \
+    --dns bmc-07.example.org --ip 127.0.0.1 --out bmc.csr
+step csr --show
+printf '\n$ openssl x509 -req -in bmc.csr -CA ca.pem -CAkey ca.key -copy_extensions copy ... -out bmc.pem\n'
+openssl x509 -req -in bmc.csr -CA ca.pem -CAkey ca.key -copy_extensions copy -set_serial 0x07 \
+    -days 30 -out bmc.pem 2>/dev/null
+step install-signed bmc.pem
+printf '\n$ openssl s_client -connect 127.0.0.1:%s -verify_hostname bmc-07.example.org -CAfile ca.pem\n' \
+    "$BMC_SIM_TUNNEL_PORT"
+# The tunnel may reset the connection after the handshake (nothing listens
+# behind it): the verification's lines tell the outcome.
+verified=$(openssl s_client -connect "127.0.0.1:$BMC_SIM_TUNNEL_PORT" -verify_return_error \
+    -verify_hostname bmc-07.example.org -CAfile ca.pem </dev/null 2>&1 || true)
+grep -E '^(subject|issuer)=|^Verify return code' <<<"$verified"

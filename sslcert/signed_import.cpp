@@ -22,7 +22,7 @@ namespace {
 
 using namespace bmccert;
 
-constexpr const char *kThreadName = "SSL_SignedCerThr";
+constexpr const char *kThreadName = "SSL_ImSignedCer"; // 15 characters: the kernel keeps no more
 constexpr const char *kThreadFunctionName = "SignedCertImportThread";
 constexpr const char *kTaskDesc = "Signed Server Cert install task";
 constexpr const char *kFailedText = "Failed to install the signed SSL certificate.";

@@ -2,7 +2,9 @@
 // byte would make its JSON unreadable or its terminal output unsafe.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <functional>
 #include <fstream>
 #include <optional>
 #include <regex>
@@ -10,10 +12,12 @@
 #include <string>
 
 #include "cert_type.h"
+#include "csr_request.h"
 #include "info_format.h"
 #include "json_writer.h"
 #include "lib_security_sslcert_ext.h"
 #include "result_codes.h"
+#include "frame/field_text.h"
 #include "platform/bmc_platform.h"
 #include "platform/owner_protocol.h"
 
@@ -91,6 +95,176 @@ TEST(InfoFormat, JsonAndTextBoundEveryFieldByItsArray) {
           std::string("Subject:\n"), std::string("  C:                      CCC\n")})
         EXPECT_NE(text.find(piece), std::string::npos) << piece;
     EXPECT_EQ(text.find('\x1b'), std::string::npos);
+}
+
+TEST(KeyType, NamesRoundTripAndOnlyTheFiveParse) {
+    for (const char *name : {"rsa2048", "rsa3072", "rsa4096", "p256", "p384"}) {
+        SCOPED_TRACE(name);
+        const auto key = ParseKeyType(name);
+        ASSERT_TRUE(key.has_value());
+        EXPECT_EQ(KeyTypeName(key->algorithm, key->bitLength, key->curve), name);
+    }
+    for (const char *bad : {"", "rsa1024", "RSA2048", "p521", "p256 "})
+        EXPECT_FALSE(ParseKeyType(bad).has_value()) << bad;
+    // As the pending request may report a key: an EC key's length as 0.
+    EXPECT_EQ(KeyTypeName(SSLCERT_EXT_KEY_EC, 0, SSLCERT_EXT_CURVE_P384), "p384");
+    EXPECT_EQ(KeyTypeName(SSLCERT_EXT_KEY_EC, 384, SSLCERT_EXT_CURVE_P256), "unknown");
+    EXPECT_EQ(KeyTypeName(SSLCERT_EXT_KEY_RSA, 0, SSLCERT_EXT_CURVE_NONE), "unknown");
+}
+
+GenerateOptions FittingSubject() {
+    GenerateOptions subject;
+    subject.commonName = std::string(64, 'c');
+    subject.organisation = std::string(64, 'o');
+    subject.organisationUnit = std::string(64, 'u');
+    subject.locality = std::string(128, 'l');
+    subject.state = std::string(128, 's');
+    subject.country = "DE";
+    subject.email = std::string(128, 'e');
+    subject.validDays = 30;
+    return subject;
+}
+
+TEST(CertRequest, FillsEveryFieldToItsLastByte) {
+    AltNameOptions names;
+    names.dns = {"bmc-07.example.org", std::string(253, 'd')};
+    names.ip = {"127.0.0.1"};
+    SSLCertRequest request;
+    ASSERT_FALSE(FillCertRequest(FittingSubject(), *ParseKeyType("p384"), names, request));
+    EXPECT_EQ(FieldView(request.szCommonName), std::string(64, 'c'));
+    EXPECT_EQ(FieldView(request.szEmailAddress), std::string(128, 'e'));
+    EXPECT_EQ(FieldView(request.szCountryCode), "DE");
+    EXPECT_EQ(request.uiKeyAlgorithm, SSLCERT_EXT_KEY_EC);
+    EXPECT_EQ(request.uiKeyCurve, SSLCERT_EXT_CURVE_P384);
+    EXPECT_EQ(request.uiValidDays, 30u);
+    ASSERT_EQ(request.uiAltNameCount, 3u);
+    EXPECT_EQ(request.astAltNames[1].uiType, SSLCERT_EXT_ALT_NAME_DNS);
+    EXPECT_EQ(FieldView(request.astAltNames[1].szName), std::string(253, 'd'));
+    EXPECT_EQ(request.astAltNames[2].uiType, SSLCERT_EXT_ALT_NAME_IP);
+    EXPECT_EQ(FieldView(request.astAltNames[2].szName), "127.0.0.1");
+}
+
+// One byte or one name past a field is refused, never cut.
+TEST(CertRequest, RefusesWhatDoesNotFitNamingTheOptionAndTheLimit) {
+    struct Row {
+        const char *option;
+        std::function<void(GenerateOptions &, AltNameOptions &)> spoil;
+        const char *why;
+    };
+    const Row rows[] = {
+        {"--cn", [](auto &s, auto &) { s.commonName += 'c'; }, "65 bytes; at most 64 fit"},
+        {"--org", [](auto &s, auto &) { s.organisation += 'o'; }, "65 bytes; at most 64 fit"},
+        {"--ou", [](auto &s, auto &) { s.organisationUnit += 'u'; }, "65 bytes; at most 64 fit"},
+        {"--locality", [](auto &s, auto &) { s.locality += 'l'; }, "129 bytes; at most 128 fit"},
+        {"--state", [](auto &s, auto &) { s.state += 's'; }, "129 bytes; at most 128 fit"},
+        {"--country", [](auto &s, auto &) { s.country = "DEU"; }, "3 bytes; at most 2 fit"},
+        {"--email", [](auto &s, auto &) { s.email += 'e'; }, "129 bytes; at most 128 fit"},
+        {"--dns",
+         [](auto &, auto &n) {
+             n.dns = {"a", std::string(254, 'd')};
+         },
+         "a name of 254 characters; at most 253 fit"},
+        {"--ip", [](auto &, auto &n) { n.ip = {std::string(254, '1')}; },
+         "a name of 254 characters; at most 253 fit"},
+        {"--dns/--ip",
+         [](auto &, auto &n) {
+             n.dns.assign(9, "a");
+             n.ip.assign(8, "::1");
+         },
+         "17 names; at most 16 fit"},
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.option);
+        GenerateOptions subject = FittingSubject();
+        AltNameOptions names;
+        row.spoil(subject, names);
+        SSLCertRequest request;
+        const auto refused = FillCertRequest(subject, *ParseKeyType("p256"), names, request);
+        ASSERT_TRUE(refused.has_value());
+        EXPECT_EQ(refused->option, row.option);
+        EXPECT_EQ(refused->why, row.why);
+    }
+}
+
+TEST(CertRequest, NamesTheFirstAltNameThatBreaksTheRules) {
+    struct Row {
+        uint32_t type;
+        std::string name;
+        bool passes;
+    };
+    const Row rows[] = {
+        {SSLCERT_EXT_ALT_NAME_DNS, "bmc-07.Example.org", true},
+        {SSLCERT_EXT_ALT_NAME_DNS, "*.example.org", true},
+        {SSLCERT_EXT_ALT_NAME_DNS, "localhost", true},
+        {SSLCERT_EXT_ALT_NAME_DNS, std::string(63, 'a') + ".org", true},
+        {SSLCERT_EXT_ALT_NAME_DNS, std::string(64, 'a') + ".org", false},
+        {SSLCERT_EXT_ALT_NAME_DNS, "-bmc.example.org", false},
+        {SSLCERT_EXT_ALT_NAME_DNS, "bmc-.example.org", false},
+        {SSLCERT_EXT_ALT_NAME_DNS, "bmc..example.org", false},
+        {SSLCERT_EXT_ALT_NAME_DNS, "bmc.example.org.", false},
+        {SSLCERT_EXT_ALT_NAME_DNS, "bmc_07.example.org", false},
+        {SSLCERT_EXT_ALT_NAME_DNS, "bmc.*.example.org", false},
+        {SSLCERT_EXT_ALT_NAME_DNS, "*.", false},
+        {SSLCERT_EXT_ALT_NAME_DNS, "", false},
+        {SSLCERT_EXT_ALT_NAME_IP, "127.0.0.1", true},
+        {SSLCERT_EXT_ALT_NAME_IP, "fe80::1", true},
+        {SSLCERT_EXT_ALT_NAME_IP, "::ffff:10.0.0.1", true},
+        {SSLCERT_EXT_ALT_NAME_IP, "127.0.0", false},
+        {SSLCERT_EXT_ALT_NAME_IP, "256.0.0.1", false},
+        {SSLCERT_EXT_ALT_NAME_IP, "bmc.example.org", false},
+        {SSLCERT_EXT_ALT_NAME_IP, "", false},
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.name);
+        SSLCertRequest request{};
+        request.uiAltNameCount = 2;
+        request.astAltNames[0] = {SSLCERT_EXT_ALT_NAME_DNS, "ok.example.org"};
+        request.astAltNames[1].uiType = row.type;
+        std::strcpy(request.astAltNames[1].szName, row.name.c_str());
+        const auto refused = FindRefusedName(request);
+        EXPECT_EQ(refused.has_value(), !row.passes);
+        if (refused) {
+            EXPECT_EQ(refused->option, row.type == SSLCERT_EXT_ALT_NAME_IP ? "--ip" : "--dns");
+            EXPECT_EQ(refused->why.rfind("'" + row.name + "' is not ", 0), 0u) << refused->why;
+        }
+    }
+}
+
+// The pending request as the library hands it back: a count past the
+// array and unterminated names must not be read past.
+TEST(RequestFormat, ShowsNamesInOrderBoundedByTheArray) {
+    SSLCertRequest request{};
+    std::strcpy(request.szCommonName, "bmc\x1b[2J");
+    std::strcpy(request.szCountryCode, "DE");
+    request.uiKeyAlgorithm = SSLCERT_EXT_KEY_EC;
+    request.uiKeyCurve = SSLCERT_EXT_CURVE_P256;
+    request.uiAltNameCount = 1000;
+    for (SSLCertAltName &entry : request.astAltNames) {
+        entry.uiType = SSLCERT_EXT_ALT_NAME_IP;
+        std::memset(entry.szName, 'n', sizeof entry.szName);
+    }
+    request.astAltNames[0] = {SSLCERT_EXT_ALT_NAME_DNS, "bmc.example.org"};
+    request.astAltNames[1] = {SSLCERT_EXT_ALT_NAME_IP, "127.0.0.1"};
+
+    const std::string text = FormatRequestText(request);
+    EXPECT_EQ(text.rfind("Subject:\n  CN:                     bmc\\x1B[2J\n", 0), 0u) << text;
+    for (const std::string &piece :
+         {std::string(
+              "Key:                      p256\nNames:\n  DNS:                    bmc.example.org\n"
+              "  IP:                     127.0.0.1\n"),
+          "  IP:                     " + std::string(256, 'n') + "\n"})
+        EXPECT_NE(text.find(piece), std::string::npos) << piece;
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 8 + 1 + 1 + 16);
+
+    const std::string json = FormatRequestJson(request, "PEM\n");
+    for (const std::string &piece :
+         {std::string(R"({"szCommonName":"bmc\u001b[2J","szOrganisation":"",)"),
+          std::string(R"("uiKeyAlgorithm":2,"uiKeyBitLength":0,"uiKeyCurve":1,"key":"p256",)"
+                      R"("astAltNames":[{"uiType":1,"szName":"bmc.example.org"},)"
+                      R"({"uiType":2,"szName":"127.0.0.1"},)"),
+          R"({"uiType":2,"szName":")" + std::string(256, 'n') + R"("}],"pem":"PEM\n"})"})
+        EXPECT_NE(json.find(piece), std::string::npos) << piece;
+    EXPECT_EQ(FormatRequestJson(request, "").find("\"pem\""), std::string::npos);
 }
 
 // Every result code a header names, found by parsing the three headers, so

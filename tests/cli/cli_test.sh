@@ -23,7 +23,8 @@ expect() {  # NAME TEST...: one check on the last run
 # fails when the text is not JSON.
 json_get() {
     python3 -c 'import functools, json, sys
-print(functools.reduce(lambda v, k: v[k], sys.argv[2].split("."), json.load(open(sys.argv[1]))))' \
+print(functools.reduce(lambda v, k: v[int(k)] if isinstance(v, list) else v[k],
+                       sys.argv[2].split("."), json.load(open(sys.argv[1]))))' \
         "$work/out" "$1"
 }
 is() { [[ $1 == "$2" ]]; }
@@ -120,6 +121,61 @@ check "forget-user" "0/user 3 holds no client certificate/" "$tool" forget-user 
 check "a refused login names the serial" "1//bmccert: no login for serial number 1F00: 0x18000E16" \
     "$tool" login --serial 1F00
 expect "no password in a log" not grep -rqs op-pass /var/lib/bmc-sim/diag.log /var/lib/bmc-sim/operate.log
+
+# --- signing request, the CA's answer, generate with names -----------------------
+csr=(csr --cn bmc-7.example.org --org Works --ou Lab --locality Town --state North --country DE
+     --email ops@bmc-7.example.org)
+check "no pending request" \
+    "1//bmccert: no pending signing request: no signing request is pending: 0x8A000007" "$tool" csr --show
+check "a text past its field is refused before the library" \
+    "1//bmccert: --ou refused: 65 bytes; at most 64 fit: 0x8A000002" "$tool" "${csr[@]}" --ou "$(printf '%065d' 0)"
+check "the library's text rule, named" "1//bmccert: --country refused: must be two letters: 0x8A000002" \
+    "$tool" "${csr[@]}" --country 1
+run "$tool" "${csr[@]}" --ip 127.0.0.1 --dns bmc_7
+expect "the library's name rule, named" is "$status/${err%%:*}/${err##*: }" "1/bmccert/0x8A000003"
+expect "... with the refused name" matches "$err" "^bmccert: --dns refused: 'bmc_7' is not a host name"
+run "$tool" csr --cn x
+expect "a request needs the seven texts" is "$status/$err" "2/bmccert: csr: --org is required (or --show)"
+run "$tool" "${csr[@]}" --key rsa1024
+expect "an unknown key type is a usage error" matches "$status/$err" "^2/.*not a key type.*'rsa1024'"
+run "$tool" "${csr[@]}" --key p384 --dns bmc-7.example.org --ip 127.0.0.1 --ip ::1 --out "$work/bmc.csr"
+expect "csr --out" is "$status/$out" "0/signing request in $work/bmc.csr; its key is pending on the controller"
+expect "the request verifies" matches "$(openssl req -in "$work/bmc.csr" -noout -verify 2>&1)" 'verify OK'
+expect "... with its key and names" matches "$(openssl req -in "$work/bmc.csr" -noout -text)" \
+    'secp384r1.*DNS:bmc-7\.example\.org, IP Address:127\.0\.0\.1, IP Address:0:0:0:0:0:0:0:1'
+run "$tool" csr --show --pem
+expect "show: subject, key, names in order, the PEM" matches "$status/$out" \
+    $'^0/Subject:\n  CN: +bmc-7.example.org\n.*\nKey: +p384\nNames:\n  DNS: +bmc-7.example.org\n  IP: +127.0.0.1\n  IP: +::1\n-----BEGIN'
+expect "... the PEM of the request" is "-----BEGIN${out#*-----BEGIN}" "$(<"$work/bmc.csr")"
+run "$tool" csr --show --json
+expect "show as JSON" is "$(json_get key) $(json_get astAltNames.2.szName) $(json_get szCountryCode)" "p384 ::1 DE"
+
+printf 'subjectAltName=DNS:bmc-7.example.org\nextendedKeyUsage=serverAuth\n' >"$work/leaf.ext"
+openssl x509 -req -in "$work/bmc.csr" -CA "$work/root.pem" -CAkey "$work/root.key" -set_serial 0x5A \
+    -days 9 -extfile "$work/leaf.ext" -out "$work/leaf.pem" 2>/dev/null
+check "an answer for another key" \
+    "1//bmccert: signed certificate refused: the leaf certificate is not for the pending key: 0x8A000014" \
+    "$tool" install-signed "$work/op.crt"
+run "$tool" install-signed "$work/leaf.pem"
+expect "install-signed follows its task" matches "$status/$out" \
+    $'^0/task ([0-9]+): registered\ntask [0-9]+: finished, 100%: [^\n]+\noperation log: Installed the signed SSL certificate successfully\\. \\(result kind [0-9]+, user [^ ]+ from localhost\\)$'
+expect "the answer is in force" is "$(openssl x509 -noout -serial -in /conf/certs/server/user/actualcert.pem 2>&1)" "serial=5A"
+check "its key is no longer pending" \
+    "1//bmccert: no pending signing request: no signing request is pending: 0x8A000007" "$tool" csr --show
+check "a missing answer" \
+    "1//bmccert: signed certificate refused: the CA's answer could not be fetched through the file transfer: 0x8A000010" \
+    "$tool" install-signed "$work/missing.pem"
+
+run "$tool" generate "${request[@]}" --key p256 --dns bmc-7.example.org --days 30 --json
+expect "generate with names" is "$status/$(json_get result)" "0/0"
+expect "... makes a certificate of that key with its names" \
+    matches "$(openssl x509 -noout -text -in /conf/certs/server/user/actualcert.pem 2>&1)" 'prime256v1.*DNS:bmc-7\.example\.org'
+run "$tool" generate "${request[@]}" --key p256 --key-length 2048
+expect "--key excludes --key-length" is "$status/$out" "2/"
+run "$tool" generate "${request[@]}" --ip 127.0.0.1 --key-length 1024
+expect "names need a key type of the extension" is "$status/$err" \
+    "2/bmccert: --key-length refused: with --dns or --ip give --key (rsa2048, rsa3072, rsa4096, p256, p384)"
+rm -rf /conf/certs/server/user/* /conf/certs/server/server.pem
 
 # --- results that cannot be written ----------------------------------------
 "$tool" type >/dev/full 2>"$work/err"

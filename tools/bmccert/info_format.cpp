@@ -1,10 +1,12 @@
 #include "info_format.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <string_view>
 
 #include "cert_type.h"
+#include "csr_request.h"
 #include "json_writer.h"
 #include "frame/field_text.h"
 
@@ -131,6 +133,68 @@ std::string FormatInfoJson(const SSLCertInfo &info) {
     json.BeginObject();
     WriteFileInfo(json, info.stKeyFileInfo);
     WriteConfig(json, info.stSSLConfig);
+    json.EndObject();
+    return json.Text() + '\n';
+}
+
+namespace {
+
+std::string_view AltNameTypeText(uint32_t type) {
+    switch (type) {
+    case SSLCERT_EXT_ALT_NAME_DNS:
+        return "DNS";
+    case SSLCERT_EXT_ALT_NAME_IP:
+        return "IP";
+    default:
+        return "unknown";
+    }
+}
+
+// The entries the request holds, never more than its array.
+uint32_t AltNameCount(const SSLCertRequest &request) {
+    return std::min(request.uiAltNameCount, SSLCERT_EXT_MAX_ALT_NAMES);
+}
+
+} // namespace
+
+std::string FormatRequestText(const SSLCertRequest &request) {
+    std::string out;
+    AppendName(out, "Subject", SubjectOf(request));
+    AppendRow(out, "", "Key",
+              KeyTypeName(request.uiKeyAlgorithm, request.uiKeyBitLength, request.uiKeyCurve));
+    out += "Names:\n";
+    for (uint32_t i = 0; i < AltNameCount(request); ++i) {
+        const SSLCertAltName &entry = request.astAltNames[i];
+        AppendRow(out, "  ", AltNameTypeText(entry.uiType), FieldView(entry.szName));
+    }
+    return out;
+}
+
+std::string FormatRequestJson(const SSLCertRequest &request, std::string_view pem) {
+    JsonWriter json;
+    json.BeginObject();
+    json.String("szCommonName", FieldView(request.szCommonName));
+    json.String("szOrganisation", FieldView(request.szOrganisation));
+    json.String("szOrganisationUnit", FieldView(request.szOrganisationUnit));
+    json.String("szLocalityName", FieldView(request.szLocalityName));
+    json.String("szStateName", FieldView(request.szStateName));
+    json.String("szCountryCode", FieldView(request.szCountryCode));
+    json.String("szEmailAddress", FieldView(request.szEmailAddress));
+    json.Uint("uiKeyAlgorithm", request.uiKeyAlgorithm);
+    json.Uint("uiKeyBitLength", request.uiKeyBitLength);
+    json.Uint("uiKeyCurve", request.uiKeyCurve);
+    json.String("key",
+                KeyTypeName(request.uiKeyAlgorithm, request.uiKeyBitLength, request.uiKeyCurve));
+    json.Key("astAltNames");
+    json.BeginArray();
+    for (uint32_t i = 0; i < AltNameCount(request); ++i) {
+        json.BeginObject();
+        json.Uint("uiType", request.astAltNames[i].uiType);
+        json.String("szName", FieldView(request.astAltNames[i].szName));
+        json.EndObject();
+    }
+    json.EndArray();
+    if (!pem.empty()) json.String("pem", pem);
     json.EndObject();
     return json.Text() + '\n';
 }

@@ -2,8 +2,10 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "lib_security_sslcert.h"
+#include "lib_security_sslcert_ext.h"
 
 namespace bmccert::cli {
 
@@ -16,5 +18,14 @@ namespace bmccert::cli {
 // Every field of the record as one JSON object, each member named after the
 // record field it carries.
 [[nodiscard]] std::string FormatInfoJson(const SSLCertInfo &info);
+
+// The pending signing request: its subject as the record's names show it,
+// its key type and its alternative names, escaped as the record's texts are.
+[[nodiscard]] std::string FormatRequestText(const SSLCertRequest &request);
+
+// The pending signing request as one JSON object named after the request's
+// fields, with "key" (the key type's name), "astAltNames" as an array and,
+// when pem is not empty, "pem".
+[[nodiscard]] std::string FormatRequestJson(const SSLCertRequest &request, std::string_view pem);
 
 } // namespace bmccert::cli

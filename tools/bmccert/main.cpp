@@ -3,13 +3,17 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "auth_commands.h"
 #include "cert_commands.h"
 #include "cert_type.h"
 #include "commands.h"
 #include "controller_check.h"
+#include "csr_commands.h"
+#include "csr_request.h"
 #include "explain_command.h"
 #include "gen_commands.h"
 #include "health_check.h"
@@ -27,6 +31,42 @@ using namespace bmccert::cli;
             return "not a decimal number 0..4294967295: '" + text + "'";
         },
         "", "certificate type");
+}
+
+[[nodiscard]] CLI::Validator KeyTypeValidator() {
+    return CLI::Validator(
+        [](std::string &text) -> std::string {
+            if (ParseKeyType(text)) return {};
+            return "not a key type (" + std::string(kKeyTypeNames) + "): '" + text + "'";
+        },
+        "", "key type");
+}
+
+// The seven texts of a request, as generate and csr take them.
+std::vector<CLI::Option *> AddSubjectOptions(CLI::App &command, GenerateOptions &request) {
+    return {command.add_option("--cn", request.commonName, "Common name"),
+            command.add_option("--org", request.organisation, "Organisation"),
+            command.add_option("--ou", request.organisationUnit, "Organisational unit"),
+            command.add_option("--locality", request.locality, "Locality"),
+            command.add_option("--state", request.state, "State or province"),
+            command.add_option("--country", request.country, "Two-letter country code"),
+            command.add_option("--email", request.email, "E-mail address")};
+}
+
+std::vector<CLI::Option *> AddNameOptions(CLI::App &command, AltNameOptions &names) {
+    return {command.add_option("--dns", names.dns, "Host name to certify (repeatable)")
+                ->type_name("NAME")
+                ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll),
+            command.add_option("--ip", names.ip, "IP address to certify (repeatable)")
+                ->type_name("ADDRESS")
+                ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)};
+}
+
+// The first of the request's options that was not given, for a usage error.
+std::optional<std::string> MissingOption(const std::vector<CLI::Option *> &options) {
+    for (const CLI::Option *option : options)
+        if (option->count() == 0) return option->get_name();
+    return std::nullopt;
 }
 
 void AddJsonFlag(CLI::App &command, bool &json) {
@@ -84,19 +124,94 @@ int main(int argc, char **argv) {
         "generate", "Generate a self-signed certificate, install it and restart the services");
     // A later option wins, so that a script can override a field it set.
     generate->option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
-    generate->add_option("--cn", request.commonName, "Common name")->required();
-    generate->add_option("--org", request.organisation, "Organisation")->required();
-    generate->add_option("--ou", request.organisationUnit, "Organisational unit")->required();
-    generate->add_option("--locality", request.locality, "Locality")->required();
-    generate->add_option("--state", request.state, "State or province")->required();
-    generate->add_option("--country", request.country, "Two-letter country code")->required();
-    generate->add_option("--email", request.email, "E-mail address")->required();
-    generate->add_option("--key-length", request.keyLength, "RSA key length: 1024 or 2048")
-        ->capture_default_str();
+    for (CLI::Option *option : AddSubjectOptions(*generate, request))
+        option->required();
+    CLI::Option *keyLength =
+        generate->add_option("--key-length", request.keyLength, "RSA key length: 1024 or 2048")
+            ->capture_default_str();
     generate->add_option("--days", request.validDays, "Days of validity: 1 to 5475")
         ->capture_default_str();
+    std::string generateKey;
+    AltNameOptions generateNames;
+    CLI::Option *generateKeyOption =
+        generate
+            ->add_option("--key", generateKey,
+                         "Key type for a certificate with names: " + std::string(kKeyTypeNames))
+            ->check(KeyTypeValidator())
+            ->excludes(keyLength);
+    AddNameOptions(*generate, generateNames);
     AddJsonFlag(*generate, json);
-    generate->callback([&] { status = RunGenerate(request, json); });
+    generate->callback([&] {
+        if (generateKeyOption->count() == 0 && generateNames.dns.empty() &&
+            generateNames.ip.empty()) {
+            status = RunGenerate(request, json);
+            return;
+        }
+        // With a key type or names the extension generates; without --key
+        // the key is the published path's RSA key of --key-length.
+        const auto key = generateKeyOption->count() != 0
+                             ? ParseKeyType(generateKey)
+                             : ParseKeyType("rsa" + std::to_string(request.keyLength));
+        if (!key) {
+            std::fprintf(stderr,
+                         "bmccert: --key-length refused: with --dns or --ip give --key "
+                         "(%s)\n",
+                         std::string(kKeyTypeNames).c_str());
+            status = kExitUsage;
+            return;
+        }
+        status = RunGenerateWithNames(request, *key, generateNames, json);
+    });
+
+    GenerateOptions csrSubject;
+    std::string csrKey = "p256";
+    AltNameOptions csrNames;
+    std::string csrOut;
+    bool csrShow = false;
+    bool csrPem = false;
+    CLI::App *csr = app.add_subcommand(
+        "csr", "Make a new key on the controller and its signing request for a CA; or --show "
+               "the pending one");
+    csr->option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+    std::vector<CLI::Option *> csrRequest = AddSubjectOptions(*csr, csrSubject);
+    const std::vector<CLI::Option *> csrSubjectOptions = csrRequest;
+    csrRequest.push_back(csr->add_option("--key", csrKey, "Key type: " + std::string(kKeyTypeNames))
+                             ->check(KeyTypeValidator())
+                             ->capture_default_str());
+    for (CLI::Option *option : AddNameOptions(*csr, csrNames))
+        csrRequest.push_back(option);
+    csrRequest.push_back(csr->add_option("--out", csrOut, "Write the PEM to FILE instead of stdout")
+                             ->type_name("FILE"));
+    CLI::Option *show =
+        csr->add_flag("--show", csrShow, "Print the pending request instead of making one");
+    for (CLI::Option *option : csrRequest)
+        show->excludes(option);
+    csr->add_flag("--pem", csrPem, "With --show: print the request's PEM too")->needs(show);
+    csr->add_flag("--json", json, "With --show: print one JSON object")->needs(show);
+    csr->callback([&] {
+        if (csrShow) {
+            status = RunShowCsr(csrPem, json);
+            return;
+        }
+        if (const auto missing = MissingOption(csrSubjectOptions)) {
+            std::fprintf(stderr, "bmccert: csr: %s is required (or --show)\n", missing->c_str());
+            status = kExitUsage;
+            return;
+        }
+        // The validator has accepted the type, so it parses.
+        status = RunCsr(csrSubject, ParseKeyType(csrKey).value_or(KeyType{}), csrNames, csrOut);
+    });
+
+    std::string signedCert;
+    CLI::App *installSigned = app.add_subcommand(
+        "install-signed",
+        "Install a CA's answer to the pending signing request as a task and wait for its outcome");
+    installSigned
+        ->add_option("FILE", signedCert,
+                     "Uploaded PEM: the signed certificate, then its chain (leaf first)")
+        ->required();
+    AddJsonFlag(*installSigned, json);
+    installSigned->callback([&] { status = RunInstallSigned(signedCert, json); });
 
     CLI::App *verify = app.add_subcommand(
         "verify", "Verify the generated temporary certificate (/var/certs/TmpCertGen.pem)");

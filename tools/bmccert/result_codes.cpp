@@ -167,6 +167,48 @@ constexpr std::array kCodes = {
     BMCCERT_CODE(SSLCERT_EXT_ERR_INSTALL_PENDING,
                  "an interrupted installation could not be completed; it stays recorded and "
                  "the next installation tries again"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_BAD_SUBJECT,
+                 "the request was refused: a subject text broke its rule, or the days of "
+                 "validity are outside 1 to 5475"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_BAD_ALT_NAME,
+                 "the request was refused: an alternative name is not a host name or an IP "
+                 "address, or there are more than 16"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_BAD_KEY_TYPE,
+                 "the request was refused: the key's algorithm, bit length or curve is not one "
+                 "of RSA 2048, 3072, 4096, EC P-256, P-384"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_KEY_GENERATION, "OpenSSL could not make the key or the request"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_BUFFER_SMALL, "the PEM does not fit the caller's buffer"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_NO_PENDING_KEY, "no signing request is pending"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_PENDING_WRITE,
+                 "the pending key could not be stored; the earlier one stays"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_SIGNED_FETCH,
+                 "the CA's answer could not be fetched through the file transfer"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_SIGNED_TOO_BIG,
+                 "the CA's answer (certificate and chain) is larger than 64 KiB"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_SIGNED_NOT_PEM,
+                 "the CA's answer is not PEM certificates, or one is cut short"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_CHAIN_TOO_LONG,
+                 "the CA's answer holds more than 8 certificates"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_KEY_MISMATCH,
+                 "the leaf certificate is not for the pending key"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_NOT_SERVER_CERT,
+                 "the leaf certificate may not serve TLS servers"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_NOT_VALID_NOW,
+                 "the leaf certificate has expired or is not yet valid"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_WEAK_SIGNATURE,
+                 "the leaf certificate is signed with MD5 or SHA-1"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_CHAIN_ORDER,
+                 "a certificate of the chain did not issue the one before it (the leaf comes "
+                 "first, then its issuer)"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_CHAIN_NOT_CA,
+                 "a certificate after the leaf is not a CA"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_TASK,
+                 "the installation task or its thread could not start; nothing was installed"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_INSTALL,
+                 "the installation failed; the previous certificate stays in force"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_RESTART,
+                 "the new certificate is installed, but the tunnel did not restart and serves "
+                 "the previous one until it does"),
 
     // ---- 0x82: the platform's, handed on
     BMCCERT_CODE(BMC_PLATFORM_ERR_1,

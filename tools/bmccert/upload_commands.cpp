@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <thread>
 #include <vector>
 
@@ -17,17 +18,27 @@
 #include "frame/field_text.h"
 
 namespace bmccert::cli {
-namespace {
-
-// Linux keeps 15 characters of a thread's name.
-constexpr const char *kImportThreadName = "SSL_ImSrvCerThr";
-constexpr auto kPollInterval = std::chrono::milliseconds(50);
-constexpr uint8_t kTaskStateDone = 2;
 
 std::string LoginName() {
     const passwd *entry = getpwuid(getuid());
     return entry != nullptr ? entry->pw_name : "unknown";
 }
+
+// An import thread is detached and nobody can join it; the process must
+// still not end while it works (its last act, the web server's restart,
+// comes after its report), so every thread the call started is waited for.
+std::set<std::string> ThreadIds() {
+    std::set<std::string> ids;
+    std::error_code ec;
+    for (const auto &task : std::filesystem::directory_iterator("/proc/self/task", ec))
+        ids.insert(task.path().filename().string());
+    return ids;
+}
+
+namespace {
+
+constexpr auto kPollInterval = std::chrono::milliseconds(50);
+constexpr uint8_t kTaskStateDone = 2;
 
 UploadParam MakeRequest(const std::string &certPath, const std::string &keyPath) {
     UploadParam request{};
@@ -40,16 +51,9 @@ UploadParam MakeRequest(const std::string &certPath, const std::string &keyPath)
     return request;
 }
 
-// The import thread is detached and nobody can join it; the process must
-// still not end while it works (its last act, the web server's restart,
-// comes after its report), so it is waited for by its name.
-bool ImportThreadRunning() {
-    std::error_code ec;
-    for (const auto &task : std::filesystem::directory_iterator("/proc/self/task", ec)) {
-        std::ifstream comm(task.path() / "comm");
-        std::string name;
-        if (std::getline(comm, name) && name == kImportThreadName) return true;
-    }
+bool ThreadStartedSince(const std::set<std::string> &before) {
+    for (const std::string &id : ThreadIds())
+        if (before.count(id) == 0) return true;
     return false;
 }
 
@@ -105,18 +109,13 @@ std::string TaskLine(const BMCSIM_TaskState &task) {
 
 } // namespace
 
-int RunUpload(const std::string &certPath, const std::string &keyPath, bool json) {
-    const UploadParam request = MakeRequest(certPath, keyPath);
-    TaskHandle handle{};
-    if (const uint32_t result = LIB_SECURITY_UploadAndRestartService(&request, &handle);
-        result != SSLCERT_OK)
-        return ReportFailure("the import could not start", result);
-
+int FollowImport(uint32_t taskId, const std::set<std::string> &threadsBefore, bool json,
+                 std::string_view failure, uint32_t failureCode) {
     BMCSIM_TaskState task{};
-    if (!json) (void)WriteResult("task " + std::to_string(handle.TaskId) + ": registered\n");
-    while (BMCSIM_TaskGet(handle.TaskId, &task) == 0 && task.ucState == 0)
+    if (!json) (void)WriteResult("task " + std::to_string(taskId) + ": registered\n");
+    while (BMCSIM_TaskGet(taskId, &task) == 0 && task.ucState == 0)
         std::this_thread::sleep_for(kPollInterval);
-    while (ImportThreadRunning())
+    while (ThreadStartedSince(threadsBefore))
         std::this_thread::sleep_for(kPollInterval);
 
     const std::string entry = LastLine(BMCSIM_OPERATE_LOG);
@@ -132,10 +131,20 @@ int RunUpload(const std::string &certPath, const std::string &keyPath, bool json
     } else {
         status = WriteResult(TaskLine(task) + "\noperation log: " + DescribeEntry(entry) + '\n');
     }
-    if (task.ucState != kTaskStateDone)
-        return ReportFailure("import failed (details in /var/lib/bmc-sim/diag.log)",
-                             SSLCERT_MGMT_IMPORT_FAILED);
+    if (task.ucState != kTaskStateDone) return ReportFailure(failure, failureCode);
     return status;
+}
+
+int RunUpload(const std::string &certPath, const std::string &keyPath, bool json) {
+    const UploadParam request = MakeRequest(certPath, keyPath);
+    TaskHandle handle{};
+    const std::set<std::string> threads = ThreadIds();
+    if (const uint32_t result = LIB_SECURITY_UploadAndRestartService(&request, &handle);
+        result != SSLCERT_OK)
+        return ReportFailure("the import could not start", result);
+    return FollowImport(handle.TaskId, threads, json,
+                        "import failed (details in /var/lib/bmc-sim/diag.log)",
+                        SSLCERT_MGMT_IMPORT_FAILED);
 }
 
 int RunTasks(bool json) {

@@ -1,0 +1,128 @@
+#include "csr_commands.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+
+#include "json_writer.h"
+#include "info_format.h"
+#include "output.h"
+#include "result_codes.h"
+#include "upload_commands.h"
+#include "frame/field_text.h"
+#include "platform/bmc_platform.h"
+
+namespace bmccert::cli {
+namespace {
+
+std::string Meaning(uint32_t code) {
+    const auto entry = FindResultCode(code);
+    return entry ? std::string(entry->meaning) : "unknown result code";
+}
+
+int Refused(const RefusedField &refused, uint32_t code) {
+    return ReportFailure(refused.option + " refused: " + refused.why, code);
+}
+
+// A request the library refused: the option that broke its rule when the
+// tool can tell, else what the code means.
+int ReportRequestFailure(std::string_view what, const SSLCertRequest &request, uint32_t code) {
+    std::optional<RefusedField> refused;
+    if (code == SSLCERT_EXT_ERR_BAD_SUBJECT) refused = FindRefusedField(SubjectOf(request));
+    if (code == SSLCERT_EXT_ERR_BAD_ALT_NAME) refused = FindRefusedName(request);
+    if (refused) return Refused(*refused, code);
+    return ReportFailure(std::string(what) + ": " + Meaning(code), code);
+}
+
+// The request, or the refusal of an option that does not fit its field
+// (with the code the library gives such a field).
+std::optional<int> BuildRequest(const GenerateOptions &subject, const KeyType &key,
+                                const AltNameOptions &names, SSLCertRequest &request) {
+    const auto refused = FillCertRequest(subject, key, names, request);
+    if (!refused) return std::nullopt;
+    const bool isName = refused->option.rfind("--dns", 0) == 0 || refused->option == "--ip";
+    return Refused(*refused, isName ? SSLCERT_EXT_ERR_BAD_ALT_NAME : SSLCERT_EXT_ERR_BAD_SUBJECT);
+}
+
+} // namespace
+
+int RunCsr(const GenerateOptions &subject, const KeyType &key, const AltNameOptions &names,
+           const std::string &outPath) {
+    SSLCertRequest request{};
+    if (const auto refused = BuildRequest(subject, key, names, request)) return *refused;
+    std::string pem(SSLCERT_EXT_CSR_PEM_SIZE, '\0');
+    const uint32_t result =
+        LIB_SECURITY_SSL_GenerateCSR(&request, pem.data(), static_cast<uint32_t>(pem.size()));
+    if (result != SSLCERT_OK)
+        return ReportRequestFailure("no signing request made", request, result);
+    pem.resize(std::strlen(pem.c_str()));
+    if (outPath.empty()) return WriteResult(pem);
+    std::ofstream out(outPath, std::ios::binary | std::ios::trunc);
+    out << pem;
+    out.close();
+    if (!out) {
+        const int error = errno;
+        return ReportFailure("cannot write " + outPath +
+                                 " (the key stays pending): " + std::strerror(error),
+                             SSLCERT_ERR_FILE_OPEN);
+    }
+    return WriteResult("signing request in " + outPath +
+                       "; its key is pending on the controller\n");
+}
+
+int RunShowCsr(bool pem, bool json) {
+    SSLCertRequest request{};
+    std::string text(SSLCERT_EXT_CSR_PEM_SIZE, '\0');
+    const uint32_t result = LIB_SECURITY_SSL_GetPendingCSR(&request, pem ? text.data() : nullptr,
+                                                           static_cast<uint32_t>(text.size()));
+    if (result != SSLCERT_OK)
+        return ReportFailure("no pending signing request: " + Meaning(result), result);
+    text.resize(std::strlen(text.c_str()));
+    if (json) return WriteResult(FormatRequestJson(request, text));
+    return WriteResult(FormatRequestText(request) + text);
+}
+
+int RunInstallSigned(const std::string &certPath, bool json) {
+    SignedCertUpload upload{};
+    if (certPath.size() >= sizeof upload.CertSrcPath)
+        return ReportFailure(
+            certPath.substr(0, 40) + "... refused: " + std::to_string(certPath.size()) +
+                " bytes; at most " + std::to_string(sizeof upload.CertSrcPath - 1) + " fit",
+            SSLCERT_EXT_ERR_SIGNED_FETCH);
+    std::memcpy(upload.CertSrcPath, certPath.c_str(), certPath.size() + 1);
+    (void)BMC_Strlcpy(upload.LogOrigin.szUserName, LoginName().c_str(),
+                      sizeof upload.LogOrigin.szUserName);
+    (void)BMC_Strlcpy(upload.LogOrigin.szClientAddr, "localhost",
+                      sizeof upload.LogOrigin.szClientAddr);
+    TaskHandle handle{};
+    const std::set<std::string> threads = ThreadIds();
+    const uint32_t result = LIB_SECURITY_SSL_ImportSignedCert(&upload, &handle);
+    if (result != SSLCERT_OK)
+        return ReportFailure("signed certificate refused: " + Meaning(result), result);
+    return FollowImport(handle.TaskId, threads, json,
+                        "installation failed (details in /var/lib/bmc-sim/diag.log)",
+                        SSLCERT_EXT_ERR_INSTALL);
+}
+
+int RunGenerateWithNames(const GenerateOptions &subject, const KeyType &key,
+                         const AltNameOptions &names, bool json) {
+    SSLCertRequest request{};
+    if (const auto refused = BuildRequest(subject, key, names, request)) return *refused;
+    OperateDesc desc{};
+    const uint32_t result = LIB_SECURITY_SSL_GenSelfSignedAndRestart(&request, &desc);
+    if (result != SSLCERT_OK) {
+        const std::string_view described = FieldView(desc.szOperateDesc);
+        return ReportRequestFailure(described.empty() ? "generation failed" : described, request,
+                                    result);
+    }
+    const std::string_view text = FieldView(desc.szOperateDesc);
+    if (!json) return WriteResult(std::string(text) + '\n');
+    JsonWriter writer;
+    writer.BeginObject();
+    writer.Uint("result", result);
+    writer.String("description", text);
+    writer.EndObject();
+    return WriteResult(writer.Text() + '\n');
+}
+
+} // namespace bmccert::cli

@@ -1,0 +1,154 @@
+#include "csr_request.h"
+
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+#include "frame/field_text.h"
+
+namespace bmccert::cli {
+namespace {
+
+constexpr std::size_t kMaxHostName = 253;
+constexpr std::size_t kMaxLabel = 63;
+
+struct NamedKey {
+    std::string_view name;
+    KeyType key;
+};
+
+constexpr std::array kKeyTypes = {
+    NamedKey{"rsa2048", {SSLCERT_EXT_KEY_RSA, 2048, SSLCERT_EXT_CURVE_NONE}},
+    NamedKey{"rsa3072", {SSLCERT_EXT_KEY_RSA, 3072, SSLCERT_EXT_CURVE_NONE}},
+    NamedKey{"rsa4096", {SSLCERT_EXT_KEY_RSA, 4096, SSLCERT_EXT_CURVE_NONE}},
+    NamedKey{"p256", {SSLCERT_EXT_KEY_EC, 256, SSLCERT_EXT_CURVE_P256}},
+    NamedKey{"p384", {SSLCERT_EXT_KEY_EC, 384, SSLCERT_EXT_CURVE_P384}},
+};
+
+// Copies text into its field when it fits with its terminator; otherwise
+// the refusal names the option and the field's room.
+template <std::size_t N>
+std::optional<RefusedField> Put(char (&field)[N], const std::string &text, const char *option) {
+    if (text.size() >= N)
+        return RefusedField{option, std::to_string(text.size()) + " bytes; at most " +
+                                        std::to_string(N - 1) + " fit"};
+    std::memcpy(field, text.c_str(), text.size() + 1);
+    return std::nullopt;
+}
+
+bool IsHostLabel(std::string_view label) {
+    if (label.empty() || label.size() > kMaxLabel) return false;
+    if (label.front() == '-' || label.back() == '-') return false;
+    for (const char c : label)
+        if (!((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+              c == '-'))
+            return false;
+    return true;
+}
+
+bool IsHostName(std::string_view name) {
+    if (name.size() > kMaxHostName) return false;
+    if (name.substr(0, 2) == "*.") name.remove_prefix(2);
+    for (;;) {
+        const std::size_t dot = name.find('.');
+        if (!IsHostLabel(name.substr(0, dot))) return false;
+        if (dot == std::string_view::npos) return true;
+        name.remove_prefix(dot + 1);
+    }
+}
+
+bool IsAddress(const std::string &text) {
+    unsigned char buffer[16];
+    return inet_pton(AF_INET, text.c_str(), buffer) == 1 ||
+           inet_pton(AF_INET6, text.c_str(), buffer) == 1;
+}
+
+} // namespace
+
+std::optional<KeyType> ParseKeyType(std::string_view text) {
+    for (const NamedKey &entry : kKeyTypes)
+        if (entry.name == text) return entry.key;
+    return std::nullopt;
+}
+
+std::string_view KeyTypeName(uint32_t algorithm, uint32_t bitLength, uint32_t curve) {
+    for (const NamedKey &entry : kKeyTypes) {
+        if (entry.key.algorithm != algorithm || entry.key.curve != curve) continue;
+        if (entry.key.bitLength == bitLength || (algorithm == SSLCERT_EXT_KEY_EC && bitLength == 0))
+            return entry.name;
+    }
+    return "unknown";
+}
+
+std::optional<RefusedField> FillCertRequest(const GenerateOptions &subject, const KeyType &key,
+                                            const AltNameOptions &names, SSLCertRequest &request) {
+    request = SSLCertRequest{};
+    for (auto refused : {Put(request.szCommonName, subject.commonName, "--cn"),
+                         Put(request.szOrganisation, subject.organisation, "--org"),
+                         Put(request.szOrganisationUnit, subject.organisationUnit, "--ou"),
+                         Put(request.szLocalityName, subject.locality, "--locality"),
+                         Put(request.szStateName, subject.state, "--state"),
+                         Put(request.szCountryCode, subject.country, "--country"),
+                         Put(request.szEmailAddress, subject.email, "--email")})
+        if (refused) return refused;
+    request.uiKeyAlgorithm = key.algorithm;
+    request.uiKeyBitLength = key.bitLength;
+    request.uiKeyCurve = key.curve;
+    request.uiValidDays = subject.validDays;
+
+    const std::size_t count = names.dns.size() + names.ip.size();
+    if (count > SSLCERT_EXT_MAX_ALT_NAMES)
+        return RefusedField{"--dns/--ip", std::to_string(count) + " names; at most " +
+                                              std::to_string(SSLCERT_EXT_MAX_ALT_NAMES) + " fit"};
+    const auto add = [&](const std::string &name, uint32_t type,
+                         const char *option) -> std::optional<RefusedField> {
+        if (name.size() > kMaxHostName)
+            return RefusedField{option, "a name of " + std::to_string(name.size()) +
+                                            " characters; at most " + std::to_string(kMaxHostName) +
+                                            " fit"};
+        SSLCertAltName &entry = request.astAltNames[request.uiAltNameCount++];
+        entry.uiType = type;
+        std::memcpy(entry.szName, name.c_str(), name.size() + 1);
+        return std::nullopt;
+    };
+    for (const std::string &name : names.dns)
+        if (auto refused = add(name, SSLCERT_EXT_ALT_NAME_DNS, "--dns")) return refused;
+    for (const std::string &name : names.ip)
+        if (auto refused = add(name, SSLCERT_EXT_ALT_NAME_IP, "--ip")) return refused;
+    return std::nullopt;
+}
+
+SSLCertGenParam SubjectOf(const SSLCertRequest &request) {
+    SSLCertGenParam subject{};
+    subject.uiKeyLength = SSLCERT_GEN_KEYLEN_2048;
+    subject.uiValidDays = request.uiValidDays;
+    std::memcpy(subject.szCommonName, request.szCommonName, sizeof subject.szCommonName);
+    std::memcpy(subject.szOrganisation, request.szOrganisation, sizeof subject.szOrganisation);
+    std::memcpy(subject.szOrganisationUnit, request.szOrganisationUnit,
+                sizeof subject.szOrganisationUnit);
+    std::memcpy(subject.szLocalityName, request.szLocalityName, sizeof subject.szLocalityName);
+    std::memcpy(subject.szStateName, request.szStateName, sizeof subject.szStateName);
+    std::memcpy(subject.szCountryCode, request.szCountryCode, sizeof subject.szCountryCode);
+    std::memcpy(subject.szEmailAddress, request.szEmailAddress, sizeof subject.szEmailAddress);
+    return subject;
+}
+
+std::optional<RefusedField> FindRefusedName(const SSLCertRequest &request) {
+    const uint32_t count = std::min(request.uiAltNameCount, SSLCERT_EXT_MAX_ALT_NAMES);
+    for (uint32_t i = 0; i < count; ++i) {
+        const SSLCertAltName &entry = request.astAltNames[i];
+        const std::string name(FieldView(entry.szName));
+        if (entry.uiType == SSLCERT_EXT_ALT_NAME_DNS && !IsHostName(name))
+            return RefusedField{"--dns", "'" + name +
+                                             "' is not a host name: dot-separated labels of 1 to "
+                                             "63 letters, digits and '-', none starting or "
+                                             "ending with '-' (a leading '*.' is allowed)"};
+        if (entry.uiType == SSLCERT_EXT_ALT_NAME_IP && !IsAddress(name))
+            return RefusedField{"--ip", "'" + name + "' is not an IPv4 or IPv6 address"};
+    }
+    return std::nullopt;
+}
+
+} // namespace bmccert::cli
