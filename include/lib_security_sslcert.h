@@ -431,10 +431,20 @@ BMCCERT_API uint32_t LIB_SECURITY_SSL_ModStunnelConfFile(const char *pcCertPath,
  * installs a new certificate, restarts stunnel.service (and waits for
  * systemctl) and lighttpd.service 2 seconds later in the background, and
  * writes the outcome's description into pstOperateLog. Results (management
- * codes): 0; SSLCERT_MGMT_GEN_BAD_REQUEST (request refused);
- * SSLCERT_MGMT_PLATFORM_BUSY (the platform refused); SSLCERT_MGMT_GEN_FAILED
- * (any other failure, a null pointer included). Runs the openssl tool,
- * systemctl and a background shell; takes seconds. */
+ * codes), and whether the certificate in force changed:
+ *  - 0: the new certificate is installed and the restarts are under way;
+ *  - SSLCERT_MGMT_GEN_BAD_REQUEST: the request was refused; nothing changed;
+ *  - SSLCERT_MGMT_PLATFORM_BUSY: the platform refused a call; nothing
+ *    changed when it refused during the generation, the new certificate is
+ *    in force when it refused the tunnel's restart;
+ *  - SSLCERT_MGMT_GEN_FAILED: any other failure, a null pointer included;
+ *    nothing changed when the generation or the installation failed, the
+ *    new certificate is in force (installed, but not yet served) when the
+ *    tunnel's restart or the start of the web server's restart failed.
+ *    The diagnostics log tells which ("Generate Cert:gen cert failed!"
+ *    before anything changed, "Generate Cert:Restart ... failed!" after);
+ *    `bmccert generate` says "installed, but the tunnel did not restart".
+ * Runs the openssl tool, systemctl and a background shell; takes seconds. */
 BMCCERT_API uint32_t LIB_SECURITY_GenAndRestartService(const SSLCertGenParam *pstSSLCert,
                                                        OperateDesc *pstOperateLog);
 
@@ -471,8 +481,12 @@ BMCCERT_API void SECURITY_SSL_UpdateImportTask(uint32_t uiTaskId, uint8_t ucStat
  * the outcome arrives through the task service and the operation log.
  * Results (management codes): 0; SSLCERT_MGMT_PLATFORM_BUSY (the platform
  * refused); SSLCERT_MGMT_IMPORT_FAILED (any other failure to start, a null
- * pointer included). Starts a thread that runs the openssl tool and
- * restarts both services; the process must outlive it. */
+ * pointer included). None of these changes the certificate in force. The
+ * task's outcome: state 2, the new certificate is in force; state 4, it did
+ * not change, unless the tunnel's restart failed after the installation
+ * (the diagnostics log's "Upload Cert:Restart stunnel service failed!").
+ * Starts a thread that runs the openssl tool and restarts both services;
+ * the process must outlive it. */
 BMCCERT_API uint32_t LIB_SECURITY_UploadAndRestartService(const UploadParam *pstUploadParam,
                                                           TaskHandle *pstTask);
 /* The start of an import without the management mapping: registers the

@@ -2,8 +2,6 @@
 // puts it in service: generation and installation, tunnel restart, delayed
 // web server restart, removal of the temporary pair, description and
 // management code.
-#include <cerrno>
-#include <cstring>
 
 #include "sslcert/sslcert_internal.h"
 
@@ -21,13 +19,13 @@ uint32_t GenerateAndRestart(const SSLCertGenParam &request) {
     if (const int32_t result = RestartServiceNow(kTunnelService); result != 0) {
         BMCCERT_DIAG(kLevelFailure,
                      "Generate Cert:Restart stunnel service failed! iRet=%d. ERR:%s.\n", result,
-                     std::strerror(errno));
+                     kRestartErrorText);
         return static_cast<uint32_t>(result);
     }
     if (const uint32_t result = RestartWebServerLater(); result != 0) {
         BMCCERT_DIAG(kLevelFailure,
                      "Generate Cert:Restart lighttpd service failed! iRet=%d. ERR:%s.\n", result,
-                     std::strerror(errno));
+                     kRestartErrorText);
         return result;
     }
     return SSLCERT_OK;

@@ -4,9 +4,7 @@
 // the services and reports the outcome.
 #include <sys/prctl.h>
 
-#include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <memory>
 #include <new>
 #include <thread>
@@ -58,7 +56,7 @@ uint32_t ImportPair(const UploadParam &request) {
     if (const int32_t result = RestartServiceNow(kTunnelService); result != 0) {
         BMCCERT_DIAG(kLevelFailure,
                      "Upload Cert:Restart stunnel service failed! iRet=%d. ERR:%s.\n", result,
-                     std::strerror(errno));
+                     kRestartErrorText);
         return static_cast<uint32_t>(result);
     }
     return SSLCERT_OK;
@@ -84,7 +82,7 @@ void ReportSuccessAndRestartWebServer(const ImportProc &proc) {
     if (const int32_t result = RestartServiceNow(kWebService); result != 0)
         BMCCERT_DIAG(kLevelFailure,
                      "Upload Cert:Restart lighttpd service failed! iRet=%d. ERR:%s.\n", result,
-                     std::strerror(errno));
+                     kRestartErrorText);
 }
 
 } // namespace

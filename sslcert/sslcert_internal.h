@@ -59,6 +59,9 @@ extern const std::array<BMC_ErrCodeMap, 3> SSLCertErrMap;
 inline constexpr const char *kTunnelService = "stunnel.service";
 inline constexpr const char *kWebService = "lighttpd.service";
 inline constexpr int kWebRestartDelaySeconds = 2;
+// What the restart reports put where an error text goes: a restart sets no
+// errno, and an unrelated one left from an earlier call would mislead.
+inline constexpr const char *kRestartErrorText = "none, the restart reports only its status";
 
 // Asks the service manager to restart a unit now; its result is the
 // restart's result. The calling place is handed on for the service

@@ -62,9 +62,21 @@ run "$tool" verify
 # The openssl tool says why on stderr before the tool's own last line.
 expect "verify without a generated certificate" is "$status/$out/${err##*$'\n'}" \
     "1//bmccert: generated certificate missing or unreadable: 0x98000002"
-run "$tool" generate "${request[@]}" --key-length 1024 --days 30 --json
+check "a text longer than its field is refused, never cut" \
+    "1//bmccert: --country refused: 3 bytes; at most 2 fit: 0x1800041C" \
+    "$tool" generate "${request[@]}" --country USA
+run "$tool" generate "${request[@]}" --country USA --json
+expect "... with a JSON error object for --json" is "$out" \
+    '{"error":{"code":"0x1800041C","name":"SSLCERT_MGMT_GEN_BAD_REQUEST","message":"--country refused: 3 bytes; at most 2 fit"}}'
+run "$tool" generate "${request[@]}" --key-length 1024
+expect "a 1024-bit key asks for --force" matches "$status/$out/$err" "^2//.*security level 2.*--force"
+run "$tool" generate "${request[@]}" --key-length 1024 --force --days 30 --json
 expect "generate succeeds" is "$status/$out" \
     '0/{"result":0,"description":"Generated SSL certificate successfully."}'
+expect "the openssl tool's notes stay out of the caller's stderr" is "$err" ""
+run env BMC_SIM_FAULTS=systemd_run=5 "$tool" generate "${request[@]}"
+expect "a generation whose restart failed says the certificate is in force" is "$status/$err" \
+    "1/bmccert: installed, but the tunnel did not restart: Failed to generate SSL certificate.: 0x1800001A"
 run "$tool" install /conf/certs/server/default/server.pem /conf/certs/server/default/privkey.pem
 expect "install an existing pair" is "$status/$out" "0/installed; tunnel restarted, web server restarting"
 run "$tool" install /nonexistent.pem /conf/certs/server/default/privkey.pem

@@ -15,9 +15,11 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 namespace {
@@ -31,7 +33,8 @@ constexpr std::string_view kUsage =
     "\n"
     "Runs COMMAND in a private mount namespace in which ROOT/conf is /conf,\n"
     "ROOT/var/certs is /var/certs and ROOT/state is /var/lib/bmc-sim, with\n"
-    "ROOT/bin first on PATH and BMC_SANDBOX_ROOT set to ROOT. A ROOT that was\n"
+    "ROOT/bin first on PATH, then the directory of bmc-sandbox itself (where\n"
+    "bmccert and bmc-sim lie), and BMC_SANDBOX_ROOT set to ROOT. A ROOT that was\n"
     "never provisioned first receives the files of a factory-fresh controller;\n"
     "later runs keep what earlier ones wrote.\n"
     "\n"
@@ -164,9 +167,15 @@ void complain(std::string_view message) {
         return kExitSandboxFailed;
     }
 
+    // The tools built or installed beside bmc-sandbox (bmccert, bmc-sim)
+    // come right after the sandbox's own commands.
     const char *host_path = std::getenv("PATH");
-    std::string path = *root + "/" + std::string(sandbox::kBinDir) + ":" +
-                       (host_path != nullptr ? host_path : "/usr/local/bin:/usr/bin:/bin");
+    std::string path = *root + "/" + std::string(sandbox::kBinDir) + ":";
+    std::error_code no_exe;
+    const std::filesystem::path exe = std::filesystem::read_symlink("/proc/self/exe", no_exe);
+    if (!no_exe && exe.string().find(':') == std::string::npos)
+        path += exe.parent_path().string() + ":";
+    path += host_path != nullptr ? host_path : "/usr/local/bin:/usr/bin:/bin";
     if (::setenv("PATH", path.c_str(), 1) != 0 ||
         ::setenv("BMC_SANDBOX_ROOT", root->c_str(), 1) != 0) {
         complain("cannot set the environment");

@@ -110,6 +110,8 @@ int RunGenerateWithNames(const GenerateOptions &subject, const KeyType &key,
     if (const auto refused = BuildRequest(subject, key, names, request)) return *refused;
     OperateDesc desc{};
     const uint32_t result = LIB_SECURITY_SSL_GenSelfSignedAndRestart(&request, &desc);
+    if (result == SSLCERT_EXT_ERR_RESTART)
+        return ReportFailure("installed, but the tunnel did not restart", result);
     if (result != SSLCERT_OK) {
         const std::string_view described = FieldView(desc.szOperateDesc);
         return ReportRequestFailure(described.empty() ? "generation failed" : described, request,

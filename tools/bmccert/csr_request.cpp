@@ -27,17 +27,6 @@ constexpr std::array kKeyTypes = {
     NamedKey{"p384", {SSLCERT_EXT_KEY_EC, 384, SSLCERT_EXT_CURVE_P384}},
 };
 
-// Copies text into its field when it fits with its terminator; otherwise
-// the refusal names the option and the field's room.
-template <std::size_t N>
-std::optional<RefusedField> Put(char (&field)[N], const std::string &text, const char *option) {
-    if (text.size() >= N)
-        return RefusedField{option, std::to_string(text.size()) + " bytes; at most " +
-                                        std::to_string(N - 1) + " fit"};
-    std::memcpy(field, text.c_str(), text.size() + 1);
-    return std::nullopt;
-}
-
 bool IsHostLabel(std::string_view label) {
     if (label.empty() || label.size() > kMaxLabel) return false;
     if (label.front() == '-' || label.back() == '-') return false;
@@ -85,13 +74,13 @@ std::string_view KeyTypeName(uint32_t algorithm, uint32_t bitLength, uint32_t cu
 std::optional<RefusedField> FillCertRequest(const GenerateOptions &subject, const KeyType &key,
                                             const AltNameOptions &names, SSLCertRequest &request) {
     request = SSLCertRequest{};
-    for (auto refused : {Put(request.szCommonName, subject.commonName, "--cn"),
-                         Put(request.szOrganisation, subject.organisation, "--org"),
-                         Put(request.szOrganisationUnit, subject.organisationUnit, "--ou"),
-                         Put(request.szLocalityName, subject.locality, "--locality"),
-                         Put(request.szStateName, subject.state, "--state"),
-                         Put(request.szCountryCode, subject.country, "--country"),
-                         Put(request.szEmailAddress, subject.email, "--email")})
+    for (auto refused : {PutText(request.szCommonName, subject.commonName, "--cn"),
+                         PutText(request.szOrganisation, subject.organisation, "--org"),
+                         PutText(request.szOrganisationUnit, subject.organisationUnit, "--ou"),
+                         PutText(request.szLocalityName, subject.locality, "--locality"),
+                         PutText(request.szStateName, subject.state, "--state"),
+                         PutText(request.szCountryCode, subject.country, "--country"),
+                         PutText(request.szEmailAddress, subject.email, "--email")})
         if (refused) return refused;
     request.uiKeyAlgorithm = key.algorithm;
     request.uiKeyBitLength = key.bitLength;

@@ -1,16 +1,27 @@
 #include "gen_commands.h"
 
-#include <cerrno>
-#include <cstring>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <string>
 
 #include "json_writer.h"
 #include "lib_security_sslcert_ext.h"
 #include "output.h"
 #include "platform/bmc_platform.h"
+#include "platform/controller_paths.h"
 #include "frame/field_text.h"
 
 namespace bmccert::cli {
 namespace {
+
+using controller_paths::kUserCertPath;
+
+// A file's whole text, empty when it cannot be read.
+std::string FileText(const char *path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
 
 const char *VerifyFailureText(uint32_t code) {
     switch (code) {
@@ -40,7 +51,18 @@ int WriteOutcome(std::string_view description, uint32_t code, bool json) {
 } // namespace
 
 int RunGenerate(const GenerateOptions &options, bool json) {
-    const SSLCertGenParam request = MakeRequest(options);
+    SSLCertGenParam request{};
+    if (const auto refused = MakeRequest(options, request))
+        return ReportFailure(refused->option + " refused: " + refused->why,
+                             SSLCERT_MGMT_GEN_BAD_REQUEST);
+    if (options.keyLength == SSLCERT_GEN_KEYLEN_1024 && !options.force) {
+        std::fprintf(stderr, "bmccert: --key-length 1024: TLS stacks at security level 2 (the "
+                             "default of OpenSSL 3) refuse RSA keys under 2048 bits, so the "
+                             "tunnel may not start with such a key; add --force to generate one "
+                             "anyway\n");
+        return kExitUsage;
+    }
+    const std::string before = FileText(kUserCertPath);
     OperateDesc desc{};
     const uint32_t result = LIB_SECURITY_GenAndRestartService(&request, &desc);
     if (result == SSLCERT_OK) return WriteOutcome(FieldView(desc.szOperateDesc), result, json);
@@ -48,6 +70,13 @@ int RunGenerate(const GenerateOptions &options, bool json) {
         if (const auto refused = FindRefusedField(request))
             return ReportFailure(refused->option + " refused: " + refused->why, result);
     }
+    // The entry's failure codes do not say whether the new certificate was
+    // installed before a restart failed; the file in force does.
+    const std::string after = FileText(kUserCertPath);
+    if (!after.empty() && after != before)
+        return ReportFailure("installed, but the tunnel did not restart: " +
+                                 std::string(FieldView(desc.szOperateDesc)),
+                             result);
     return ReportFailure(std::string(FieldView(desc.szOperateDesc)), result);
 }
 
@@ -65,8 +94,9 @@ int RunInstall(const std::string &certPath, const std::string &keyPath) {
     const int32_t tunnel = systemd_run(__FILE_NAME__, __func__, __LINE__, 0, 0,
                                        "systemctl restart %s\n", "stunnel.service");
     if (tunnel != 0)
-        return ReportFailure("installed, but the tunnel did not restart: " +
-                                 std::string(std::strerror(errno)),
+        return ReportFailure("installed, but the tunnel did not restart: systemctl restart "
+                             "stunnel.service returned " +
+                                 std::to_string(tunnel),
                              static_cast<uint32_t>(tunnel));
     if (const uint32_t web = BMC_System("sleep 2 && systemctl restart lighttpd.service &");
         web != 0)

@@ -3,14 +3,9 @@
 #include <cstring>
 #include <functional>
 
-#include "platform/bmc_platform.h"
 
 namespace bmccert::cli {
 namespace {
-
-template <std::size_t N> void CopyField(char (&field)[N], const std::string &text) {
-    (void)BMC_Strlcpy(field, text.c_str(), N);
-}
 
 // A request that passes every rule, into which one field is put at a time.
 SSLCertGenParam PassingRequest() {
@@ -35,18 +30,19 @@ struct FieldRule {
 
 } // namespace
 
-SSLCertGenParam MakeRequest(const GenerateOptions &options) {
-    SSLCertGenParam request{};
+std::optional<RefusedField> MakeRequest(const GenerateOptions &options, SSLCertGenParam &request) {
+    request = SSLCertGenParam{};
     request.uiKeyLength = options.keyLength;
     request.uiValidDays = options.validDays;
-    CopyField(request.szCommonName, options.commonName);
-    CopyField(request.szOrganisation, options.organisation);
-    CopyField(request.szOrganisationUnit, options.organisationUnit);
-    CopyField(request.szLocalityName, options.locality);
-    CopyField(request.szStateName, options.state);
-    CopyField(request.szCountryCode, options.country);
-    CopyField(request.szEmailAddress, options.email);
-    return request;
+    for (auto refused : {PutText(request.szCommonName, options.commonName, "--cn"),
+                         PutText(request.szOrganisation, options.organisation, "--org"),
+                         PutText(request.szOrganisationUnit, options.organisationUnit, "--ou"),
+                         PutText(request.szLocalityName, options.locality, "--locality"),
+                         PutText(request.szStateName, options.state, "--state"),
+                         PutText(request.szCountryCode, options.country, "--country"),
+                         PutText(request.szEmailAddress, options.email, "--email")})
+        if (refused) return refused;
+    return std::nullopt;
 }
 
 std::optional<RefusedField> FindRefusedField(const SSLCertGenParam &request) {

@@ -2,6 +2,8 @@
 // library's request rules refuse.
 #pragma once
 
+#include <cstddef>
+#include <cstring>
 #include <optional>
 #include <string>
 
@@ -19,15 +21,30 @@ struct GenerateOptions {
     std::string email;
     uint32_t keyLength = 2048;
     uint32_t validDays = 365;
+    bool force = false; // a 1024-bit key all the same
 };
-
-// Texts longer than their field are cut, as every record's texts are.
-[[nodiscard]] SSLCertGenParam MakeRequest(const GenerateOptions &options);
 
 struct RefusedField {
     std::string option; // the command-line option, "--email"
     std::string why;    // the rule it breaks
 };
+
+// Copies text into its field when it fits with its terminator; otherwise
+// the refusal names the option and the field's room. Nothing is ever cut.
+template <std::size_t N>
+[[nodiscard]] std::optional<RefusedField> PutText(char (&field)[N], const std::string &text,
+                                                  const char *option) {
+    if (text.size() >= N)
+        return RefusedField{option, std::to_string(text.size()) + " bytes; at most " +
+                                        std::to_string(N - 1) + " fit"};
+    std::memcpy(field, text.c_str(), text.size() + 1);
+    return std::nullopt;
+}
+
+// The request of the options, or the first option whose text does not fit
+// its field.
+[[nodiscard]] std::optional<RefusedField> MakeRequest(const GenerateOptions &options,
+                                                      SSLCertGenParam &request);
 
 // The first field that the library's check refuses, in the check's order.
 // Each field is checked alone beside fields known to pass, so the answer

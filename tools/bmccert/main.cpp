@@ -131,6 +131,8 @@ int main(int argc, char **argv) {
             ->capture_default_str();
     generate->add_option("--days", request.validDays, "Days of validity: 1 to 5475")
         ->capture_default_str();
+    generate->add_flag("--force", request.force,
+                       "Generate a 1024-bit key although TLS stacks at security level 2 refuse it");
     std::string generateKey;
     AltNameOptions generateNames;
     CLI::Option *generateKeyOption =
@@ -279,6 +281,7 @@ int main(int argc, char **argv) {
     // Every other subcommand reads the controller, so it runs only on one;
     // --help still works anywhere (help is handled before this).
     app.parse_complete_callback([&] {
+        ReportFailuresAsJson(json);
         for (const CLI::App *chosen : app.get_subcommands())
             if (chosen != explain && !RequireController()) throw CLI::RuntimeError(kExitFailure);
     });

@@ -4,9 +4,19 @@
 #include <cstdio>
 #include <cstring>
 
+#include "json_writer.h"
+#include "result_codes.h"
+
 namespace bmccert::cli {
+namespace {
+
+bool g_failuresAsJson = false;
+bool g_resultWritten = false; // stdout holds one answer at most
+
+} // namespace
 
 int WriteResult(std::string_view text) {
+    g_resultWritten = true;
     const std::size_t written = std::fwrite(text.data(), 1, text.size(), stdout);
     if (written == text.size() && std::fflush(stdout) == 0) return kExitOk;
     const int error = errno;
@@ -15,9 +25,29 @@ int WriteResult(std::string_view text) {
     return kExitFailure;
 }
 
+
+void ReportFailuresAsJson(bool on) {
+    g_failuresAsJson = on;
+}
+
 int ReportFailure(std::string_view what, uint32_t code) {
     (void)std::fprintf(stderr, "bmccert: %.*s: 0x%08X\n", static_cast<int>(what.size()),
                        what.data(), static_cast<unsigned>(code));
+    if (g_failuresAsJson && !g_resultWritten) {
+        char hex[11];
+        (void)std::snprintf(hex, sizeof hex, "0x%08X", static_cast<unsigned>(code));
+        const auto known = FindResultCode(code);
+        JsonWriter writer;
+        writer.BeginObject();
+        writer.Key("error");
+        writer.BeginObject();
+        writer.String("code", hex);
+        writer.String("name", known ? known->name : "");
+        writer.String("message", what);
+        writer.EndObject();
+        writer.EndObject();
+        (void)WriteResult(writer.Text() + '\n');
+    }
     return kExitFailure;
 }
 

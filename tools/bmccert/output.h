@@ -15,7 +15,16 @@ inline constexpr int kExitUsage = 2;
 // (a full disk, a closed pipe) is a failure, not a success.
 [[nodiscard]] int WriteResult(std::string_view text);
 
-// "bmccert: <what>: 0x%08X" on standard error; returns kExitFailure.
+// "bmccert: <what>: 0x%08X" on standard error; returns kExitFailure. With
+// JSON results on, also one JSON object on standard output, so that a
+// script reading it gets an answer on failure too:
+//   {"error":{"code":"0x98000004","name":"SSLCERT_ERR_CERT_EXPIRED","message":"<what>"}}
+// ("name" is empty for a code the tool does not know); not when a result
+// was written already (an upload's task report), as stdout holds one
+// object.
 [[nodiscard]] int ReportFailure(std::string_view what, uint32_t code);
+
+// Turns the JSON error object of ReportFailure on; main does it for --json.
+void ReportFailuresAsJson(bool on);
 
 } // namespace bmccert::cli
