@@ -79,6 +79,10 @@ expect_status "foreign root" 2 "$tool" --fresh "$work/foreign" -- true
 HOME=$work/home expect_status "home directory" 2 "$tool" "$work/home" -- true
 expect_status "colon in root" 2 "$tool" "$work/a:b" -- true
 
+# The tools built beside the sandbox are on its PATH.
+[ "$(in_sandbox sh -c 'command -v bmccert')" = "$(dirname "$(readlink -f "$tool")")/bmccert" ] &&
+    pass || fail "bmccert beside bmc-sandbox is not on the sandbox's PATH"
+
 # A root reached by a relative path works and is handed on absolute.
 [ "$(cd "$work" && "$tool" root -- printenv BMC_SANDBOX_ROOT)" = "$root" ] && pass || fail "relative root"
 
