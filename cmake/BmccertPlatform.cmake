@@ -21,9 +21,9 @@ elseif(BMCCERT_PLATFORM STREQUAL "system")
     endif()
     target_link_libraries(bmcplatform INTERFACE ${${var}})
   endforeach()
-  # The sandbox, the tool and the tests run against the stand-in's state
-  # files; a controller build is the library alone.
-  foreach(part BMCCERT_TOOLS BMCCERT_TESTS BMCCERT_BENCH)
+  # The sandbox and the tests run against the stand-in's state files; of
+  # the tools a controller build has bmccert alone (BMCCERT_TOOLS).
+  foreach(part BMCCERT_TESTS BMCCERT_BENCH)
     if(${part})
       message(STATUS "${part} is off with BMCCERT_PLATFORM=system: it needs the host stand-in")
       set(${part} OFF CACHE BOOL "" FORCE)

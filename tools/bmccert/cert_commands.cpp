@@ -14,7 +14,8 @@
 #include "lib_ssl_auth.h"
 #include "operate_output.h"
 #include "output.h"
-#include "platform/host/bmc_sim.h"
+#include "platform/bmc_platform.h"
+#include "task_service.h"
 #include "frame/field_text.h"
 
 namespace bmccert::cli {
@@ -45,23 +46,31 @@ std::string AbsolutePath(const std::string &path) {
 // Follows an import's task until its final report.
 int FollowImport(uint32_t result, const TaskHandle &task, bool json) {
     if (result != 0)
-        return ReportFailure("import refused (details in /var/lib/bmc-sim/diag.log)", result);
-    BMCSIM_TaskState state{};
+        return ReportFailure(std::string("import refused (details in ") + DiagnosticsHint() + ")",
+                             result);
+    if (!TasksReadable()) {
+        if (json) return WriteResult("{\"task\":" + std::to_string(task.TaskId) + "}\n");
+        return WriteResult("task " + std::to_string(task.TaskId) +
+                           ": started; its outcome is in the task service\n");
+    }
+    TaskRecord state;
     for (int i = 0; i < kPollLimit; ++i) {
-        if (BMCSIM_TaskGet(task.TaskId, &state) != 0 || state.ucState != 0) break;
+        const std::optional<TaskRecord> read = ReadTask(task.TaskId);
+        if (!read) break;
+        state = *read;
+        if (state.state != 0) break;
         std::this_thread::sleep_for(kPollInterval);
     }
-    const std::string text(FieldView(state.szText));
-    if (state.ucState != 2) return ReportFailure("import task did not finish: " + text, result);
+    if (state.state != 2) return ReportFailure("import task did not finish: " + state.text, result);
     if (!json)
         return WriteResult("task " + std::to_string(task.TaskId) + ": finished, " +
-                           std::to_string(state.ucProgress) + "%: " + text + '\n');
+                           std::to_string(state.progress) + "%: " + state.text + '\n');
     JsonWriter w;
     w.BeginObject();
     w.Uint("task", task.TaskId);
-    w.Uint("state", state.ucState);
-    w.Uint("progress", state.ucProgress);
-    w.String("text", text);
+    w.Uint("state", state.state);
+    w.Uint("progress", state.progress);
+    w.String("text", state.text);
     w.EndObject();
     return WriteResult(w.Text() + '\n');
 }
@@ -130,8 +139,8 @@ int ForgetUser(uint32_t userId) {
     if (result != 0) return ReportFailure("bindings unavailable", result);
     if (bindings.astCertUser[userId - 1].uiCliCertId != 0)
         return ReportFailure("user " + std::to_string(userId) +
-                                 " still holds a client certificate (details in "
-                                 "/var/lib/bmc-sim/diag.log)",
+                                 " still holds a client certificate (details in " +
+                                 DiagnosticsHint() + ")",
                              SSL_AUTH_MGMT_UNTIE_FAILED);
     return WriteResult("user " + std::to_string(userId) + " holds no client certificate\n");
 }

@@ -7,6 +7,7 @@
 #include "json_writer.h"
 #include "info_format.h"
 #include "output.h"
+#include "task_service.h"
 #include "result_codes.h"
 #include "upload_commands.h"
 #include "frame/field_text.h"
@@ -100,7 +101,7 @@ int RunInstallSigned(const std::string &certPath, bool json) {
     if (result != SSLCERT_OK)
         return ReportFailure("signed certificate refused: " + Meaning(result), result);
     return FollowImport(handle.TaskId, threads, json,
-                        "installation failed (details in /var/lib/bmc-sim/diag.log)",
+                        std::string("installation failed (details in ") + DiagnosticsHint() + ")",
                         SSLCERT_EXT_ERR_INSTALL);
 }
 

@@ -82,6 +82,17 @@ void AddJsonFlag(CLI::App &command, bool &json) {
 
 int main(int argc, char **argv) {
     CLI::App app{"Server certificate of the management controller", "bmccert"};
+#if BMCCERT_HOST_TOOL
+    app.footer("This is a host build, over the platform stand-in: upload, install-signed and the "
+               "imports follow their task to its end and print its operation-log line, and "
+               "`tasks` lists the tasks. A controller build (BMCCERT_PLATFORM=system) reports the "
+               "task it started instead and has no `tasks`; bmc-sim exists only in host builds.");
+#else
+    app.footer("This is a controller build: upload, install-signed and the imports report the "
+               "task they start and wait for its thread; its outcome is in the controller's task "
+               "service and operation log. Following a task to its end, the operation-log line, "
+               "`tasks` and bmc-sim exist only in host builds.");
+#endif
     app.set_version_flag("--version", BMCCERT_VERSION);
     app.require_subcommand(1);
 
@@ -243,9 +254,11 @@ int main(int argc, char **argv) {
     AddJsonFlag(*upload, json);
     upload->callback([&] { status = RunUpload(uploadCert, uploadKey, json); });
 
+#if BMCCERT_HOST_TOOL
     CLI::App *tasks = app.add_subcommand("tasks", "List the tasks with their last state");
     AddJsonFlag(*tasks, json);
     tasks->callback([&] { status = RunTasks(json); });
+#endif
     CheckOptions checkOptions;
     CLI::App *check = app.add_subcommand(
         "check", "Check that both TLS services serve the certificate in force and that it, its "

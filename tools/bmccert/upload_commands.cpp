@@ -14,7 +14,8 @@
 #include "json_writer.h"
 #include "lib_security_sslcert.h"
 #include "output.h"
-#include "platform/host/bmc_sim.h"
+#include "platform/bmc_platform.h"
+#include "task_service.h"
 #include "frame/field_text.h"
 
 namespace bmccert::cli {
@@ -57,14 +58,6 @@ bool ThreadStartedSince(const std::set<std::string> &before) {
     return false;
 }
 
-std::string LastLine(const char *path) {
-    std::ifstream in(path);
-    std::string line, last;
-    while (std::getline(in, line))
-        last = line;
-    return last;
-}
-
 // "<description> (result kind K, user U from A)" from the log line's
 // tab-separated fields: word, kind, description, user, address, line, class.
 std::string DescribeEntry(const std::string &line) {
@@ -91,34 +84,54 @@ std::string StateName(uint8_t state) {
     }
 }
 
-void WriteTask(JsonWriter &writer, const BMCSIM_TaskState &task) {
+void WriteTask(JsonWriter &writer, const TaskRecord &task) {
     writer.BeginObject();
-    writer.Uint("id", task.uiTaskId);
-    writer.String("description", FieldView(task.szDescription));
-    writer.Uint("state", task.ucState);
-    writer.Uint("progress", task.ucProgress);
-    writer.String("text", FieldView(task.szText));
+    writer.Uint("id", task.id);
+    writer.String("description", task.description);
+    writer.Uint("state", task.state);
+    writer.Uint("progress", task.progress);
+    writer.String("text", task.text);
     writer.EndObject();
 }
 
-std::string TaskLine(const BMCSIM_TaskState &task) {
-    return "task " + std::to_string(task.uiTaskId) + ": " + StateName(task.ucState) + ", " +
-           std::to_string(task.ucProgress) + "%" +
-           (task.szText[0] != '\0' ? ": " + std::string(FieldView(task.szText)) : "");
+std::string TaskLine(const TaskRecord &task) {
+    return "task " + std::to_string(task.id) + ": " + StateName(task.state) + ", " +
+           std::to_string(task.progress) + "%" + (task.text.empty() ? "" : ": " + task.text);
+}
+
+// A controller build cannot read the task: it says which task runs and
+// waits for the thread, whose last act (the web server's restart) comes
+// after its report.
+int ReportStartedTask(uint32_t taskId, const std::set<std::string> &threadsBefore, bool json) {
+    while (ThreadStartedSince(threadsBefore))
+        std::this_thread::sleep_for(kPollInterval);
+    if (!json)
+        return WriteResult("task " + std::to_string(taskId) +
+                           ": started and ended; its outcome is in the task service and the "
+                           "operation log\n");
+    JsonWriter writer;
+    writer.BeginObject();
+    writer.Key("task");
+    writer.BeginObject();
+    writer.Uint("id", taskId);
+    writer.EndObject();
+    writer.EndObject();
+    return WriteResult(writer.Text() + '\n');
 }
 
 } // namespace
 
 int FollowImport(uint32_t taskId, const std::set<std::string> &threadsBefore, bool json,
                  std::string_view failure, uint32_t failureCode) {
-    BMCSIM_TaskState task{};
+    if (!TasksReadable()) return ReportStartedTask(taskId, threadsBefore, json);
     if (!json) (void)WriteResult("task " + std::to_string(taskId) + ": registered\n");
-    while (BMCSIM_TaskGet(taskId, &task) == 0 && task.ucState == 0)
+    TaskRecord task;
+    for (std::optional<TaskRecord> read; (read = ReadTask(taskId)) && (task = *read).state == 0;)
         std::this_thread::sleep_for(kPollInterval);
     while (ThreadStartedSince(threadsBefore))
         std::this_thread::sleep_for(kPollInterval);
 
-    const std::string entry = LastLine(BMCSIM_OPERATE_LOG);
+    const std::string entry = LastOperateLogEntry();
     int status;
     if (json) {
         JsonWriter writer;
@@ -131,7 +144,7 @@ int FollowImport(uint32_t taskId, const std::set<std::string> &threadsBefore, bo
     } else {
         status = WriteResult(TaskLine(task) + "\noperation log: " + DescribeEntry(entry) + '\n');
     }
-    if (task.ucState != kTaskStateDone) return ReportFailure(failure, failureCode);
+    if (task.state != kTaskStateDone) return ReportFailure(failure, failureCode);
     return status;
 }
 
@@ -143,7 +156,7 @@ int RunUpload(const std::string &certPath, const std::string &keyPath, bool json
         result != SSLCERT_OK)
         return ReportFailure("the import could not start", result);
     return FollowImport(handle.TaskId, threads, json,
-                        "import failed (details in /var/lib/bmc-sim/diag.log)",
+                        std::string("import failed (details in ") + DiagnosticsHint() + ")",
                         SSLCERT_MGMT_IMPORT_FAILED);
 }
 
@@ -153,12 +166,12 @@ int RunTasks(bool json) {
     writer.BeginObject();
     writer.Key("tasks");
     writer.BeginObject();
-    BMCSIM_TaskState task{};
     // Ids are given out 1, 2, 3 ... and never reused.
-    for (uint32_t id = 1; BMCSIM_TaskGet(id, &task) == 0; ++id) {
+    std::optional<TaskRecord> task;
+    for (uint32_t id = 1; (task = ReadTask(id)); ++id) {
         writer.Key(std::to_string(id));
-        WriteTask(writer, task);
-        text += TaskLine(task) + " (" + std::string(FieldView(task.szDescription)) + ")\n";
+        WriteTask(writer, *task);
+        text += TaskLine(*task) + " (" + task->description + ")\n";
     }
     writer.EndObject();
     writer.EndObject();
