@@ -56,8 +56,11 @@ check "refresh" "0/refreshed/" "$tool" refresh
 # --- generate, verify, install -----------------------------------------------
 request=(--cn 'bmc 7' --org 'Works, Inc' --ou Lab --locality Town --state North --country de
          --email ops@bmc-7.example.org)
+lines=$(wc -l </var/lib/bmc-sim/diag.log)
 check "the first refused field is named with its rule" "1//bmccert: --key-length refused: must be 1024 or 2048: 0x1800041C" \
     "$tool" generate "${request[@]}" --key-length 4096 --email 'not an address'
+expect "... and reported once in the diagnostics log" is "$(tail -n +$((lines + 1)) /var/lib/bmc-sim/diag.log | cut -f6)" \
+    "SSL cert Gen Keylength verify failed! Keylength = 4096.\\n"
 run "$tool" verify
 # The openssl tool says why on stderr before the tool's own last line.
 expect "verify without a generated certificate" is "$status/$out/${err##*$'\n'}" \

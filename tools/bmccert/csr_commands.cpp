@@ -36,13 +36,19 @@ int ReportRequestFailure(std::string_view what, const SSLCertRequest &request, u
 }
 
 // The request, or the refusal of an option that does not fit its field
-// (with the code the library gives such a field).
+// (with the code the library gives such a field). The subject's rules are
+// the library's, asked before the call, so that a refused text is reported
+// once in the diagnostics log, not again by the call.
 std::optional<int> BuildRequest(const GenerateOptions &subject, const KeyType &key,
                                 const AltNameOptions &names, SSLCertRequest &request) {
-    const auto refused = FillCertRequest(subject, key, names, request);
-    if (!refused) return std::nullopt;
-    const bool isName = refused->option.rfind("--dns", 0) == 0 || refused->option == "--ip";
-    return Refused(*refused, isName ? SSLCERT_EXT_ERR_BAD_ALT_NAME : SSLCERT_EXT_ERR_BAD_SUBJECT);
+    if (const auto refused = FillCertRequest(subject, key, names, request)) {
+        const bool isName = refused->option.rfind("--dns", 0) == 0 || refused->option == "--ip";
+        return Refused(*refused,
+                       isName ? SSLCERT_EXT_ERR_BAD_ALT_NAME : SSLCERT_EXT_ERR_BAD_SUBJECT);
+    }
+    if (const auto refused = FindRefusedField(SubjectOf(request)))
+        return Refused(*refused, SSLCERT_EXT_ERR_BAD_SUBJECT);
+    return std::nullopt;
 }
 
 } // namespace

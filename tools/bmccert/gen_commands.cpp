@@ -62,14 +62,15 @@ int RunGenerate(const GenerateOptions &options, bool json) {
                              "anyway\n");
         return kExitUsage;
     }
+    // The library's own rules, asked before the call so that a refused
+    // field is reported once in the diagnostics log, not again by the call.
+    if (const auto refused = FindRefusedField(request))
+        return ReportFailure(refused->option + " refused: " + refused->why,
+                             SSLCERT_MGMT_GEN_BAD_REQUEST);
     const std::string before = FileText(kUserCertPath);
     OperateDesc desc{};
     const uint32_t result = LIB_SECURITY_GenAndRestartService(&request, &desc);
     if (result == SSLCERT_OK) return WriteOutcome(FieldView(desc.szOperateDesc), result, json);
-    if (result == SSLCERT_MGMT_GEN_BAD_REQUEST) {
-        if (const auto refused = FindRefusedField(request))
-            return ReportFailure(refused->option + " refused: " + refused->why, result);
-    }
     // The entry's failure codes do not say whether the new certificate was
     // installed before a restart failed; the file in force does.
     const std::string after = FileText(kUserCertPath);
