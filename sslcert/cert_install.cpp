@@ -38,9 +38,12 @@ bool RunInstallationSteps(const char *tmpCert, const char *tmpKey) {
     char command[kCommandSize] = {};
     (void)BMC_Scnprintf(command, sizeof command, "cat %s %s > %s", kUserCertPath, kUserKeyPath,
                         kCombinedPath);
-    if (!PreparePrivateFile(kCombinedPath) || BMC_System(command) != 0) {
+    // A failed command sets no errno: its report says so rather than show
+    // whatever an earlier call left there.
+    const bool prepared = PreparePrivateFile(kCombinedPath);
+    if (!prepared || BMC_System(command) != 0) {
         BMCCERT_DIAG(kLevelHandling, "Merging cert file and privkey failed! strerrno:%s\n",
-                     std::strerror(errno));
+                     prepared ? "none, the command reports only its status" : std::strerror(errno));
         return false;
     }
     if (!RestrictToOwner(kCombinedPath)) return false;

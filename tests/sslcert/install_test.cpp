@@ -202,6 +202,8 @@ TEST_F(InstallTest, FailedStepsStopBeforeTheKeyIsInstalled) {
         {"certificate copy fails", true, true, "BMC_CopyFile=0x81000001", 4,
          "Copy certificate file from /var/certs/actualcert.pem to /conf/certs/server/user/actualcert.pem "
          "failed! strerrno:"},
+        {"merge command fails", true, true, "BMC_System=0x81000001", 4,
+         "Merging cert file and privkey failed! strerrno:none, the command reports only its status\n"},
         // clang-format on
     };
     for (const Case &c : cases) {
