@@ -35,7 +35,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr int kEcRounds = 15;
-constexpr int kRsaRounds = 31;
+constexpr int kRsaRounds = 101;
 constexpr int kInstallRounds = 15;
 constexpr double kEcTarget = 10.0;
 constexpr double kRsaTarget = 1.0;
