@@ -11,8 +11,8 @@
 // Beside them, the pending key's synchronised store alone, for what the
 // disk takes of a P-256 request (shown, no target).
 // Key generation varies from one key to the next and the machine is
-// shared, so every benchmark is repeated, the repetitions of all six
-// interleaved in random order, and the medians compared.
+// shared, so every benchmark is repeated, the repetitions of all of
+// them interleaved in random order, and the medians compared.
 //
 // An installation is timed from the entry's call to the task's final
 // state, the tunnel's restart included. Both tasks report that state
