@@ -94,6 +94,9 @@ expect "upload waits for the final report" matches "$status/$out" \
     $'^0/task ([0-9]+): registered\ntask [0-9]+: finished, 100%: Server Cert import successfully\noperation log: Imported SSL certificate successfully. \\(result kind 99, user [^ ]+ from localhost\\)$'
 expect "the web server restart came before the tool ended" is "$(tail -n 1 /var/lib/bmc-sim/services.log)" \
     "restart lighttpd.service"
+check "a path longer than its field is refused, not cut to another file" \
+    "1//bmccert: KEY refused: 1100 bytes; at most 1024 fit: 0x1800001B" \
+    "$tool" upload "$work/up.crt" "/$(printf '%01099d' 0)"
 run "$tool" upload "$work/missing.crt" "$work/up.key" --json
 expect "a failed import exits with the import's code" is "$status/$(json_get task.state)/${err##*$'\n'}" \
     "1/4/bmccert: import failed (details in /var/lib/bmc-sim/diag.log): 0x1800001B"

@@ -91,12 +91,8 @@ int RunShowCsr(bool pem, bool json) {
 
 int RunInstallSigned(const std::string &certPath, bool json) {
     SignedCertUpload upload{};
-    if (certPath.size() >= sizeof upload.CertSrcPath)
-        return ReportFailure(
-            certPath.substr(0, 40) + "... refused: " + std::to_string(certPath.size()) +
-                " bytes; at most " + std::to_string(sizeof upload.CertSrcPath - 1) + " fit",
-            SSLCERT_EXT_ERR_SIGNED_FETCH);
-    std::memcpy(upload.CertSrcPath, certPath.c_str(), certPath.size() + 1);
+    if (const auto refused = PutText(upload.CertSrcPath, certPath, "FILE"))
+        return Refused(*refused, SSLCERT_EXT_ERR_SIGNED_FETCH);
     (void)BMC_Strlcpy(upload.LogOrigin.szUserName, LoginName().c_str(),
                       sizeof upload.LogOrigin.szUserName);
     (void)BMC_Strlcpy(upload.LogOrigin.szClientAddr, "localhost",

@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "gen_request.h"
 #include "json_writer.h"
 #include "lib_security_sslcert.h"
 #include "output.h"
@@ -41,15 +42,16 @@ namespace {
 constexpr auto kPollInterval = std::chrono::milliseconds(50);
 constexpr uint8_t kTaskStateDone = 2;
 
-UploadParam MakeRequest(const std::string &certPath, const std::string &keyPath) {
-    UploadParam request{};
+// The request, or the path that does not fit its field: a cut path would
+// name another file.
+std::optional<RefusedField> MakeRequest(const std::string &certPath, const std::string &keyPath,
+                                        UploadParam &request) {
     (void)BMC_Strlcpy(request.LogOrigin.szUserName, LoginName().c_str(),
                       sizeof request.LogOrigin.szUserName);
     (void)BMC_Strlcpy(request.LogOrigin.szClientAddr, "localhost",
                       sizeof request.LogOrigin.szClientAddr);
-    (void)BMC_Strlcpy(request.CertSrcPath, certPath.c_str(), sizeof request.CertSrcPath);
-    (void)BMC_Strlcpy(request.PrivkeySrcPath, keyPath.c_str(), sizeof request.PrivkeySrcPath);
-    return request;
+    if (auto refused = PutText(request.CertSrcPath, certPath, "CERT")) return refused;
+    return PutText(request.PrivkeySrcPath, keyPath, "KEY");
 }
 
 bool ThreadStartedSince(const std::set<std::string> &before) {
@@ -149,7 +151,10 @@ int FollowImport(uint32_t taskId, const std::set<std::string> &threadsBefore, bo
 }
 
 int RunUpload(const std::string &certPath, const std::string &keyPath, bool json) {
-    const UploadParam request = MakeRequest(certPath, keyPath);
+    UploadParam request{};
+    if (const auto refused = MakeRequest(certPath, keyPath, request))
+        return ReportFailure(refused->option + " refused: " + refused->why,
+                             SSLCERT_MGMT_IMPORT_FAILED);
     TaskHandle handle{};
     const std::set<std::string> threads = ThreadIds();
     if (const uint32_t result = LIB_SECURITY_UploadAndRestartService(&request, &handle);
