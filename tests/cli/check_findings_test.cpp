@@ -18,27 +18,6 @@
 namespace bmccert::cli {
 namespace {
 
-TEST(ServicePorts, TunnelTakesTheFirstServiceSectionsAccept) {
-    struct Row {
-        const char *name;
-        const char *config;
-        std::optional<int> port;
-    };
-    const Row rows[] = {
-        {"controller's form", "cert = x\n[remote-console]\naccept = :::7582\n[vm]\naccept = 5124\n",
-         7582},
-        {"host and port", "[a]\nconnect = 127.0.0.1:7578\n Accept=0.0.0.0:9443 \n", 9443},
-        {"commented out first", "[a]\n;accept = 1111\n# accept = 2222\naccept = 3333\n", 3333},
-        {"outside any section", "accept = 4444\n[a]\nconnect = 1\n", std::nullopt},
-        {"not a port", "[a]\naccept = :::70000\n", std::nullopt},
-        {"no port at all", "[a]\naccept = ::1:\n", std::nullopt},
-    };
-    for (const Row &row : rows) {
-        SCOPED_TRACE(row.name);
-        EXPECT_EQ(TunnelPort(row.config), row.port);
-    }
-}
-
 TEST(ServicePorts, WebServerTakesTheListenerThatServesTls) {
     struct Row {
         const char *name;
@@ -160,26 +139,6 @@ TEST(CertFindings, ValidityAgainstNow) {
         EXPECT_EQ(finding.text.rfind("serial 0A1B: ", 0), 0u) << finding.text;
         EXPECT_NE(finding.text.find(row.text), std::string::npos) << finding.text;
     }
-}
-
-TEST(CheckOutput, OneLinePerFindingAndJsonThatCountsOnlyFaults) {
-    const std::vector<Finding> findings = {
-        {Severity::kOk, "tunnel", "serves it"},
-        {Severity::kWarning, "names", "CN \x1b[2J"},
-        {Severity::kFault, "web server", "refused"},
-    };
-    EXPECT_EQ(FormatFindingsText(findings), "ok      tunnel: serves it\n"
-                                            "warning names: CN \\x1B[2J\n"
-                                            "fault   web server: refused\n"
-                                            "1 fault, 1 warning\n");
-    EXPECT_EQ(FormatFindingsJson(findings),
-              R"({"ok":false,"findings":[{"severity":"ok","subject":"tunnel","text":"serves it"},)"
-              R"({"severity":"warning","subject":"names","text":"CN \u001b[2J"},)"
-              R"({"severity":"fault","subject":"web server","text":"refused"}]})"
-              "\n");
-    const std::vector<Finding> warned(findings.begin(), findings.begin() + 2);
-    EXPECT_EQ(FormatFindingsJson(warned).rfind(R"({"ok":true,)", 0), 0u);
-    EXPECT_EQ(FormatFindingsText({findings[0]}), "ok      tunnel: serves it\nnothing wrong\n");
 }
 
 } // namespace
