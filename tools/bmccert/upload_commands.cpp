@@ -3,6 +3,8 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -28,7 +30,9 @@ std::string LoginName() {
 
 // An import thread is detached and nobody can join it; the process must
 // still not end while it works (its last act, the web server's restart,
-// comes after its report), so every thread the call started is waited for.
+// comes after its report), so the import threads the call started are
+// waited for. Only those: a runtime may start threads of its own at any
+// time (a sanitizer's, for one) that never end.
 std::set<std::string> ThreadIds() {
     std::set<std::string> ids;
     std::error_code ec;
@@ -40,6 +44,7 @@ std::set<std::string> ThreadIds() {
 namespace {
 
 constexpr auto kPollInterval = std::chrono::milliseconds(50);
+constexpr auto kThreadNamingWait = std::chrono::seconds(2);
 constexpr uint8_t kTaskStateDone = 2;
 
 // The request, or the path that does not fit its field: a cut path would
@@ -54,9 +59,22 @@ std::optional<RefusedField> MakeRequest(const std::string &certPath, const std::
     return PutText(request.PrivkeySrcPath, keyPath, "KEY");
 }
 
+// The names the library's import threads give themselves, as the kernel
+// keeps them (15 characters). A thread renames itself first thing, long
+// before its task's final report, after which this is asked.
+constexpr std::array<std::string_view, 2> kImportThreadNames = {"SSL_ImSrvCerThr",
+                                                                "SSL_ImSignedCer"};
+
 bool ThreadStartedSince(const std::set<std::string> &before) {
-    for (const std::string &id : ThreadIds())
-        if (before.count(id) == 0) return true;
+    for (const std::string &id : ThreadIds()) {
+        if (before.count(id) != 0) continue;
+        std::ifstream comm("/proc/self/task/" + id + "/comm");
+        std::string name;
+        if (std::getline(comm, name) &&
+            std::find(kImportThreadNames.begin(), kImportThreadNames.end(), name) !=
+                kImportThreadNames.end())
+            return true;
+    }
     return false;
 }
 
@@ -105,6 +123,11 @@ std::string TaskLine(const TaskRecord &task) {
 // waits for the thread, whose last act (the web server's restart) comes
 // after its report.
 int ReportStartedTask(uint32_t taskId, const std::set<std::string> &threadsBefore, bool json) {
+    // Just after the start the thread may not have named itself yet; an
+    // import takes seconds, so it is seen before it ends.
+    const auto named = std::chrono::steady_clock::now() + kThreadNamingWait;
+    while (!ThreadStartedSince(threadsBefore) && std::chrono::steady_clock::now() < named)
+        std::this_thread::sleep_for(kPollInterval);
     while (ThreadStartedSince(threadsBefore))
         std::this_thread::sleep_for(kPollInterval);
     if (!json)
