@@ -20,10 +20,6 @@ namespace bmccert::sslcert {
 // extension's code of the first refusal, after its report.
 [[nodiscard]] uint32_t CheckCertRequest(const SSLCertRequest &request, bool selfSigned);
 
-// The alternative-name rules, on a name's text.
-[[nodiscard]] bool IsHostName(std::string_view name);
-[[nodiscard]] bool IsIpAddress(const char *text);
-
 // A new key pair of the request's (checked) type; null after a report.
 [[nodiscard]] UniquePtr<EVP_PKEY> MakeKeyPair(const SSLCertRequest &request);
 

@@ -1,9 +1,8 @@
 // Field-by-field check of a certificate request of the extension, before
 // any key is made or any file written.
-#include <arpa/inet.h>
-
 #include <cstring>
 
+#include "frame/alt_name_rules.h"
 #include "sslcert/cert_request.h"
 
 namespace bmccert::sslcert {
@@ -11,22 +10,8 @@ namespace {
 
 using namespace bmccert;
 
-constexpr size_t kMaxHostNameLength = 253;
-constexpr size_t kMaxLabelLength = 63;
 constexpr uint32_t kP256Bits = 256;
 constexpr uint32_t kP384Bits = 384;
-
-bool IsLetterOrDigit(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
-}
-
-bool IsLabel(std::string_view label) {
-    if (label.empty() || label.size() > kMaxLabelLength) return false;
-    if (label.front() == '-' || label.back() == '-') return false;
-    for (const char c : label)
-        if (!IsLetterOrDigit(c) && c != '-') return false;
-    return true;
-}
 
 // The subject through the generation request's own check, so that every
 // text is refused with the same rule and the same report.
@@ -96,23 +81,6 @@ bool KeyTypeListed(const SSLCertRequest &request) {
 }
 
 } // namespace
-
-bool IsHostName(std::string_view name) {
-    if (name.empty() || name.size() > kMaxHostNameLength) return false;
-    // A wildcard stands only for the whole leftmost label.
-    if (name.starts_with("*.")) name.remove_prefix(2);
-    while (true) {
-        const size_t dot = name.find('.');
-        if (!IsLabel(name.substr(0, dot))) return false;
-        if (dot == std::string_view::npos) return true;
-        name.remove_prefix(dot + 1);
-    }
-}
-
-bool IsIpAddress(const char *text) {
-    unsigned char address[sizeof(struct in6_addr)];
-    return inet_pton(AF_INET, text, address) == 1 || inet_pton(AF_INET6, text, address) == 1;
-}
 
 uint32_t CheckCertRequest(const SSLCertRequest &request, bool selfSigned) {
     if (const uint32_t result = CheckSubject(request, selfSigned); result != SSLCERT_OK)

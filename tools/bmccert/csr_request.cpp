@@ -1,18 +1,15 @@
 #include "csr_request.h"
 
-#include <arpa/inet.h>
-
 #include <algorithm>
 #include <array>
 #include <cstring>
 
+#include "frame/alt_name_rules.h"
 #include "frame/field_text.h"
 
 namespace bmccert::cli {
 namespace {
 
-constexpr std::size_t kMaxHostName = 253;
-constexpr std::size_t kMaxLabel = 63;
 
 struct NamedKey {
     std::string_view name;
@@ -26,33 +23,6 @@ constexpr std::array kKeyTypes = {
     NamedKey{"p256", {SSLCERT_EXT_KEY_EC, 256, SSLCERT_EXT_CURVE_P256}},
     NamedKey{"p384", {SSLCERT_EXT_KEY_EC, 384, SSLCERT_EXT_CURVE_P384}},
 };
-
-bool IsHostLabel(std::string_view label) {
-    if (label.empty() || label.size() > kMaxLabel) return false;
-    if (label.front() == '-' || label.back() == '-') return false;
-    for (const char c : label)
-        if (!((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-              c == '-'))
-            return false;
-    return true;
-}
-
-bool IsHostName(std::string_view name) {
-    if (name.size() > kMaxHostName) return false;
-    if (name.substr(0, 2) == "*.") name.remove_prefix(2);
-    for (;;) {
-        const std::size_t dot = name.find('.');
-        if (!IsHostLabel(name.substr(0, dot))) return false;
-        if (dot == std::string_view::npos) return true;
-        name.remove_prefix(dot + 1);
-    }
-}
-
-bool IsAddress(const std::string &text) {
-    unsigned char buffer[16];
-    return inet_pton(AF_INET, text.c_str(), buffer) == 1 ||
-           inet_pton(AF_INET6, text.c_str(), buffer) == 1;
-}
 
 } // namespace
 
@@ -93,9 +63,9 @@ std::optional<RefusedField> FillCertRequest(const GenerateOptions &subject, cons
                                               std::to_string(SSLCERT_EXT_MAX_ALT_NAMES) + " fit"};
     const auto add = [&](const std::string &name, uint32_t type,
                          const char *option) -> std::optional<RefusedField> {
-        if (name.size() > kMaxHostName)
+        if (name.size() > kMaxHostNameLength)
             return RefusedField{option, "a name of " + std::to_string(name.size()) +
-                                            " characters; at most " + std::to_string(kMaxHostName) +
+                                            " characters; at most " + std::to_string(kMaxHostNameLength) +
                                             " fit"};
         SSLCertAltName &entry = request.astAltNames[request.uiAltNameCount++];
         entry.uiType = type;
@@ -134,7 +104,7 @@ std::optional<RefusedField> FindRefusedName(const SSLCertRequest &request) {
                                              "' is not a host name: dot-separated labels of 1 to "
                                              "63 letters, digits and '-', none starting or "
                                              "ending with '-' (a leading '*.' is allowed)"};
-        if (entry.uiType == SSLCERT_EXT_ALT_NAME_IP && !IsAddress(name))
+        if (entry.uiType == SSLCERT_EXT_ALT_NAME_IP && !IsIpAddress(name.c_str()))
             return RefusedField{"--ip", "'" + name + "' is not an IPv4 or IPv6 address"};
     }
     return std::nullopt;
