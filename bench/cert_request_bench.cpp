@@ -33,6 +33,7 @@
 
 #include "bench/bench_support.h"
 #include "lib_security_sslcert_ext.h"
+#include "tests/support/example_request.h"
 #include "tests/support/test_certs.h"
 
 namespace {
@@ -51,7 +52,7 @@ constexpr const char *kPending = "/conf/certs/server/pending/csr.pem";
 constexpr const char *kServicesLog = "/var/lib/bmc-sim/services.log";
 constexpr const char *kUploadedCert = "/var/lib/bmc-sim/bench_upload.crt";
 constexpr const char *kUploadedKey = "/var/lib/bmc-sim/bench_upload.key";
-constexpr const char *kHost = "bmc-07.example.org";
+constexpr const char *kHost = bmctest::kExampleHost;
 
 // The bare runs: the same subject and names as the library's request; the
 // key and request go to scratch files.
@@ -61,36 +62,14 @@ constexpr const char *kBareSubjectAndNames =
     "-addext 'subjectAltName=DNS:bmc-07.example.org,IP:192.0.2.7,IP:2001:db8::7' "
     "-keyout /var/certs/bench_req_key.pem -out /var/certs/bench_req.csr 2>/dev/null";
 
-SSLCertRequest Request(uint32_t algorithm, uint32_t bits, uint32_t curve) {
-    SSLCertRequest request{};
-    std::strcpy(request.szCommonName, kHost);
-    std::strcpy(request.szOrganisation, "Test Works, Inc.");
-    std::strcpy(request.szOrganisationUnit, "Platform");
-    std::strcpy(request.szLocalityName, "Old Town");
-    std::strcpy(request.szStateName, "North");
-    std::strcpy(request.szCountryCode, "DE");
-    std::strcpy(request.szEmailAddress, "ops@example.org");
-    request.uiKeyAlgorithm = algorithm;
-    request.uiKeyBitLength = bits;
-    request.uiKeyCurve = curve;
-    const std::pair<uint32_t, const char *> names[] = {{SSLCERT_EXT_ALT_NAME_DNS, kHost},
-                                                      {SSLCERT_EXT_ALT_NAME_IP, "192.0.2.7"},
-                                                      {SSLCERT_EXT_ALT_NAME_IP, "2001:db8::7"}};
-    for (const auto &[type, text] : names) {
-        request.astAltNames[request.uiAltNameCount].uiType = type;
-        std::strcpy(request.astAltNames[request.uiAltNameCount++].szName, text);
-    }
-    return request;
-}
-
 bool GenerateCsr(const SSLCertRequest &request) {
     static char pem[SSLCERT_EXT_CSR_PEM_SIZE];
     return LIB_SECURITY_SSL_GenerateCSR(&request, pem, sizeof pem) == 0;
 }
 
 void BareRequestRuns(benchmark::State &state, const std::string &newKey) {
-    const std::string command = "openssl req -new -newkey " + newKey + " -nodes " +
-                                kBareSubjectAndNames;
+    const std::string command =
+        "openssl req -new -newkey " + newKey + " -nodes " + kBareSubjectAndNames;
     for (auto _ : state)
         if (!bmcbench::RunShell(command)) state.SkipWithError("bare openssl run failed");
     std::remove("/var/certs/bench_req_key.pem");
@@ -103,7 +82,7 @@ void LibraryRequests(benchmark::State &state, const SSLCertRequest &request) {
 }
 
 void BM_GenerateCsrP256(benchmark::State &state) {
-    LibraryRequests(state, Request(SSLCERT_EXT_KEY_EC, 0, SSLCERT_EXT_CURVE_P256));
+    LibraryRequests(state, bmctest::ExampleRequest());
 }
 void BM_BareReqP256(benchmark::State &state) {
     BareRequestRuns(state, "ec -pkeyopt ec_paramgen_curve:P-256");
@@ -114,17 +93,16 @@ void BM_BareReqP256(benchmark::State &state) {
 // stored. The bare run stores nothing durably; this tells how much of the
 // library's time is the disk's.
 void BM_SyncedStoreP256(benchmark::State &state) {
-    if (!GenerateCsr(Request(SSLCERT_EXT_KEY_EC, 0, SSLCERT_EXT_CURVE_P256)))
-        state.SkipWithError("signing request refused");
+    if (!GenerateCsr(bmctest::ExampleRequest())) state.SkipWithError("signing request refused");
     const std::string text = bmctest::ReadFile(kPending);
     const std::string staging = std::string(kPending) + ".bench";
     for (auto _ : state) {
         const int fd = open(staging.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
         const int dir = open(kPendingDir, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        const bool stored = fd >= 0 && dir >= 0 &&
-                            write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
-                            fsync(fd) == 0 && rename(staging.c_str(), kPending) == 0 &&
-                            fsync(dir) == 0;
+        const bool stored =
+            fd >= 0 && dir >= 0 &&
+            write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
+            fsync(fd) == 0 && rename(staging.c_str(), kPending) == 0 && fsync(dir) == 0;
         if (fd >= 0) close(fd);
         if (dir >= 0) close(dir);
         if (!stored) state.SkipWithError("synchronised store failed");
@@ -132,9 +110,12 @@ void BM_SyncedStoreP256(benchmark::State &state) {
 }
 
 void BM_GenerateCsrRsa2048(benchmark::State &state) {
-    LibraryRequests(state, Request(SSLCERT_EXT_KEY_RSA, 2048, SSLCERT_EXT_CURVE_NONE));
+    LibraryRequests(state,
+                    bmctest::ExampleRequest(SSLCERT_EXT_KEY_RSA, 2048, SSLCERT_EXT_CURVE_NONE));
 }
-void BM_BareReqRsa2048(benchmark::State &state) { BareRequestRuns(state, "rsa:2048"); }
+void BM_BareReqRsa2048(benchmark::State &state) {
+    BareRequestRuns(state, "rsa:2048");
+}
 
 // ---- Installation through a task -------------------------------------------
 
@@ -210,7 +191,7 @@ void BM_ImportSignedCertTask(benchmark::State &state) {
     LogOrigin origin{};
     std::strcpy(origin.szUserName, "admin");
     origin.uiInterface = 5;
-    const SSLCertRequest request = Request(SSLCERT_EXT_KEY_EC, 0, SSLCERT_EXT_CURVE_P256);
+    const SSLCertRequest request = bmctest::ExampleRequest();
     for (auto _ : state) {
         // A new pending key and the CA's answer for it, outside the timing.
         if (!GenerateCsr(request)) {
@@ -219,9 +200,8 @@ void BM_ImportSignedCertTask(benchmark::State &state) {
         }
         const std::string answer = LeafFor(PendingKeyPem()) + Intermediate();
         TimedInstallation(state, [&](TaskHandle &task) {
-            return LIB_SECURITY_SSL_ImportSignedCertPem(&origin, answer.data(),
-                                                        static_cast<uint32_t>(answer.size()),
-                                                        &task) == 0;
+            return LIB_SECURITY_SSL_ImportSignedCertPem(
+                       &origin, answer.data(), static_cast<uint32_t>(answer.size()), &task) == 0;
         });
     }
 }

@@ -1,12 +1,14 @@
 #!/usr/bin/env bash
-# End to end with a real CA: runs inside `bmc-sandbox --services`. A lab CA
-# (`openssl ca` with its databases: a root, and an intermediate that signs)
-# signs the controller's own signing request for bmc-07.example.org and
+# End to end with a real CA: runs inside `bmc-sandbox --services
+# --private-network`. A lab CA (a root, and an intermediate run by
+# `openssl ca` with its database) signs the controller's own signing request for bmc-07.example.org and
 # 127.0.0.1; the answer, leaf then intermediate, is installed with
 # `bmccert install-signed`, after which TLS clients that trust only the
 # root verify both the tunnel and the web server by name, for an RSA and an
 # EC key. Answers that must be refused leave the certificate in service;
-# a self-signed certificate with names verifies by name against itself.
+# a self-signed certificate with names verifies by name against itself;
+# `bmccert check` finds nothing wrong after each installation and names a
+# certificate installed but not served.
 #   usage: ca_e2e.sh PATH-TO-BMCCERT
 set -u
 tool=${1:?usage: ca_e2e.sh PATH-TO-BMCCERT}
@@ -25,22 +27,10 @@ ports=("$BMC_SIM_TUNNEL_PORT" "$BMC_SIM_HTTPS_PORT")
 # tests first on PATH) ---------------------------------------------------------------------
 export CADIR=$work
 ossl=/usr/bin/openssl
+# The root signs the intermediate once; the intermediate is a CA with its
+# database, as an organisation's issuing CA is. (`req -x509 -CA` is the
+# openssl tool's 3.0 and later.)
 cat >ca.cnf <<'EOF'
-[ req ]
-distinguished_name = dn
-[ dn ]
-[ root ]
-dir = $ENV::CADIR/root
-database = $dir/index.txt
-serial = $dir/serial
-new_certs_dir = $dir
-certificate = $dir/ca.pem
-private_key = $dir/ca.key
-default_md = sha256
-default_days = 30
-policy = any
-unique_subject = no
-x509_extensions = ca_ext
 [ inter ]
 dir = $ENV::CADIR/inter
 database = $dir/index.txt
@@ -56,24 +46,19 @@ copy_extensions = copy
 x509_extensions = leaf_ext
 [ any ]
 commonName = supplied
-[ ca_ext ]
-basicConstraints = critical,CA:TRUE
-keyUsage = critical,keyCertSign,cRLSign
-subjectKeyIdentifier = hash
-authorityKeyIdentifier = keyid
 [ leaf_ext ]
 basicConstraints = CA:FALSE
 subjectKeyIdentifier = hash
 authorityKeyIdentifier = keyid
 EOF
-for ca in root inter; do mkdir "$ca" && : >"$ca/index.txt" && echo 1000 >"$ca/serial"; done
-"$ossl" req -x509 -config ca.cnf -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 30 \
-    -keyout root/ca.key -out root/ca.pem -subj '/O=Lab/CN=Lab Root' \
-    -addext basicConstraints=critical,CA:TRUE -addext keyUsage=critical,keyCertSign,cRLSign 2>/dev/null
-"$ossl" req -new -config ca.cnf -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes \
-    -keyout inter/ca.key -out inter.csr -subj '/O=Lab/CN=Lab Intermediate' 2>/dev/null
-"$ossl" ca -batch -config ca.cnf -name root -notext -in inter.csr -out inter/ca.pem 2>/dev/null
-check "the lab CA stands" "$ossl" verify -CAfile root/ca.pem inter/ca.pem
+mkdir root inter && : >inter/index.txt && echo 1000 >inter/serial
+ca_cert() {  # DIR SUBJECT [req options]: a CA's certificate and key in DIR
+    "$ossl" req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 30 -keyout "$1/ca.key" \
+        -out "$1/ca.pem" -subj "$2" -addext basicConstraints=critical,CA:TRUE \
+        -addext keyUsage=critical,keyCertSign,cRLSign "${@:3}" 2>/dev/null
+}
+ca_cert root '/O=Lab/CN=Lab Root'
+ca_cert inter '/O=Lab/CN=Lab Intermediate' -CA root/ca.pem -CAkey root/ca.key
 sign() {  # CSR OUT ["$ossl" ca options]: OUT signed by the intermediate
     "$ossl" ca -batch -config ca.cnf -name inter -notext -in "$1" -out "$2" "${@:3}" 2>/dev/null
 }
@@ -91,15 +76,13 @@ fetches() {  # PORT CAFILE: curl with hostname verification (the web server answ
     curl -s -o /dev/null --max-time 10 --cacert "$2" --resolve "$host:$1:127.0.0.1" \
         "https://$host:$1/"
 }
-served_serial() {  # PORT
-    timeout 10 openssl s_client -connect "127.0.0.1:$1" </dev/null 2>/dev/null |
-        openssl x509 -noout -serial 2>/dev/null
-}
+serial() { openssl x509 -noout -serial 2>/dev/null | sed 's/^serial=//'; }
+served_serial() { timeout 10 openssl s_client -connect "127.0.0.1:$1" </dev/null 2>/dev/null | serial; }
 # Both ports serve CERT and verify it by name against CAFILE within a few
 # seconds (the web server restarts 2 s after the tunnel).
 both_serve() {  # CERT CAFILE
     local want port
-    want=$(openssl x509 -noout -serial -in "$1")
+    want=$(serial <"$1")
     for _ in $(seq 75); do
         for port in "${ports[@]}"; do
             [ "$(served_serial "$port")" = "$want" ] && verifies "$port" "$2" ||
@@ -127,7 +110,7 @@ done
 # --- answers refused, each with its code, the certificate in service kept ------------------
 in_service=$(served_serial "${ports[0]}")
 "$tool" csr "${subject[@]}" --dns "$host" --out next.csr >/dev/null
-"$ossl" req -new -config ca.cnf -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes \
+"$ossl" req -new -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes \
     -keyout other.key -out other.csr -subj "/CN=$host" 2>/dev/null
 sign other.csr other.pem && cat other.pem inter/ca.pem >other.answer
 sign next.csr next.pem && cat inter/ca.pem next.pem >misordered.answer
@@ -150,12 +133,34 @@ sign next.csr good.pem && cat good.pem inter/ca.pem >good.answer
 check "... and takes its answer after them" "$tool" install-signed good.answer >/dev/null
 check "both ports serve it" both_serve good.pem root/ca.pem
 
-# --- a self-signed certificate with names verifies against itself ---------------------------
-"$tool" generate "${subject[@]}" --key p256 --dns "$host" --ip 127.0.0.1 --days 30 >/dev/null
+# --- a self-signed certificate with names, installed while the service manager
+# restarts nothing: the health check names it as not served; after the restarts
+# both ports serve it, verified by name against itself ------------------------------------
+old=$(serial <good.pem)
+mkdir bin && printf '#!/bin/sh\nexit 0\n' >bin/systemctl && chmod +x bin/systemctl
+PATH="$work/bin:$PATH" "$tool" generate "${subject[@]}" --key p256 --dns "$host" --ip 127.0.0.1 \
+    --days 30 >/dev/null
 check "generate with names succeeds" test $? -eq 0
 cp /conf/certs/server/user/actualcert.pem self.pem
-check "both ports serve it, verified by name against itself" both_serve self.pem self.pem
+new=$(serial <self.pem)
+health() { "$tool" check "$@" >health.out 2>&1; }
+health --tunnel-port "${ports[0]}" --web-port "${ports[1]}" --json
+check "the check fails, ok:false" test "$?/$(grep -c '"ok":false' health.out)" = 1/1
+health --tunnel-port "${ports[0]}" --web-port "${ports[1]}"
+check "the tunnel is named as serving the previous certificate" grep -qxF "fault   tunnel: serves serial \
+$old (port ${ports[0]}), the certificate in force is serial $new: restart stunnel.service" health.out
+check "so is the web server" grep -qxF "fault   web server: serves serial $old (port ${ports[1]}), \
+the certificate in force is serial $new: restart lighttpd.service" health.out
+systemctl restart stunnel.service lighttpd.service
+check "after both restart they serve it, verified by name against itself" both_serve self.pem self.pem
 check "bmccert check finds nothing wrong" "$tool" check --tunnel-port "${ports[0]}" --web-port "${ports[1]}"
+# Without port options the check reads the ports of the services' own
+# files, where nothing listens in the sandbox's private network.
+health
+check "the files' own ports: nothing listens" grep -qxF \
+    "fault   tunnel: port 7582: connection refused: restart stunnel.service" health.out
+check "... nor on the web server's" grep -qxF \
+    "fault   web server: port 443: connection refused: restart lighttpd.service" health.out
 
 echo "$passed passed, $failed failed"
 [ "$failed" -eq 0 ]

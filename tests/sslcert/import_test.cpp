@@ -50,12 +50,7 @@ class ImportTest : public ControllerTest {
         const UploadParam request = Request();
         TaskHandle task{};
         EXPECT_EQ(LIB_SECURITY_UploadAndRestartService(&request, &task), 0u);
-        BMCSIM_TaskState state{};
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-        while (std::chrono::steady_clock::now() < deadline &&
-               (BMCSIM_TaskGet(task.TaskId, &state) != 0 || state.ucState == 0))
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        return state;
+        return AwaitTask(task.TaskId);
     }
 };
 

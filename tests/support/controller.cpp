@@ -93,4 +93,13 @@ std::string ServicesLog(const std::string &awaited) {
     return log;
 }
 
+BMCSIM_TaskState AwaitTask(uint32_t taskId) {
+    BMCSIM_TaskState state{};
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (std::chrono::steady_clock::now() < deadline &&
+           (BMCSIM_TaskGet(taskId, &state) != 0 || state.ucState == 0))
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    return state;
+}
+
 } // namespace bmctest

@@ -11,6 +11,7 @@
 #include "tests/support/diag_log.h"
 #include "lib_security_sslcert.h"
 #include "platform/controller_paths.h"
+#include "platform/host/bmc_sim.h"
 #include "tests/support/test_certs.h"
 
 namespace bmctest {
@@ -30,6 +31,9 @@ SSLCertGenParam GenRequest(uint32_t keyLength);
 // The log of service restarts, empty while there is none; with a text to
 // wait for, read again until it is that text or 10 s have passed.
 std::string ServicesLog(const std::string &awaited = "");
+
+// A task's state once it has left state 0, or as it stands after 30 s.
+BMCSIM_TaskState AwaitTask(uint32_t taskId);
 
 class ControllerTest : public ::testing::Test {
   protected:

@@ -154,12 +154,7 @@ std::string MakeCertPem(const CertRecipe &recipe) {
     if (!recipe.extendedKeyUsage.empty()) addConf(NID_ext_key_usage, recipe.extendedKeyUsage);
     if (!recipe.subjectAltName.empty()) addConf(NID_subject_alt_name, recipe.subjectAltName);
     if (!recipe.ocspUrl.empty()) AddOcspUrl(cert.get(), recipe.ocspUrl);
-    if (recipe.ca) {
-        X509_EXTENSION *ca = X509V3_EXT_conf_nid(nullptr, nullptr, NID_basic_constraints,
-                                                 "critical,CA:TRUE");
-        Require(ca != nullptr && X509_add_ext(cert.get(), ca, -1) == 1, "basic constraints");
-        X509_EXTENSION_free(ca);
-    }
+    if (recipe.ca) addConf(NID_basic_constraints, "critical,CA:TRUE");
     KeyPtr signer = recipe.signer ? LoadKey(*recipe.signer) : nullptr;
     Require(X509_sign(cert.get(), signer ? signer.get() : key.get(),
                       EVP_get_digestbyname(recipe.digest)) > 0,
