@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # End to end with a real CA: runs inside `bmc-sandbox --services
 # --private-network`. A lab CA (a root, and an intermediate run by
-# `openssl ca` with its database) signs the controller's own signing request for bmc-07.example.org and
-# 127.0.0.1; the answer, leaf then intermediate, is installed with
+# `openssl ca` with its database) signs the controller's own signing
+# request for bmc-07.example.org and 127.0.0.1; the answer, leaf then intermediate, is installed with
 # `bmccert install-signed`, after which TLS clients that trust only the
 # root verify both the tunnel and the web server by name, for an RSA and an
 # EC key. Answers that must be refused leave the certificate in service;
