@@ -2,13 +2,13 @@
 # End to end with a real CA: runs inside `bmc-sandbox --services
 # --private-network`. A lab CA (a root, and an intermediate run by
 # `openssl ca` with its database) signs the controller's own signing
-# request for bmc-07.example.org and 127.0.0.1; the answer, leaf then intermediate, is installed with
-# `bmccert install-signed`, after which TLS clients that trust only the
-# root verify both the tunnel and the web server by name, for an RSA and an
-# EC key. Answers that must be refused leave the certificate in service;
-# a self-signed certificate with names verifies by name against itself;
-# `bmccert check` finds nothing wrong after each installation and names a
-# certificate installed but not served.
+# request for bmc-07.example.org and 127.0.0.1; the answer, leaf then
+# intermediate, is installed with `bmccert install-signed`, after which
+# TLS clients that trust only the root verify both the tunnel and the web
+# server by name, for an RSA and an EC key. Answers that must be refused
+# leave the certificate in service; a self-signed certificate with names
+# verifies by name against itself; `bmccert check` finds nothing wrong
+# after each installation and names a certificate installed but not served.
 #   usage: ca_e2e.sh PATH-TO-BMCCERT
 set -u
 tool=${1:?usage: ca_e2e.sh PATH-TO-BMCCERT}
