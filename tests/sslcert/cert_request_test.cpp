@@ -187,7 +187,8 @@ TEST_F(CertRequestTest, OnlyAWholeNewRequestReplacesThePendingOne) {
               SSLCERT_EXT_ERR_BUFFER_SMALL);
 }
 
-// A lab CA: a root and an intermediate that signs leaves for the pending key.
+// A lab CA's intermediate (and its twin that is no CA) signing leaves for
+// the pending key.
 struct LabCa {
     std::string intermediate, plainIntermediate;
     CertRecipe Leaf() const {
@@ -196,8 +197,6 @@ struct LabCa {
         leaf.issuer = NameEntries{{"CN", "Lab Intermediate"}};
         leaf.signer = KeyKind::Ec256;
         leaf.keyPem = PendingKeyPem();
-        leaf.notBefore = std::time(nullptr) - 86400;
-        leaf.notAfter = std::time(nullptr) + 86400 * 30;
         return leaf;
     }
     LabCa() {
@@ -205,8 +204,6 @@ struct LabCa {
         ca.subject = {{"CN", "Lab Intermediate"}};
         ca.issuer = NameEntries{{"CN", "Lab Root"}};
         ca.key = KeyKind::Ec256;
-        ca.signer = KeyKind::Rsa2048;
-        ca.extendedKeyUsage = "";
         plainIntermediate = MakeCertPem(ca);
         ca.ca = true;
         intermediate = MakeCertPem(ca);
@@ -252,6 +249,7 @@ TEST_F(CertRequestTest, EachCheckOfTheAnswerRefusesWithItsOwnCode) {
          cert + "0: not a whole PEM certificate.\n"},
         {"damaged second", leaf + "-----BEGIN CERTIFICATE-----\nAAAA\n-----END CERTIFICATE-----\n",
          SSLCERT_EXT_ERR_SIGNED_NOT_PEM, cert + "1: not a whole PEM certificate.\n"},
+        {"empty", "", SSLCERT_EXT_ERR_SIGNED_NOT_PEM, cert + "0: not a whole PEM certificate.\n"},
         {"over 64 KiB", leaf + std::string(65537 - leaf.size(), '\n'),
          SSLCERT_EXT_ERR_SIGNED_TOO_BIG,
          "Signed certificate verify failed! 65537 bytes, at most 65536.\n"},
@@ -340,6 +338,9 @@ TEST_F(CertRequestTest, SelfSignedForTheRequestsNamesAndKey) {
     SSLCertInfo info{};
     ASSERT_EQ(LIB_SECURITY_GetCertInfo(&info), 0u);
     EXPECT_EQ(info.stSSLConfig.uiPublicKeyLen, 384u);
+    SSLCertRequest forever = ExampleRequest(); // past the generation's limit of days
+    forever.uiValidDays = 5476;
+    EXPECT_EQ(LIB_SECURITY_SSL_GenSelfSignedAndRestart(&forever, &desc), SSLCERT_EXT_ERR_BAD_SUBJECT);
 }
 
 } // namespace
