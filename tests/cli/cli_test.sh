@@ -150,8 +150,7 @@ check "a text past its field is refused before the library" \
 check "the library's text rule, named" "1//bmccert: --country refused: must be two letters: 0x8A000002" \
     "$tool" "${csr[@]}" --country 1
 run "$tool" "${csr[@]}" --ip 127.0.0.1 --dns bmc_7
-expect "the library's name rule, named" is "$status/${err%%:*}/${err##*: }" "1/bmccert/0x8A000003"
-expect "... with the refused name" matches "$err" "^bmccert: --dns refused: 'bmc_7' is not a host name"
+expect "the library's name rule, named" matches "$status/$err" "^1/bmccert: --dns refused: 'bmc_7' is not a host name.*: 0x8A000003$"
 run "$tool" csr --cn x
 expect "a request needs the seven texts" is "$status/$err" "2/bmccert: csr: --org is required (or --show)"
 run "$tool" "${csr[@]}" --key p384 --dns bmc-7.example.org --ip 127.0.0.1 --ip ::1 --out "$work/bmc.csr"

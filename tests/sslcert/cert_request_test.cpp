@@ -92,6 +92,7 @@ TEST_F(CertRequestTest, RefusedRequestsNameTheFieldAndMakeNothing) {
         {"shell", name(1, "a;reboot"), SSLCERT_EXT_ERR_BAD_ALT_NAME, notHost},
         {"label of 64", name(1, std::string(64, 'a') + ".org"), SSLCERT_EXT_ERR_BAD_ALT_NAME,
          notHost},
+        {"254 characters", name(1, longest + "d"), SSLCERT_EXT_ERR_BAD_ALT_NAME, notHost},
         {"unterminated", [](SSLCertRequest &r) { std::memset(r.astAltNames[1].szName, 'a', 256); },
          SSLCERT_EXT_ERR_BAD_ALT_NAME, names + "2, it fills its field without a terminator.\n"},
         {"ipv6", name(2, "2001:db8::g"), SSLCERT_EXT_ERR_BAD_ALT_NAME,
@@ -103,6 +104,8 @@ TEST_F(CertRequestTest, RefusedRequestsNameTheFieldAndMakeNothing) {
          "Certificate request key verify failed! Algorithm = 1, BitLength = 2048, Curve = 1.\n"},
         {"p384 of 256", key(2, 256, 2), SSLCERT_EXT_ERR_BAD_KEY_TYPE,
          "Certificate request key verify failed! Algorithm = 2, BitLength = 256, Curve = 2.\n"},
+        {"dsa", key(3, 2048, 0), SSLCERT_EXT_ERR_BAD_KEY_TYPE,
+         "Certificate request key verify failed! Algorithm = 3, BitLength = 2048, Curve = 0.\n"},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.name);
