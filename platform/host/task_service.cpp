@@ -83,7 +83,10 @@ extern "C" int32_t TASK_TaskServiceUpdate(TaskUpdateRecord *pstRecord) {
     if (pstRecord == nullptr) return bmcsim::kFailSigned;
     try {
         auto store = OpenTasks();
-        if (!store) return bmcsim::kFailSigned;
+        // The new state is committed only after its line is in tasks.log, so
+        // that whoever reads a final state finds its log line too. Closing the
+        // connection without the commit rolls the update back.
+        if (!store || !store->Exec("BEGIN IMMEDIATE")) return bmcsim::kFailSigned;
         const std::string text = std::string(bmccert::FieldView(pstRecord->szAbnormalInfo));
         auto update =
             store->Prepare("UPDATE tasks SET state = ?2, progress = ?3, text = ?4 WHERE id = ?1");
@@ -96,7 +99,8 @@ extern "C" int32_t TASK_TaskServiceUpdate(TaskUpdateRecord *pstRecord) {
         // An id the service never gave out is refused, not invented.
         if (sqlite3_changes(store->Db()) != 1) return bmcsim::kFailSigned;
         LogUpdate(*pstRecord);
-        return 0;
+        update.reset();
+        return store->Exec("COMMIT") ? 0 : bmcsim::kFailSigned;
     } catch (...) {
         return bmcsim::kFailSigned;
     }
