@@ -44,14 +44,7 @@ std::string_view KeyTypeName(uint32_t algorithm, uint32_t bitLength, uint32_t cu
 std::optional<RefusedField> FillCertRequest(const GenerateOptions &subject, const KeyType &key,
                                             const AltNameOptions &names, SSLCertRequest &request) {
     request = SSLCertRequest{};
-    for (auto refused : {PutText(request.szCommonName, subject.commonName, "--cn"),
-                         PutText(request.szOrganisation, subject.organisation, "--org"),
-                         PutText(request.szOrganisationUnit, subject.organisationUnit, "--ou"),
-                         PutText(request.szLocalityName, subject.locality, "--locality"),
-                         PutText(request.szStateName, subject.state, "--state"),
-                         PutText(request.szCountryCode, subject.country, "--country"),
-                         PutText(request.szEmailAddress, subject.email, "--email")})
-        if (refused) return refused;
+    if (auto refused = PutSubject(subject, request)) return refused;
     request.uiKeyAlgorithm = key.algorithm;
     request.uiKeyBitLength = key.bitLength;
     request.uiKeyCurve = key.curve;

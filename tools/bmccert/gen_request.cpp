@@ -34,15 +34,7 @@ std::optional<RefusedField> MakeRequest(const GenerateOptions &options, SSLCertG
     request = SSLCertGenParam{};
     request.uiKeyLength = options.keyLength;
     request.uiValidDays = options.validDays;
-    for (auto refused : {PutText(request.szCommonName, options.commonName, "--cn"),
-                         PutText(request.szOrganisation, options.organisation, "--org"),
-                         PutText(request.szOrganisationUnit, options.organisationUnit, "--ou"),
-                         PutText(request.szLocalityName, options.locality, "--locality"),
-                         PutText(request.szStateName, options.state, "--state"),
-                         PutText(request.szCountryCode, options.country, "--country"),
-                         PutText(request.szEmailAddress, options.email, "--email")})
-        if (refused) return refused;
-    return std::nullopt;
+    return PutSubject(options, request);
 }
 
 std::optional<RefusedField> FindRefusedField(const SSLCertGenParam &request) {

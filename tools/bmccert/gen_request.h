@@ -41,6 +41,23 @@ template <std::size_t N>
     return std::nullopt;
 }
 
+// The seven subject texts into a request of either kind (a generation's or
+// a signing request's fields carry the same names), or the first option
+// whose text does not fit its field.
+template <typename Request>
+[[nodiscard]] std::optional<RefusedField> PutSubject(const GenerateOptions &options,
+                                                     Request &request) {
+    for (auto refused : {PutText(request.szCommonName, options.commonName, "--cn"),
+                         PutText(request.szOrganisation, options.organisation, "--org"),
+                         PutText(request.szOrganisationUnit, options.organisationUnit, "--ou"),
+                         PutText(request.szLocalityName, options.locality, "--locality"),
+                         PutText(request.szStateName, options.state, "--state"),
+                         PutText(request.szCountryCode, options.country, "--country"),
+                         PutText(request.szEmailAddress, options.email, "--email")})
+        if (refused) return refused;
+    return std::nullopt;
+}
+
 // The request of the options, or the first option whose text does not fit
 // its field.
 [[nodiscard]] std::optional<RefusedField> MakeRequest(const GenerateOptions &options,
