@@ -1,9 +1,10 @@
 /*
  * bmccert: extensions of the server-certificate interface.
  *
- * Functions added after the first interface, exported at version node
- * BMCCERT_1.1 of the same library (libbmccert.so.1); the functions of
- * lib_security_sslcert.h and lib_ssl_auth.h stay at BMCCERT_1 unchanged.
+ * Functions added after the first interface, exported at version nodes
+ * BMCCERT_1.1 and BMCCERT_1.2 of the same library (libbmccert.so.1; each
+ * function says its node); the functions of lib_security_sslcert.h and
+ * lib_ssl_auth.h stay at BMCCERT_1 unchanged.
  * Result codes of the extension lie in 0x8A000000 to 0x8AFFFFFF.
  */
 #ifndef LIB_SECURITY_SSLCERT_EXT_H
@@ -28,6 +29,7 @@ extern "C" {
 #define SSLCERT_EXT_ERR_BUFFER_SMALL    0x8A000006u /* the PEM does not fit the caller's buffer */
 #define SSLCERT_EXT_ERR_NO_PENDING_KEY  0x8A000007u /* no signing request is pending */
 #define SSLCERT_EXT_ERR_PENDING_WRITE   0x8A000008u /* the pending key could not be stored */
+#define SSLCERT_EXT_ERR_LOCK            0x8A000009u /* the installation lock could not be taken: nothing started */
 /* A signed certificate refused (the previous certificate stays in force and
  * the pending key stays for another try): */
 #define SSLCERT_EXT_ERR_SIGNED_FETCH    0x8A000010u /* the file transfer failed */
@@ -40,10 +42,20 @@ extern "C" {
 #define SSLCERT_EXT_ERR_WEAK_SIGNATURE  0x8A000017u /* the leaf is signed with MD5 or SHA-1 */
 #define SSLCERT_EXT_ERR_CHAIN_ORDER     0x8A000018u /* a certificate did not issue the one before */
 #define SSLCERT_EXT_ERR_CHAIN_NOT_CA    0x8A000019u /* a certificate after the leaf is not a CA */
+#define SSLCERT_EXT_ERR_NAME_MISSING    0x8A00001Au /* the leaf lacks a name the request asked for */
+#define SSLCERT_EXT_ERR_CHAIN_INVALID   0x8A00001Bu /* a CA of the chain is not valid now, weakly signed, or its path length is exceeded */
+#define SSLCERT_EXT_ERR_NOT_PINNED      0x8A00001Cu /* the answer does not chain to the pinned CA */
+#define SSLCERT_EXT_ERR_PIN_BAD         0x8A00001Du /* the CA to pin is not one PEM CA certificate */
+#define SSLCERT_EXT_ERR_NO_PIN          0x8A00001Eu /* no CA is pinned */
 /* The management entries' own failures: */
 #define SSLCERT_EXT_ERR_TASK            0x8A000020u /* the task or its thread could not start */
 #define SSLCERT_EXT_ERR_INSTALL         0x8A000021u /* installation failed: nothing changed */
 #define SSLCERT_EXT_ERR_RESTART         0x8A000022u /* installed, but the tunnel did not restart */
+
+/* Outcomes of LIB_SECURITY_SSL_RecoverInstallation. */
+#define SSLCERT_EXT_RECOVER_NONE      0u /* nothing was pending */
+#define SSLCERT_EXT_RECOVER_NEW_SET   1u /* the interrupted installation's new set is in force */
+#define SSLCERT_EXT_RECOVER_OLD_SET   2u /* the previous set is back in force */
 
 /* ---- Limits and key types ------------------------------------------------ */
 #define SSLCERT_EXT_MAX_ALT_NAMES     16u
@@ -99,8 +111,8 @@ BMCCERT_LAYOUT_ASSERT(AltName_name, offsetof(SSLCertAltName, szName) == 4);
  *    address in any form inet_pton accepts.
  * The common name is not added as a name by itself: list it when clients
  * should reach the controller by it. A wildcard can only be an alternative
- * name: the common name's rule refuses '*'. A pending request is only ever
- * replaced by a new one, never dropped.
+ * name: the common name's rule refuses '*'. A pending request is replaced
+ * by a new one or dropped (LIB_SECURITY_SSL_DropPendingCSR).
  *
  * uiValidDays (1 to 5475, as a generation request) is read only by the
  * self-signed generation; a signing request leaves the validity to the CA.
@@ -204,7 +216,8 @@ BMCCERT_API uint32_t LIB_SECURITY_SSL_GetPendingCSR(SSLCertRequest *pstRequest, 
  *    SSL-server purpose (SSLCERT_EXT_ERR_NOT_SERVER_CERT);
  *  - the leaf is valid now (SSLCERT_EXT_ERR_NOT_VALID_NOW);
  *  - the leaf is not signed with MD5 or SHA-1 (SSLCERT_EXT_ERR_WEAK_SIGNATURE).
- * The chain need not reach a root; trust is the clients' to decide.
+ * The chain need not reach a root; trust is the clients' to decide, unless
+ * a CA is pinned (LIB_SECURITY_SSL_SetPinnedCA).
  * Results: 0 or the first failed check's code, with a diagnostic;
  * SSLCERT_ERR_NULL_POINTER. No file written, no process.
  */
@@ -289,6 +302,55 @@ BMCCERT_API uint32_t LIB_SECURITY_SSL_GenSelfSignedAndRestart(const SSLCertReque
  * process; starts no process.
  */
 BMCCERT_API uint32_t LIB_SECURITY_SSL_CompleteInstallation(void);
+
+/* ---- Added at BMCCERT_1.2 ------------------------------------------------ */
+
+/*
+ * Drops the pending key and its request (BMCCERT_1.2): the file
+ * /conf/certs/server/pending/csr.pem is removed and its directory synced,
+ * so that an answer to that request can no longer be installed.
+ * Results: 0; SSLCERT_EXT_ERR_NO_PENDING_KEY (nothing was pending);
+ * SSLCERT_EXT_ERR_PENDING_WRITE (the file could not be removed: it stays
+ * pending); SSLCERT_EXT_ERR_LOCK. Waits for a running installation.
+ */
+BMCCERT_API uint32_t LIB_SECURITY_SSL_DropPendingCSR(void);
+
+/*
+ * LIB_SECURITY_SSL_CompleteInstallation that says what it did
+ * (BMCCERT_1.2): *puiOutcome is SSLCERT_EXT_RECOVER_NONE when nothing was
+ * pending, _NEW_SET or _OLD_SET when it completed an interrupted
+ * installation in that direction. It also ends the task of the
+ * interrupted installation (finished for the new set, failed for the old
+ * one) and, when bRestartServices is not 0 and it completed one, restarts
+ * stunnel.service and lighttpd.service as an installation does, so that a
+ * completion at run time leaves them serving what is installed (at boot,
+ * before the services start, pass 0).
+ * Results: 0; SSLCERT_EXT_ERR_INSTALL_PENDING; SSLCERT_EXT_ERR_LOCK;
+ * SSLCERT_EXT_ERR_RESTART (completed, a restart failed);
+ * SSLCERT_ERR_NULL_POINTER.
+ */
+BMCCERT_API uint32_t LIB_SECURITY_SSL_RecoverInstallation(uint8_t bRestartServices,
+                                                          uint32_t *puiOutcome);
+
+/*
+ * The organisation's CA pinned for signed answers (BMCCERT_1.2). While one
+ * is pinned, LIB_SECURITY_SSL_CheckSignedCert and the imports of a signed
+ * answer refuse an answer whose chain does not end at it, or at a
+ * certificate it issued, with SSLCERT_EXT_ERR_NOT_PINNED.
+ *
+ * Set: pcPem (uiPemLength bytes) is one PEM certificate that is a CA by
+ * its basic constraints (SSLCERT_EXT_ERR_PIN_BAD otherwise); stored in
+ * /conf/certs/server/pinned_ca.pem (0644) by a rename after the data
+ * reached the disk, replacing any earlier pin.
+ * Get: copies the pinned PEM into pcPem (uiPemSize bytes, terminator
+ * included; SSLCERT_EXT_ERR_BUFFER_SMALL), SSLCERT_EXT_ERR_NO_PIN when none.
+ * Clear: removes the pin (0 also when none was pinned).
+ * Results besides: SSLCERT_EXT_ERR_PENDING_WRITE when the file could not
+ * be written or removed (the earlier pin stays); SSLCERT_ERR_NULL_POINTER.
+ */
+BMCCERT_API uint32_t LIB_SECURITY_SSL_SetPinnedCA(const char *pcPem, uint32_t uiPemLength);
+BMCCERT_API uint32_t LIB_SECURITY_SSL_GetPinnedCA(char *pcPem, uint32_t uiPemSize);
+BMCCERT_API uint32_t LIB_SECURITY_SSL_ClearPinnedCA(void);
 
 #ifdef __cplusplus
 }

@@ -6,12 +6,13 @@ nm=$1
 library=$2
 exports_1=$3
 exports_1_1=$4
+exports_1_2=$5
 names() { grep -E '^[A-Za-z_]' "$1" | sed "s/\$/@@$2/"; }
-expected=$( (names "$exports_1" BMCCERT_1; names "$exports_1_1" BMCCERT_1.1) | sort)
+expected=$( (names "$exports_1" BMCCERT_1; names "$exports_1_1" BMCCERT_1.1; names "$exports_1_2" BMCCERT_1.2) | sort)
 # The version nodes themselves show as absolute symbols.
 actual=$("$nm" -D --defined-only "$library" | awk '$2 != "A" {print $3}' | sort)
 if [ "$expected" != "$actual" ]; then
-  echo "exported symbols differ from $exports_1 and $exports_1_1:"
+  echo "exported symbols differ from $exports_1, $exports_1_1 and $exports_1_2:"
   diff <(echo "$expected") <(echo "$actual") || true
   exit 1
 fi
