@@ -87,6 +87,7 @@ extern "C" uint32_t SECURITY_SSL_ConfFile_Check(const SSLCertGenParam *pstSSLCer
         return SSLCERT_ERR_GENERAL;
     }
     const InstallationLock installing;
+    if (!installing.Held()) return SSLCERT_ERR_GENERAL;
 
     StdioFile conf(kRequestConfigPath, "w");
     if (!conf.IsOpen()) {
@@ -115,6 +116,7 @@ extern "C" uint32_t LIB_SECURITY_GenCert(const SSLCertGenParam *pstSSLCert) {
         return SSLCERT_ERR_GEN_REQUEST;
     }
     const InstallationLock installing;
+    if (!installing.Held()) return SSLCERT_ERR_GENERAL;
     if (const uint32_t result = SECURITY_SSL_ConfFile_Check(pstSSLCert); result != SSLCERT_OK) {
         BMCCERT_DIAG(kLevelFailure, "Gen cert conf file check failed! iRet = %d.\n", result);
         return SSLCERT_ERR_GENERAL;

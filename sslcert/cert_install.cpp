@@ -67,7 +67,7 @@ extern "C" uint32_t SECURITY_SSL_UpdateSSLCert(const char *pcTmpCert, const char
     BMCCERT_CHECK_NULL(pcTmpCert, SSLCERT_ERR_NULL_POINTER);
     BMCCERT_CHECK_NULL(pcTmpPrivkey, SSLCERT_ERR_NULL_POINTER);
     const InstallationLock installing;
-    if (!CompletePendingInstallation()) return SSLCERT_ERR_GENERAL;
+    if (!installing.Held() || !CompletePendingInstallation()) return SSLCERT_ERR_GENERAL;
 
     if (!Exists(pcTmpCert)) {
         BMCCERT_DIAG(kLevelFailure, "Tmp Cert File %s is not exist!\n", pcTmpCert);

@@ -44,6 +44,11 @@ extern "C" uint32_t LIB_SECURITY_GenAndRestartService(const SSLCertGenParam *pst
     // Held until the temporary pair is gone, so that another installation
     // neither overwrites it nor has its own removed.
     const InstallationLock installing;
+    if (!installing.Held()) {
+        // The temporary pair, if any, belongs to whoever holds the lock.
+        SECURITY_SetSSLCertOperateLogDes(kOutcomeGenFailed, pstOperateLog);
+        return SSLCERT_MGMT_GEN_FAILED;
+    }
 
     const uint32_t result = GenerateAndRestart(*pstSSLCert);
 

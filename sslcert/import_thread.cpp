@@ -124,9 +124,13 @@ extern "C" void *SECURITY_SSL_ImportServerCertThread(void *pParam) {
         // From the fetch into the temporary pair to its removal; the web
         // server's delayed restart is not part of it.
         const InstallationLock installing;
-        result = ImportPair(proc.stUploadParam);
-        for (const char *path : {kUploadCertPath, kUploadKeyPath, kUploadCombinedPath})
-            RemoveScratchFileReported(path);
+        if (installing.Held()) {
+            result = ImportPair(proc.stUploadParam);
+            for (const char *path : {kUploadCertPath, kUploadKeyPath, kUploadCombinedPath})
+                RemoveScratchFileReported(path);
+        } else {
+            result = SSLCERT_ERR_GENERAL; // the temporary pair is another installation's
+        }
     }
 
     if (result != SSLCERT_OK)

@@ -289,6 +289,7 @@ using namespace bmccert::sslcert;
 
 extern "C" uint32_t LIB_SECURITY_SSL_CompleteInstallation(void) {
     const InstallationLock installing;
+    if (!installing.Held()) return SSLCERT_EXT_ERR_LOCK;
     if (!CompletePendingInstallation()) return SSLCERT_EXT_ERR_INSTALL_PENDING;
     return SSLCERT_OK;
 }

@@ -202,6 +202,10 @@ extern "C" uint32_t LIB_SECURITY_SSL_GenerateCSR(const SSLCertRequest *pstReques
         return result;
 
     const InstallationLock installing; // an installation may be consuming the pending key
+    if (!installing.Held()) {
+        pcCsrPem[0] = '\0';
+        return SSLCERT_EXT_ERR_LOCK;
+    }
     if (!StorePendingRequest(key.get(), signingRequest.get())) {
         pcCsrPem[0] = '\0';
         return SSLCERT_EXT_ERR_PENDING_WRITE;

@@ -92,9 +92,13 @@ extern "C" uint32_t LIB_SECURITY_SSL_GenSelfSignedAndRestart(const SSLCertReques
     if (result == SSLCERT_OK) {
         // Held until the temporary pair is gone, as a generation holds it.
         const InstallationLock installing;
-        result = GenerateAndRestart(*pstRequest);
-        RemoveScratchFileReported(kGenCertPath);
-        RemoveScratchFileReported(kGenKeyPath);
+        if (installing.Held()) {
+            result = GenerateAndRestart(*pstRequest);
+            RemoveScratchFileReported(kGenCertPath);
+            RemoveScratchFileReported(kGenKeyPath);
+        } else {
+            result = SSLCERT_EXT_ERR_LOCK;
+        }
     }
     SECURITY_SetSSLCertOperateLogDes(result == SSLCERT_OK ? kOutcomeGenDone : kOutcomeGenFailed,
                                      pstOperateLog);

@@ -92,7 +92,8 @@ void *SignedCertImportThread(void *param) {
     uint32_t result;
     {
         const InstallationLock installing;
-        result = InstallAnswer({job->pem.get(), job->length});
+        result = installing.Held() ? InstallAnswer({job->pem.get(), job->length})
+                                   : SSLCERT_EXT_ERR_LOCK;
     }
     if (result == SSLCERT_OK && RestartServiceNow(kTunnelService) != 0) {
         BMCCERT_DIAG(kLevelFailure, "Signed Cert:installed, but restart stunnel service failed!\n");
@@ -184,6 +185,7 @@ extern "C" uint32_t LIB_SECURITY_SSL_ImportSignedCert(const SignedCertUpload *ps
     size_t length = 0;
     {
         const InstallationLock installing; // the fetched file is this call's alone
+        if (!installing.Held()) return SSLCERT_EXT_ERR_LOCK;
         FileTransferRecord record{};
         record.ucByte1 = 1;
         (void)BMC_Strlcpy(record.szDstPath, kSignedUploadPath, sizeof record.szDstPath);

@@ -85,16 +85,20 @@ void EndTexts(SSLCertGenParam &request);
 // processes, from the first write of a temporary file to the last step of
 // the installation, so that two of them never mix their files. Re-entrant
 // on one thread: an entry holds it over the steps it calls. Readers never
-// take it.
+// take it. A lock that cannot be taken (its file replaced by a link, the
+// lock directory unusable) is reported, and the work it guards must not
+// start: every holder checks Held() first.
 class InstallationLock {
   public:
     InstallationLock();
     InstallationLock(const InstallationLock &) = delete;
     InstallationLock &operator=(const InstallationLock &) = delete;
     ~InstallationLock();
+    [[nodiscard]] bool Held() const noexcept { return held_; }
 
   private:
     uint32_t handle_ = 0;
+    bool held_ = false;
 };
 
 // The installation journal (install_journal.cpp), used under the

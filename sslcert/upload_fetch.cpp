@@ -29,6 +29,7 @@ using namespace bmccert::sslcert;
 extern "C" uint32_t SECURITY_SSL_GetUploadCert(const UploadParam *pstUploadPath) {
     BMCCERT_CHECK_NULL(pstUploadPath, SSLCERT_ERR_NULL_POINTER);
     const InstallationLock installing; // the temporary pair is the installation's
+    if (!installing.Held()) return SSLCERT_ERR_GENERAL;
 
     FileTransferRecord record = TransferRecord(pstUploadPath->CertSrcPath, kUploadCertPath);
     if (const int32_t result = FILEHANDLE_UploadDownloadFile(&record, kTransferMode); result != 0) {

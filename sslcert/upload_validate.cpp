@@ -210,6 +210,7 @@ uint32_t ValidateChain() {
 
 extern "C" uint32_t SECURITY_SSL_ValidateSSLCert(void) {
     const InstallationLock installing; // the temporary pair must not change under the checks
+    if (!installing.Held()) return SSLCERT_ERR_GENERAL;
     const uint32_t result = ValidateChain();
     // Refusals leave OpenSSL's error queue filled on this thread; the
     // caller's next OpenSSL call must not see them.

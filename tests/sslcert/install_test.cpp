@@ -10,8 +10,9 @@
 #include <cstring>
 #include <ctime>
 
-#include "lib_security_sslcert.h"
+#include "lib_security_sslcert_ext.h"
 #include "tests/support/controller.h"
+#include "tests/support/example_request.h"
 
 namespace bmctest {
 namespace {
@@ -231,6 +232,48 @@ TEST_F(InstallTest, KeyThatCannotBeMadePrivateChangesNothing) {
                                                "Restrict key file /proc/self/status to its owner "
                                                "failed! strerrno:Operation not permitted\n"}}));
     EXPECT_NE(access("/conf/certs/server/user/actualcert.pem", F_OK), 0);
+}
+
+// The installation lock's file replaced by a link: no entry runs unlocked,
+// each fails with its code and leaves the installed pair as it was.
+TEST_F(InstallTest, LockThatCannotBeTakenStartsNothing) {
+    const SSLCertRequest request = ExampleRequest();
+    char pem[SSLCERT_EXT_CSR_PEM_SIZE];
+    OperateDesc desc;
+    struct Case {
+        const char *name;
+        uint32_t (*call)(const SSLCertRequest &, char *, OperateDesc &);
+        uint32_t code;
+    } cases[] = {
+        {"install", [](const SSLCertRequest &, char *, OperateDesc &) {
+             return SECURITY_SSL_UpdateSSLCert(kCert, kKey); }, 0x81000001u},
+        {"generate and restart", [](const SSLCertRequest &, char *, OperateDesc &d) {
+             SSLCertGenParam gen = GenRequest(2048);
+             return LIB_SECURITY_GenAndRestartService(&gen, &d); }, SSLCERT_MGMT_GEN_FAILED},
+        {"self-signed", [](const SSLCertRequest &r, char *, OperateDesc &d) {
+             return LIB_SECURITY_SSL_GenSelfSignedAndRestart(&r, &d); }, SSLCERT_EXT_ERR_LOCK},
+        {"signing request", [](const SSLCertRequest &r, char *p, OperateDesc &) {
+             return LIB_SECURITY_SSL_GenerateCSR(&r, p, SSLCERT_EXT_CSR_PEM_SIZE); },
+         SSLCERT_EXT_ERR_LOCK},
+        {"recovery", [](const SSLCertRequest &, char *, OperateDesc &) {
+             return LIB_SECURITY_SSL_CompleteInstallation(); }, SSLCERT_EXT_ERR_LOCK},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        SetUp();
+        WriteFile(kCert, MakeCertPem({}));
+        WriteFile(kKey, KeyPem(KeyKind::Rsa2048));
+        const std::string lock = std::string(BMCSIM_LOCK_DIR) + "/sslcert_install.lock";
+        (void)unlink(lock.c_str());
+        ASSERT_EQ(symlink("/tmp/elsewhere.lock", lock.c_str()), 0);
+        const std::string before = ReadFile("/conf/certs/server/user/actualcert.pem");
+        EXPECT_EQ(c.call(request, pem, desc), c.code);
+        EXPECT_EQ(ReadFile("/conf/certs/server/user/actualcert.pem"), before);
+        EXPECT_NE(access("/conf/certs/server/pending/csr.pem", F_OK), 0);
+        EXPECT_EQ(ReadDiags().at(0).message,
+                  "Take the installation lock sslcert_install.lock failed!\n");
+        (void)unlink(lock.c_str());
+    }
 }
 
 TEST_F(InstallTest, TunnelRewriteReplacesEveryMentionAndNothingElse) {
