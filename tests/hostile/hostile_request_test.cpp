@@ -45,10 +45,9 @@ TEST_F(HostileRequestTest, EveryFieldRefusesWhatCouldEscapeIt) {
         SCOPED_TRACE(field.report);
         // The last one fills the field to its last byte: the report shows
         // the text cut to the field.
-        for (const std::string &payload : std::vector<std::string>{
-                 "a$(touch /var/certs/mk)", "a`touch /var/certs/mk`", "a;touch /var/certs/mk",
-                 "a|touch /var/certs/mk", "a&touch /var/certs/mk", "a'b", "a\"b", "a\nCN = x",
-                 "caf\xc3\xa9\xff", std::string(field.size, 'a')}) {
+        // The character rules themselves are the generation test's table.
+        for (const std::string &payload :
+             std::vector<std::string>{"a$(touch /var/certs/mk)", std::string(field.size, 'a')}) {
             SCOPED_TRACE(payload);
             SSLCertGenParam request = GenRequest(2048);
             field.set(request, payload);

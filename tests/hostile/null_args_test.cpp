@@ -1,8 +1,9 @@
-// Every exported function of both headers that takes a pointer, called with
-// its first pointer null (each pointer is checked by the same macro): the
-// documented result, one report that names the parameter, the source file
-// and the function, and no work done (no process, no call to the records'
-// owner, no operation-log entry).
+// Null pointers, checked by one macro everywhere: a row for each kind of
+// answer the functions give (the frame's code, a management entry's own
+// default, a boolean, nothing) and for each unit's report, with one report
+// that names the parameter, the source file and the function, and no work
+// done (no process, no call to the records' owner, no operation-log entry,
+// no task).
 #include <gtest/gtest.h>
 
 #include <type_traits>
@@ -50,29 +51,10 @@ struct NullCase {
 // The server-certificate unit reports with module 0, sub-module 0.
 const NullCase kServerCases[] = {
     ROW(LIB_SECURITY_GetSSLCertKeyPath, pcCertPath, cert_location, 0x81000002, 7, 1, 1, nullptr, nullptr),
-    ROW(SECURITY_SSL_GetSSLCertX509_Parse, pstSSLConfig, x509_extract, 0x81000002, 4, nullptr),
-    ROW(SECURITY_SSL_GetIssueFrom, pstCert, x509_extract, 0x81000002, nullptr, any),
-    ROW(SECURITY_SSL_GetIssueTo, pstCert, x509_extract, 0x81000002, nullptr, any),
-    ROW(SECURITY_SSL_ParseKeyUsage, pstCert, x509_extract, 0x81000002, nullptr, any),
-    ROW(SECURITY_SSL_GetCertVersion, pstCert, x509_extract, 0x81000002, nullptr, any),
-    ROW(SECURITY_SSL_GetPublicKeyLength, pstCert, x509_extract, 0x81000002, nullptr, any),
-    ROW(SECURITY_SSL_ParseSSLCert, pstContentName, x509_extract, 0x81000002, nullptr, any),
-    ROW(SECURITY_SSL_GetSSLCertCommon, pstSSLConfig, text_dump, 0x81000002, 4, nullptr),
     ROW(SECURITY_SSL_ParseCommon, pcReadline, text_dump, kNoResult, nullptr, any, 8, any),
-    ROW(SECURITY_SSL_GetSSLCertAttributes, pstSSLCertKeyFileInfo, file_attributes, 0x81000002, 4, nullptr),
     ROW(LIB_SECURITY_GetCertInfo, pstSSLCertInfo, cert_info, 0x18000019, nullptr),
-    ROW(SECURITY_GetCertInfoFromDB, pstSSLCertInfo, cert_info, 0x18000019, nullptr),
-    ROW(SECURITY_GetCertInfoFromFile, pstSSLCertInfo, cert_info, 0x81000002, nullptr),
-    ROW(SECURITY_SSL_GenSSLCert_Check, pstSSLCert, gen_request_check, 0x81000002, nullptr),
-    ROW(SECURITY_SSL_ConfFile_Check, pstSSLCert, cert_generation, 0x81000002, nullptr),
-    ROW(LIB_SECURITY_GenCert, pstSSLCert, cert_generation, 0x81000002, nullptr),
-    ROW(SECURITY_SSL_UpdateSSLCert, pcTmpCert, cert_install, 0x81000002, nullptr, any),
-    ROW(LIB_SECURITY_SSL_ModStunnelConfFile, pcCertPath, stunnel_config, 0x81000002, nullptr, any),
     ROW(LIB_SECURITY_GenAndRestartService, pstSSLCert, gen_and_restart, 0x1800001A, nullptr, any),
-    ROW(SECURITY_SSL_GetUploadCert, pstUploadPath, upload_fetch, 0x81000002, nullptr),
-    ROW(SECURITY_SSL_RegisterImportTask, pcTaskDesc, import_task, 0x81000002, nullptr, any),
     ROW(SECURITY_SSL_UpdateImportTask, pcTaskAbnormalInfo, import_task, kNoResult, 1, 4, 100, nullptr),
-    ROW(SECURITY_SSL_ImportCert, pstUploadParam, import_thread, 0x81000002, nullptr, any),
     ROW(LIB_SECURITY_UploadAndRestartService, pstUploadParam, import_thread, 0x1800001B, nullptr, any),
     ROW(SECURITY_SSL_ImportServerCertThread, pParam, import_thread, kNoResult, nullptr),
 };
@@ -80,30 +62,10 @@ const NullCase kServerCases[] = {
 // The client-authentication unit reports with its own module 31, sub-module 2.
 const NullCase kAuthCases[] = {
     ROW(LIB_SSL_GetCertAuthState, pbState, auth_records, 0x18000001, nullptr),
-    ROW(LIB_SSL_GetCertRevokeCheck, pbState, auth_records, 0x18000002, nullptr),
-    ROW(LIB_SSL_GetRootCertList, pstRootCertList, auth_records, 0x81000002, nullptr),
-    ROW(LIB_SSL_GetClientCertList, pstCliCertList, auth_records, 0x81000002, nullptr),
-    ROW(LIB_SSL_GetClientCertUserList, pstCertUserList, auth_records, 0x81000002, nullptr),
-    ROW(LIB_SSL_GetActiveRootCertId, puiRootCertId, auth_records, 0x18000001, nullptr),
     ROW(LIB_SSL_IsExistRootCert, pstRootCertInfo, auth_records, 0, 1, nullptr),
-    ROW(LIB_SSL_GetRootCertInfo, pstRootCertInfo, auth_records, 0x18000003, 1, nullptr),
-    ROW(LIB_SSL_IsExistClientCert, pstCliCertInfo, auth_records, 0, 1, nullptr),
-    ROW(LIB_SSL_GetClientCertListByRoot, puiCliCertCnt, derived_queries, 0x81000002, 1, nullptr, any),
-    ROW(LIB_SSL_GetClientCertInfo, pstCliCertInfo, derived_queries, 0x18000003, 1, nullptr),
-    ROW(LIB_SSL_GetUsableUserList, pstUsableUser, derived_queries, 0x81000002, nullptr),
     ROW(LIB_SSL_SetCertAuthState, pstRespData, auth_state, 0x18000004, 1, 1, 1000, nullptr),
-    ROW(LIB_SSL_SetCertRevokeCheck, pstRespData, auth_state, 0x18000005, 1, 1000, nullptr),
     ROW(LIB_SSL_ImportRootCert, pstLogOrigin, cert_import, 0x18000006, nullptr, any, 1000, any),
-    ROW(LIB_SSL_ImportClientCert, pstLogOrigin, cert_import, 0x18000007, nullptr, any, 1, 1000, any),
-    ROW(LIB_SSL_DelClientCert, pstRespData, cert_delete, 0x18000012, 1, 1000, nullptr),
-    ROW(LIB_SSL_DelRootCert, pstRespData, cert_delete, 0x18000013, 1, 1000, nullptr),
-    ROW(LIB_SSL_CheckClientCertOperUser, pstCliCertInfo, user_binding, 0x81000002, 1, 3, nullptr, any),
-    ROW(LIB_SSL_ClientCertBindUser, pstRespData, user_binding, 0x1800000D, 1, 3, 1000, nullptr),
-    ROW(LIB_SSL_ClientCertUntieUser, pstRespData, user_binding, 0x1800000E, 1, 3, 1000, nullptr),
-    ROW(LIB_SSL_CheckCertRevokeState, pcRootCertPath, revoke_check, 0x81000002, nullptr, any, any),
     ROW(LIB_SSL_GetConfCertPath, pcLineBuf, revoke_check, kNoResult, nullptr, 8, any),
-    ROW(LIB_SSL_GetAuthRootCertPath, pcRootCertPath, revoke_check, 0x81000002, 8, nullptr),
-    ROW(LIB_SSL_GetNamePwdById, pcUserName, cert_login, 0x81000002, 3, 8, nullptr, 8, any),
     ROW(LIB_SSL_GetNamePwdBySerial, pcSerialNum, cert_login, 0x81000002, nullptr, 8, any, 8, any),
 };
 // clang-format on

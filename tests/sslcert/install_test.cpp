@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <memory>
 #include <ctime>
 
 #include "lib_security_sslcert_ext.h"
@@ -235,7 +236,7 @@ TEST_F(InstallTest, KeyThatCannotBeMadePrivateChangesNothing) {
 }
 
 // The installation lock's file replaced by a link: no entry runs unlocked,
-// each fails with its code and leaves the installed pair as it was.
+// each fails with its code and installs nothing.
 TEST_F(InstallTest, LockThatCannotBeTakenStartsNothing) {
     const SSLCertRequest request = ExampleRequest();
     char pem[SSLCERT_EXT_CSR_PEM_SIZE];
@@ -264,15 +265,17 @@ TEST_F(InstallTest, LockThatCannotBeTakenStartsNothing) {
         WriteFile(kCert, MakeCertPem({}));
         WriteFile(kKey, KeyPem(KeyKind::Rsa2048));
         const std::string lock = std::string(BMCSIM_LOCK_DIR) + "/sslcert_install.lock";
+        (void)mkdir(BMCSIM_LOCK_DIR, 0755);
         (void)unlink(lock.c_str());
         ASSERT_EQ(symlink("/tmp/elsewhere.lock", lock.c_str()), 0);
-        const std::string before = ReadFile("/conf/certs/server/user/actualcert.pem");
+        const std::unique_ptr<const char, int (*)(const char *)> relink(lock.c_str(), unlink);
+        const std::string before = ReadFile(kTunnelConfig);
         EXPECT_EQ(c.call(request, pem, desc), c.code);
-        EXPECT_EQ(ReadFile("/conf/certs/server/user/actualcert.pem"), before);
+        EXPECT_EQ(ReadFile(kTunnelConfig), before);
+        EXPECT_NE(access("/conf/certs/server/user/actualcert.pem", F_OK), 0);
         EXPECT_NE(access("/conf/certs/server/pending/csr.pem", F_OK), 0);
         EXPECT_EQ(ReadDiags().at(0).message,
                   "Take the installation lock sslcert_install.lock failed!\n");
-        (void)unlink(lock.c_str());
     }
 }
 
