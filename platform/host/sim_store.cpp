@@ -16,8 +16,17 @@ namespace {
 constexpr int kBusyWaitMs = 5000;
 } // namespace
 
+// SQLite counts every allocation under one process-wide mutex for its
+// memory statistics, which nothing here reads: two reader threads would
+// take turns on it. Only possible before SQLite's first use in the process.
+void TurnOffMemoryStatistics() noexcept {
+    static std::once_flag once;
+    std::call_once(once, [] { (void)sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0); });
+}
+
 std::unique_ptr<Store> Store::Open() noexcept {
     if (!OnController() || !MakeDirs(BMCSIM_STATE_DIR)) return nullptr;
+    TurnOffMemoryStatistics();
     std::unique_ptr<Store> store(new (std::nothrow) Store);
     if (!store) return nullptr;
     sqlite3 *raw = nullptr;
