@@ -52,6 +52,8 @@ extern "C" {
 #define SSLCERT_EXT_ERR_INSTALL         0x8A000021u /* installation failed: nothing changed */
 #define SSLCERT_EXT_ERR_RESTART         0x8A000022u /* installed, but the tunnel did not restart */
 
+#define SSLCERT_EXT_ERR_UNKNOWN_CODE    0x8A000030u /* not a result code of the library */
+
 /* Outcomes of LIB_SECURITY_SSL_RecoverInstallation. */
 #define SSLCERT_EXT_RECOVER_NONE      0u /* nothing was pending */
 #define SSLCERT_EXT_RECOVER_NEW_SET   1u /* the interrupted installation's new set is in force */
@@ -348,6 +350,25 @@ BMCCERT_API uint32_t LIB_SECURITY_SSL_RecoverInstallation(uint8_t bRestartServic
  * Results besides: SSLCERT_EXT_ERR_PENDING_WRITE when the file could not
  * be written or removed (the earlier pin stays); SSLCERT_ERR_NULL_POINTER.
  */
+/*
+ * What a result code means (BMCCERT_1.2), for any code of the three
+ * headers and the codes the library hands on from the platform and the
+ * records' owner: *ppcName the header's constant ("SSLCERT_EXT_ERR_LOCK"),
+ * *ppcSentence one sentence of what happened, *puiInForce what the code
+ * tells of the certificate in force: SSLCERT_EXT_IN_FORCE_UNCHANGED,
+ * _CHANGED (the new certificate is in force although the call failed), or
+ * _DEPENDS (read it again: success of an installation, or a failure that
+ * may come after the installation). The texts are constant and live as
+ * long as the library is loaded; any of the three pointers may be NULL.
+ * Results: 0; SSLCERT_EXT_ERR_UNKNOWN_CODE (nothing written).
+ */
+#define SSLCERT_EXT_IN_FORCE_UNCHANGED 0u
+#define SSLCERT_EXT_IN_FORCE_CHANGED   1u
+#define SSLCERT_EXT_IN_FORCE_DEPENDS   2u
+BMCCERT_API uint32_t LIB_SECURITY_SSL_DescribeResult(uint32_t uiCode, const char **ppcName,
+                                                     const char **ppcSentence,
+                                                     uint32_t *puiInForce);
+
 BMCCERT_API uint32_t LIB_SECURITY_SSL_SetPinnedCA(const char *pcPem, uint32_t uiPemLength);
 BMCCERT_API uint32_t LIB_SECURITY_SSL_GetPinnedCA(char *pcPem, uint32_t uiPemSize);
 BMCCERT_API uint32_t LIB_SECURITY_SSL_ClearPinnedCA(void);

@@ -167,6 +167,25 @@ TEST(ExplainTable, KnowsTheCodesTheLibraryHandsOn) {
     }
 }
 
+// What a code tells a front end of the certificate in force, and a value
+// that is no code leaves the caller's pointers alone.
+TEST(ExplainTable, TellsWhetherTheCertificateInForceChanged) {
+    const std::pair<uint32_t, uint32_t> rows[] = {
+        {SSLCERT_EXT_ERR_RESTART, SSLCERT_EXT_IN_FORCE_CHANGED},
+        {SSLCERT_EXT_ERR_INSTALL, SSLCERT_EXT_IN_FORCE_UNCHANGED},
+        {SSLCERT_EXT_ERR_INSTALL_PENDING, SSLCERT_EXT_IN_FORCE_DEPENDS},
+    };
+    for (const auto &[code, inForce] : rows) {
+        uint32_t told = 99;
+        EXPECT_EQ(LIB_SECURITY_SSL_DescribeResult(code, nullptr, nullptr, &told), 0u);
+        EXPECT_EQ(told, inForce) << code;
+    }
+    const char *name = "kept";
+    EXPECT_EQ(LIB_SECURITY_SSL_DescribeResult(0x8A0000FFu, &name, nullptr, nullptr),
+              SSLCERT_EXT_ERR_UNKNOWN_CODE);
+    EXPECT_STREQ(name, "kept");
+}
+
 TEST(ExplainParse, TakesHexadecimalAndTheLogsSignedDecimal) {
     struct Row {
         const char *text;

@@ -1,4 +1,5 @@
-// The library's result codes by name and meaning, for `bmccert explain`.
+// The library's result codes by name and meaning (the library's own
+// texts), and the forms in which an operator finds a code, for `bmccert explain`.
 #pragma once
 
 #include <cstdint>
