@@ -350,6 +350,95 @@ BMCCERT_API uint32_t LIB_SECURITY_SSL_RecoverInstallation(uint8_t bRestartServic
  * Results besides: SSLCERT_EXT_ERR_PENDING_WRITE when the file could not
  * be written or removed (the earlier pin stays); SSLCERT_ERR_NULL_POINTER.
  */
+/* ---- The health of the controller's certificates (BMCCERT_1.2) ---------- */
+/*
+ * What an operator's check, a management daemon or a renewal timer asks:
+ * does each service serve the certificate in force, is the installed pair
+ * whole, is the certificate fit (key strength, signature, names, days
+ * left), and how long do the trusted roots and client certificates last.
+ * One finding per question, each with a severity, a kind and a text for
+ * people: "subject: text" is how `bmccert check` prints it.
+ */
+#define SSLCERT_EXT_HEALTH_MAX_FINDINGS 64u
+#define SSLCERT_EXT_HEALTH_SUBJECT_SIZE 288u /* a directory and a 255-byte file name */
+#define SSLCERT_EXT_HEALTH_TEXT_SIZE    512u
+
+#define SSLCERT_EXT_SEVERITY_OK      0u
+#define SSLCERT_EXT_SEVERITY_WARNING 1u
+#define SSLCERT_EXT_SEVERITY_FAULT   2u
+
+/* What a finding is about. */
+#define SSLCERT_EXT_FINDING_IN_FORCE        1u  /* which certificate is in force, and its file */
+#define SSLCERT_EXT_FINDING_TUNNEL_SERVES   2u  /* what the tunnel serves against it */
+#define SSLCERT_EXT_FINDING_WEB_SERVES      3u  /* what the web server serves against it */
+#define SSLCERT_EXT_FINDING_PAIR            4u  /* the installed key belongs to it */
+#define SSLCERT_EXT_FINDING_COMBINED        5u  /* /conf/certs/server/server.pem starts with it */
+#define SSLCERT_EXT_FINDING_KEY             6u  /* key algorithm and strength */
+#define SSLCERT_EXT_FINDING_SIGNATURE       7u  /* signature algorithm */
+#define SSLCERT_EXT_FINDING_NAMES           8u  /* the alternative names list the common name */
+#define SSLCERT_EXT_FINDING_HOST_NAME       9u  /* they list the controller's host name */
+#define SSLCERT_EXT_FINDING_VALIDITY        10u /* days left of the certificate in force */
+#define SSLCERT_EXT_FINDING_ROOT_VALIDITY   11u /* days left of a trusted root's file */
+#define SSLCERT_EXT_FINDING_CLIENT_VALIDITY 12u /* days left of a client certificate's file */
+
+/* One finding. Texts always end inside their fields; a text longer than
+ * its field ends in "..." there. iDaysLeft is set for the validity kinds
+ * (whole days, negative once expired), else 0. */
+typedef struct SSLHealthFinding_s {
+    uint32_t uiSeverity;
+    uint32_t uiKind;
+    int32_t iDaysLeft;
+    uint32_t uiReserved;                      /* zero */
+    char szSubject[SSLCERT_EXT_HEALTH_SUBJECT_SIZE];
+    char szText[SSLCERT_EXT_HEALTH_TEXT_SIZE];
+} SSLHealthFinding;
+BMCCERT_LAYOUT_ASSERT(HealthFinding_size, sizeof(SSLHealthFinding) == 816);
+BMCCERT_LAYOUT_ASSERT(HealthFinding_days, offsetof(SSLHealthFinding, iDaysLeft) == 8);
+BMCCERT_LAYOUT_ASSERT(HealthFinding_subject, offsetof(SSLHealthFinding, szSubject) == 16);
+BMCCERT_LAYOUT_ASSERT(HealthFinding_text, offsetof(SSLHealthFinding, szText) == 304);
+
+/* The findings in the order the check makes them; uiOmitted counts those
+ * past SSLCERT_EXT_HEALTH_MAX_FINDINGS (their severities are counted in
+ * uiFaults and uiWarnings all the same). */
+typedef struct SSLHealthRecord_s {
+    uint32_t uiCount;
+    uint32_t uiFaults;
+    uint32_t uiWarnings;
+    uint32_t uiOmitted;
+    SSLHealthFinding astFindings[SSLCERT_EXT_HEALTH_MAX_FINDINGS];
+} SSLHealthRecord;
+BMCCERT_LAYOUT_ASSERT(HealthRecord_size, sizeof(SSLHealthRecord) == 16 + 64 * 816);
+BMCCERT_LAYOUT_ASSERT(HealthRecord_findings, offsetof(SSLHealthRecord, astFindings) == 16);
+
+/* Where the services are probed: on 127.0.0.1 at these ports, 0 for the
+ * port of the service's own configuration (/conf/adviserd/stunnel.conf's
+ * first service, /conf/lighttpd/lighttpd.conf's TLS listener); each
+ * service gets at most uiTimeoutMs for connection and handshake together
+ * (0 for 2000, at most 30000). */
+typedef struct SSLHealthProbe_s {
+    uint32_t uiTunnelPort;
+    uint32_t uiWebPort;
+    uint32_t uiTimeoutMs;
+} SSLHealthProbe;
+BMCCERT_LAYOUT_ASSERT(HealthProbe_size, sizeof(SSLHealthProbe) == 12);
+
+/*
+ * Fills pstRecord (zeroed first) with the findings: the certificate in
+ * force; what each service serves, probed in process with a TLS client
+ * that trusts nothing and compares (pstProbe may be NULL for the
+ * defaults); the installed pair and combined file; key, signature, names
+ * (the common name and the controller's host name among the alternative
+ * names); days left of it, of every file of /conf/certs/root and of
+ * /conf/certs/client. Reads only public parts; writes nothing; starts no
+ * process. Blocks at most twice the probe's time.
+ * Results: 0 (the record tells the rest); SSLCERT_ERR_NULL_POINTER.
+ */
+BMCCERT_API uint32_t LIB_SECURITY_SSL_CheckHealth(const SSLHealthProbe *pstProbe,
+                                                  SSLHealthRecord *pstRecord);
+/* The same without the two services' findings: no network, for callers
+ * that must not block. */
+BMCCERT_API uint32_t LIB_SECURITY_SSL_CheckHealthOffline(SSLHealthRecord *pstRecord);
+
 /*
  * What a result code means (BMCCERT_1.2), for any code of the three
  * headers and the codes the library hands on from the platform and the

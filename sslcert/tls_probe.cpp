@@ -1,5 +1,4 @@
-#include "tls_probe.h"
-
+// What a TLS service on this controller presents, probed in process.
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
@@ -7,20 +6,58 @@
 #include <sys/socket.h>
 
 #include <openssl/err.h>
+#include <openssl/ssl.h>
+
+#include <pthread.h>
 
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <memory>
 
 #include "frame/unique_fd.h"
+#include "sslcert/health_internal.h"
 
-namespace bmccert::cli {
+namespace bmccert::health {
 namespace {
+
+using SslOwner = std::unique_ptr<SSL, decltype(&SSL_free)>;
+
+// A library must not change how the process treats SIGPIPE, yet a server
+// that hangs up mid-handshake makes OpenSSL's write raise it: the signal
+// is blocked on this thread for the probe, and one it raised is taken
+// back before the thread's mask is restored.
+class SigpipeHeld {
+  public:
+    SigpipeHeld() noexcept {
+        (void)sigemptyset(&pipe_);
+        (void)sigaddset(&pipe_, SIGPIPE);
+        sigset_t pending;
+        (void)sigpending(&pending);
+        wasPending_ = sigismember(&pending, SIGPIPE) == 1;
+        (void)pthread_sigmask(SIG_BLOCK, &pipe_, &previous_);
+    }
+    SigpipeHeld(const SigpipeHeld &) = delete;
+    SigpipeHeld &operator=(const SigpipeHeld &) = delete;
+    ~SigpipeHeld() {
+        sigset_t pending;
+        if (!wasPending_ && sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1) {
+            const timespec now{0, 0};
+            (void)sigtimedwait(&pipe_, nullptr, &now);
+        }
+        (void)pthread_sigmask(SIG_SETMASK, &previous_, nullptr);
+    }
+
+  private:
+    sigset_t pipe_{};
+    sigset_t previous_{};
+    bool wasPending_ = false;
+};
 
 using Clock = std::chrono::steady_clock;
 
 ProbeResult Failed(std::string reason, bool refused = false) {
-    return {X509Owner(), refused, std::move(reason)};
+    return {UniquePtr<X509>(), refused, std::move(reason)};
 }
 
 // Waits until fd is ready for events or the deadline passes.
@@ -52,7 +89,7 @@ std::string TimeoutText(std::chrono::milliseconds timeout) {
 } // namespace
 
 ProbeResult ProbeServedCertificate(int port, std::chrono::milliseconds timeout) {
-    (void)std::signal(SIGPIPE, SIG_IGN);
+    const SigpipeHeld noSigpipe;
     const Clock::time_point deadline = Clock::now() + timeout;
     const UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     if (!fd.Valid()) return Failed(std::string("no socket: ") + std::strerror(errno));
@@ -72,12 +109,12 @@ ProbeResult ProbeServedCertificate(int port, std::chrono::milliseconds timeout) 
     }
 
     ERR_clear_error();
-    const SslCtxOwner context(SSL_CTX_new(TLS_client_method()));
+    const UniquePtr<SSL_CTX> context(SSL_CTX_new(TLS_client_method()));
     if (!context) return Failed("no TLS context: " + OpenSslReason());
     // The served certificate is compared, not trusted: a weak key or
     // signature must still be seen, so that the check can name it.
     SSL_CTX_set_security_level(context.get(), 0);
-    const SslOwner ssl(SSL_new(context.get()));
+    const SslOwner ssl(SSL_new(context.get()), SSL_free);
     if (!ssl || SSL_set_fd(ssl.get(), fd.Get()) != 1)
         return Failed("no TLS client: " + OpenSslReason());
     for (;;) {
@@ -100,7 +137,7 @@ ProbeResult ProbeServedCertificate(int port, std::chrono::milliseconds timeout) 
     X509_up_ref(leaf);
     (void)SSL_shutdown(ssl.get()); // a close_notify, not waited for
     ERR_clear_error();
-    return {X509Owner(leaf), false, {}};
+    return {UniquePtr<X509>(leaf), false, {}};
 }
 
-} // namespace bmccert::cli
+} // namespace bmccert::health

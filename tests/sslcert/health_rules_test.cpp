@@ -1,4 +1,4 @@
-// What `bmccert check` reads from the services' configurations and says
+// What the health check reads from the services' configurations and says
 // about a certificate: a wrong port probes the wrong listener, a wrong
 // threshold hides a weak or expiring certificate.
 #include <gtest/gtest.h>
@@ -9,13 +9,10 @@
 #include <optional>
 #include <string>
 
-#include "cert_findings.h"
-#include "findings.h"
-#include "openssl_owners.h"
-#include "service_ports.h"
+#include "sslcert/health_internal.h"
 #include "tests/support/test_certs.h"
 
-namespace bmccert::cli {
+namespace bmccert::health {
 namespace {
 
 // The controller's own form (port 80 redirecting, TLS on :443) is read
@@ -50,30 +47,30 @@ TEST(ServicePorts, WebServerTakesTheListenerThatServesTls) {
     }
 }
 
-X509Owner Cert(const bmctest::CertRecipe &recipe) {
+UniquePtr<X509> Cert(const bmctest::CertRecipe &recipe) {
     const std::string pem = bmctest::MakeCertPem(recipe);
-    const BioOwner bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
-    return X509Owner(PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr));
+    const UniquePtr<BIO> bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
+    return UniquePtr<X509>(PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr));
 }
 
 TEST(CertFindings, KeySignatureAndNames) {
     using bmctest::KeyKind;
-    constexpr auto kOk = Severity::kOk;
-    constexpr auto kWarn = Severity::kWarning;
+    constexpr uint32_t kOk = SSLCERT_EXT_SEVERITY_OK;
+    constexpr uint32_t kWarn = SSLCERT_EXT_SEVERITY_WARNING;
     struct Row {
         const char *name;
         KeyKind key;
         const char *digest;
         const char *commonName; // none when empty
         const char *altNames;
-        Severity keyFinding, signature, names;
+        uint32_t keyFinding, signature, names;
     };
     const Row rows[] = {
         {"sound", KeyKind::Rsa2048, "SHA256", "bmc.test", "DNS:other,DNS:BMC.test", kOk, kOk, kOk},
         {"1024-bit RSA", KeyKind::Rsa1024, "SHA256", "bmc.test", "DNS:bmc.test", kWarn, kOk, kOk},
         {"256-bit EC", KeyKind::Ec256, "SHA256", "bmc.test", "DNS:bmc.test", kOk, kOk, kOk},
         {"SHA-1", KeyKind::Rsa2048, "SHA1", "bmc.test", "DNS:bmc.test", kOk, kWarn, kOk},
-        {"MD5", KeyKind::Rsa2048, "MD5", "bmc.test", "DNS:bmc.test", kOk, Severity::kFault, kOk},
+        {"MD5", KeyKind::Rsa2048, "MD5", "bmc.test", "DNS:bmc.test", kOk, SSLCERT_EXT_SEVERITY_FAULT, kOk},
         {"names without the common name", KeyKind::Rsa2048, "SHA256", "bmc.test",
          "DNS:bmc.local,IP:127.0.0.1", kOk, kOk, kWarn},
         {"an address listed as an address", KeyKind::Rsa2048, "SHA256", "10.0.0.1", "IP:10.0.0.1",
@@ -91,12 +88,18 @@ TEST(CertFindings, KeySignatureAndNames) {
         recipe.subject = {{"O", "Test Works"}};
         if (*row.commonName != '\0') recipe.subject.emplace_back("CN", row.commonName);
         recipe.subjectAltName = row.altNames;
-        const X509Owner cert = Cert(recipe);
+        const UniquePtr<X509> cert = Cert(recipe);
         ASSERT_TRUE(cert);
         EXPECT_EQ(KeyStrengthFinding(cert.get()).severity, row.keyFinding);
         EXPECT_EQ(SignatureFinding(cert.get()).severity, row.signature);
         EXPECT_EQ(NamesFinding(cert.get()).severity, row.names);
     }
+    // The host name clients use: listed in any case, missing, or none set.
+    bmctest::CertRecipe named;
+    named.subjectAltName = "DNS:BMC-07.example.org,IP:10.0.0.1";
+    EXPECT_EQ(HostNameFinding(Cert(named).get(), "bmc-07.example.org")->severity, kOk);
+    EXPECT_EQ(HostNameFinding(Cert(named).get(), "bmc-08.example.org")->severity, kWarn);
+    EXPECT_FALSE(HostNameFinding(Cert(named).get(), "localhost").has_value());
     bmctest::CertRecipe recipe;
     recipe.subjectAltName = "DNS:bmc.local";
     EXPECT_EQ(NamesFinding(Cert(recipe).get()).text,
@@ -112,15 +115,16 @@ TEST(CertFindings, ValidityAgainstNow) {
     struct Row {
         const char *name;
         int64_t notBefore, notAfter; // from now
-        Severity severity;
+        uint32_t severity;
+        int32_t daysLeft;
         const char *text; // what the text holds
     };
     const Row rows[] = {
-        {"30 days left", -kDay, 30 * kDay + 3600, Severity::kOk, "expires in 30 days ("},
-        {"29 days left", -kDay, 29 * kDay + 3600, Severity::kWarning, "in 29 days"},
-        {"expired a minute ago", -kDay, -60, Severity::kFault, "expired today"},
-        {"expired 3 days ago", -10 * kDay, -3 * kDay - 60, Severity::kFault, "expired 3 days ago"},
-        {"not yet valid", kDay, 365 * kDay, Severity::kFault, "not valid before"},
+        {"30 days left", -kDay, 30 * kDay + 3600, SSLCERT_EXT_SEVERITY_OK, 30, "expires in 30 days ("},
+        {"29 days left", -kDay, 29 * kDay + 3600, SSLCERT_EXT_SEVERITY_WARNING, 29, "in 29 days"},
+        {"expired a minute ago", -kDay, -60, SSLCERT_EXT_SEVERITY_FAULT, -1, "expired today"},
+        {"expired 3 days ago", -10 * kDay, -3 * kDay - 60, SSLCERT_EXT_SEVERITY_FAULT, -3, "expired 3 days ago"},
+        {"not yet valid", kDay, 365 * kDay, SSLCERT_EXT_SEVERITY_FAULT, 0, "not valid before"},
     };
     const int64_t now = std::time(nullptr);
     for (const Row &row : rows) {
@@ -128,8 +132,10 @@ TEST(CertFindings, ValidityAgainstNow) {
         bmctest::CertRecipe recipe;
         recipe.notBefore = now + row.notBefore;
         recipe.notAfter = now + row.notAfter;
-        const Finding finding = ValidityFinding("/conf/certs/root/a.pem", Cert(recipe).get());
+        const Finding finding = ValidityFinding(SSLCERT_EXT_FINDING_ROOT_VALIDITY,
+                                                "/conf/certs/root/a.pem", Cert(recipe).get());
         EXPECT_EQ(finding.severity, row.severity);
+        EXPECT_EQ(finding.daysLeft, row.daysLeft);
         EXPECT_EQ(finding.subject, "/conf/certs/root/a.pem");
         EXPECT_EQ(finding.text.rfind("serial 0A1B: ", 0), 0u) << finding.text;
         EXPECT_NE(finding.text.find(row.text), std::string::npos) << finding.text;
@@ -137,4 +143,4 @@ TEST(CertFindings, ValidityAgainstNow) {
 }
 
 } // namespace
-} // namespace bmccert::cli
+} // namespace bmccert::health

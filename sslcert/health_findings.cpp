@@ -1,27 +1,46 @@
-#include "cert_findings.h"
-
+// What the health check says about one certificate: its serial number and
+// fingerprint as the operator compares them, and the findings on its key,
+// signature, names and validity. Only public parts are ever read.
 #include <openssl/asn1.h>
 #include <openssl/evp.h>
 #include <openssl/objects.h>
+#include <openssl/x509v3.h>
 
 #include <arpa/inet.h>
 #include <strings.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <optional>
+#include <string>
+#include <vector>
 
-#include "openssl_owners.h"
+#include <memory>
+
+#include "sslcert/health_internal.h"
+// After every OpenSSL header.
 #include "frame/openssl_no_time_t.h"
 
-namespace bmccert::cli {
+namespace bmccert::health {
 namespace {
+
+template <auto Free> struct FreedBy {
+    template <typename T> void operator()(T *object) const noexcept { Free(object); }
+};
+// OPENSSL_free is a macro that names its caller's place.
+struct OpenSslFree {
+    void operator()(void *memory) const noexcept { OPENSSL_free(memory); }
+};
+using NamesOwner = std::unique_ptr<GENERAL_NAMES, FreedBy<GENERAL_NAMES_free>>;
+using CharOwner = std::unique_ptr<char, OpenSslFree>;
+using BytesOwner = std::unique_ptr<unsigned char, OpenSslFree>;
 
 constexpr int kMinRsaBits = 2048;
 constexpr int kMinEcBits = 256;
 constexpr int kWarnDays = 30;
 
 std::string TimeText(const ASN1_TIME *when) {
-    BioOwner bio(BIO_new(BIO_s_mem()));
+    const UniquePtr<BIO> bio(BIO_new(BIO_s_mem()));
     if (!bio || ASN1_TIME_print(bio.get(), when) != 1) return "an unreadable date";
     char *data = nullptr;
     const long length = BIO_get_mem_data(bio.get(), &data);
@@ -61,7 +80,7 @@ std::string Days(int days) {
 } // namespace
 
 std::string SerialText(X509 *cert) {
-    const BignumOwner number(ASN1_INTEGER_to_BN(X509_get0_serialNumber(cert), nullptr));
+    const UniquePtr<BIGNUM> number(ASN1_INTEGER_to_BN(X509_get0_serialNumber(cert), nullptr));
     const CharOwner hex(number ? BN_bn2hex(number.get()) : nullptr);
     return hex ? std::string(hex.get()) : std::string("(unreadable)");
 }
@@ -92,19 +111,19 @@ bool SameCertificate(X509 *a, X509 *b) {
 Finding KeyStrengthFinding(X509 *cert) {
     const EVP_PKEY *key = X509_get0_pubkey(cert);
     if (key == nullptr)
-        return {Severity::kFault, "key", "the certificate's public key is unreadable"};
+        return {SSLCERT_EXT_SEVERITY_FAULT, SSLCERT_EXT_FINDING_KEY, "key", "the certificate's public key is unreadable"};
     const int type = EVP_PKEY_base_id(key);
     const int bits = EVP_PKEY_bits(key);
     const char *name = type == EVP_PKEY_RSA ? "RSA" : type == EVP_PKEY_EC ? "EC" : OBJ_nid2sn(type);
     std::string text = std::string(name != nullptr ? name : "unknown") + " key of " +
                        std::to_string(bits) + " bits";
     if (type == EVP_PKEY_RSA && bits < kMinRsaBits)
-        return {Severity::kWarning, "key",
+        return {SSLCERT_EXT_SEVERITY_WARNING, SSLCERT_EXT_FINDING_KEY, "key",
                 text + ": TLS stacks at security level 2 refuse RSA keys under 2048 bits"};
     if (type == EVP_PKEY_EC && bits < kMinEcBits)
-        return {Severity::kWarning, "key",
+        return {SSLCERT_EXT_SEVERITY_WARNING, SSLCERT_EXT_FINDING_KEY, "key",
                 text + ": under the 256 bits that clients expect of an EC key"};
-    return {Severity::kOk, "key", text};
+    return {SSLCERT_EXT_SEVERITY_OK, SSLCERT_EXT_FINDING_KEY, "key", text};
 }
 
 Finding SignatureFinding(X509 *cert) {
@@ -114,64 +133,100 @@ Finding SignatureFinding(X509 *cert) {
     const char *longName = OBJ_nid2ln(signature);
     const std::string text = "signed with " + std::string(longName != nullptr ? longName : "?");
     if (digest == NID_md5)
-        return {Severity::kFault, "signature",
+        return {SSLCERT_EXT_SEVERITY_FAULT, SSLCERT_EXT_FINDING_SIGNATURE, "signature",
                 text + ": clients refuse MD5 signatures: replace the certificate"};
     if (digest == NID_sha1)
-        return {Severity::kWarning, "signature",
+        return {SSLCERT_EXT_SEVERITY_WARNING, SSLCERT_EXT_FINDING_SIGNATURE, "signature",
                 text + ": current clients refuse SHA-1 signatures"};
-    return {Severity::kOk, "signature", text};
+    return {SSLCERT_EXT_SEVERITY_OK, SSLCERT_EXT_FINDING_SIGNATURE, "signature", text};
 }
 
-Finding NamesFinding(X509 *cert) {
-    const std::string commonName = CommonName(cert);
+namespace {
+
+// The DNS names and addresses among the alternative names, as text; empty
+// when the certificate has no alternative-name extension.
+std::optional<std::vector<std::string>> AlternativeNames(X509 *cert) {
     const NamesOwner names(static_cast<GENERAL_NAMES *>(
         X509_get_ext_d2i(cert, NID_subject_alt_name, nullptr, nullptr)));
-    if (!names)
-        return {Severity::kWarning, "names",
-                "no alternative names: clients that check the host name refuse the certificate"};
-    std::string listed;
-    bool covered = false;
+    if (!names) return std::nullopt;
+    std::vector<std::string> listed;
     for (int i = 0; i < sk_GENERAL_NAME_num(names.get()); ++i) {
         const GENERAL_NAME *name = sk_GENERAL_NAME_value(names.get(), i);
-        std::string text;
         if (name->type == GEN_DNS)
-            text = Utf8Text(name->d.dNSName);
+            listed.push_back(Utf8Text(name->d.dNSName));
         else if (name->type == GEN_IPADD)
-            text = AddressText(name->d.iPAddress);
-        else
-            continue;
-        listed += (listed.empty() ? "" : ", ") + text;
-        covered = covered || strcasecmp(text.c_str(), commonName.c_str()) == 0;
+            listed.push_back(AddressText(name->d.iPAddress));
     }
-    if (commonName.empty())
-        return {Severity::kOk, "names", "no common name; alternative names: " + listed};
-    if (!covered)
-        return {Severity::kWarning, "names",
-                "clients check the alternative names, which do not list the common name " +
-                    commonName};
-    return {Severity::kOk, "names", "the alternative names list the common name " + commonName};
+    return listed;
 }
 
-Finding ValidityFinding(std::string subject, X509 *cert) {
+bool Lists(const std::vector<std::string> &names, const std::string &wanted) {
+    return std::any_of(names.begin(), names.end(), [&](const std::string &name) {
+        return strcasecmp(name.c_str(), wanted.c_str()) == 0;
+    });
+}
+
+} // namespace
+
+Finding NamesFinding(X509 *cert) {
+    constexpr uint32_t kKind = SSLCERT_EXT_FINDING_NAMES;
+    const std::string commonName = CommonName(cert);
+    const auto names = AlternativeNames(cert);
+    if (!names)
+        return {SSLCERT_EXT_SEVERITY_WARNING, kKind, "names",
+                "no alternative names: clients that check the host name refuse the certificate"};
+    if (commonName.empty()) {
+        std::string listed;
+        for (const std::string &name : *names) listed += (listed.empty() ? "" : ", ") + name;
+        return {SSLCERT_EXT_SEVERITY_OK, kKind, "names",
+                "no common name; alternative names: " + listed};
+    }
+    if (!Lists(*names, commonName))
+        return {SSLCERT_EXT_SEVERITY_WARNING, kKind, "names",
+                "clients check the alternative names, which do not list the common name " +
+                    commonName};
+    return {SSLCERT_EXT_SEVERITY_OK, kKind, "names",
+            "the alternative names list the common name " + commonName};
+}
+
+std::optional<Finding> HostNameFinding(X509 *cert, std::string_view hostName) {
+    constexpr uint32_t kKind = SSLCERT_EXT_FINDING_HOST_NAME;
+    // A controller without a name of its own, or with the kernel's
+    // placeholder, is reached by address: nothing to compare.
+    if (hostName.empty() || hostName == "(none)" || hostName == "localhost") return std::nullopt;
+    const std::string wanted(hostName);
+    const auto names = AlternativeNames(cert);
+    if (names && Lists(*names, wanted))
+        return Finding{SSLCERT_EXT_SEVERITY_OK, kKind, "host name",
+                       "the alternative names list the controller's host name " + wanted};
+    return Finding{SSLCERT_EXT_SEVERITY_WARNING, kKind, "host name",
+                   "the alternative names do not list the controller's host name " + wanted +
+                       ": clients that reach it by that name refuse the certificate"};
+}
+
+Finding ValidityFinding(uint32_t kind, std::string subject, X509 *cert) {
     const std::string serial = "serial " + SerialText(cert) + ": ";
     int days = 0;
     int seconds = 0;
     // A null time is now.
     if (ASN1_TIME_diff(&days, &seconds, nullptr, X509_get0_notBefore(cert)) == 1 &&
         (days > 0 || seconds > 0))
-        return {Severity::kFault, std::move(subject),
+        return {SSLCERT_EXT_SEVERITY_FAULT, kind, std::move(subject),
                 serial + "not valid before " + TimeText(X509_get0_notBefore(cert))};
     const ASN1_TIME *notAfter = X509_get0_notAfter(cert);
     if (ASN1_TIME_diff(&days, &seconds, nullptr, notAfter) != 1)
-        return {Severity::kFault, std::move(subject), serial + "unreadable expiry date"};
+        return {SSLCERT_EXT_SEVERITY_FAULT, kind, std::move(subject),
+                serial + "unreadable expiry date"};
     const std::string date = " (" + TimeText(notAfter) + ")";
     if (days < 0 || seconds < 0)
-        return {Severity::kFault, std::move(subject),
-                serial + "expired " + (days < 0 ? Days(-days) + " ago" : "today") + date};
+        return {SSLCERT_EXT_SEVERITY_FAULT, kind, std::move(subject),
+                serial + "expired " + (days < 0 ? Days(-days) + " ago" : "today") + date,
+                days < 0 ? days : -1};
     if (days < kWarnDays)
-        return {Severity::kWarning, std::move(subject),
-                serial + "expires in " + Days(days) + date + ": renew it"};
-    return {Severity::kOk, std::move(subject), serial + "expires in " + Days(days) + date};
+        return {SSLCERT_EXT_SEVERITY_WARNING, kind, std::move(subject),
+                serial + "expires in " + Days(days) + date + ": renew it", days};
+    return {SSLCERT_EXT_SEVERITY_OK, kind, std::move(subject),
+            serial + "expires in " + Days(days) + date, days};
 }
 
-} // namespace bmccert::cli
+} // namespace bmccert::health

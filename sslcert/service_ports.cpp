@@ -1,10 +1,12 @@
-#include "service_ports.h"
-
+// The ports the controller's TLS services listen on, read from their own
+// configuration texts.
 #include <cctype>
 #include <regex>
 #include <string>
 
-namespace bmccert::cli {
+#include "sslcert/health_internal.h"
+
+namespace bmccert::health {
 namespace {
 
 std::string_view Trim(std::string_view s) {
@@ -137,4 +139,4 @@ std::optional<int> WebTlsPort(std::string_view config) {
     return std::nullopt;
 }
 
-} // namespace bmccert::cli
+} // namespace bmccert::health

@@ -1,0 +1,329 @@
+// The health of the controller's certificates as one record of findings:
+// what each service serves against the certificate in force, the
+// installed pair, the certificate's fitness and the days left of it, of
+// the trusted roots and of the client certificates.
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <openssl/err.h>
+#include <openssl/pem.h>
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "frame/unique_fd.h"
+#include "platform/controller_paths.h"
+#include "sslcert/health_internal.h"
+#include "sslcert/sslcert_internal.h"
+
+namespace bmccert::health {
+namespace {
+
+using namespace controller_paths;
+
+constexpr uint32_t kDefaultTimeoutMs = 2000;
+constexpr uint32_t kMaxTimeoutMs = 30000;
+// Larger files are no certificate, key or configuration of this controller.
+constexpr off_t kMaxFileBytes = 1 << 20;
+
+// Opens a regular file without following a link, at most kMaxFileBytes.
+UniqueFd OpenBounded(int directory, const char *name) {
+    UniqueFd fd(::openat(directory, name, O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
+    struct stat st {};
+    if (!fd.Valid() || ::fstat(fd.Get(), &st) != 0 || !S_ISREG(st.st_mode) ||
+        st.st_size > kMaxFileBytes)
+        return UniqueFd();
+    return fd;
+}
+
+// The first certificate of a file, PEM (other blocks, keys included, are
+// passed over unread) or DER.
+UniquePtr<X509> ReadCertificate(int directory, const char *name) {
+    const UniqueFd fd = OpenBounded(directory, name);
+    if (!fd.Valid()) return nullptr;
+    const UniquePtr<BIO> bio(BIO_new_fd(fd.Get(), BIO_NOCLOSE));
+    if (!bio) return nullptr;
+    UniquePtr<X509> cert(PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr));
+    if (!cert && BIO_reset(bio.get()) == 0) cert.reset(d2i_X509_bio(bio.get(), nullptr));
+    ERR_clear_error();
+    return cert;
+}
+
+UniquePtr<X509> ReadCertificate(const std::string &path) {
+    return ReadCertificate(AT_FDCWD, path.c_str());
+}
+
+UniquePtr<EVP_PKEY> ReadKey(const std::string &path) {
+    const UniqueFd fd = OpenBounded(AT_FDCWD, path.c_str());
+    const UniquePtr<BIO> bio(fd.Valid() ? BIO_new_fd(fd.Get(), BIO_NOCLOSE) : nullptr);
+    // A key protected by a pass phrase is unreadable here, never a prompt.
+    UniquePtr<EVP_PKEY> key(bio ? PEM_read_bio_PrivateKey(bio.get(), nullptr,
+                                                          sslcert::SupplyNoPassphrase, nullptr)
+                                : nullptr);
+    ERR_clear_error();
+    return key;
+}
+
+std::string ReadText(const char *path) {
+    const UniqueFd fd = OpenBounded(AT_FDCWD, path);
+    std::string text;
+    if (!fd.Valid()) return text;
+    char chunk[4096];
+    for (ssize_t n; (n = ::read(fd.Get(), chunk, sizeof chunk)) > 0;)
+        text.append(chunk, static_cast<size_t>(n));
+    return text;
+}
+
+std::string TypeName(uint32_t type) {
+    switch (type) {
+    case SSL_CERT_TYPE_USER:
+        return "user";
+    case SSL_CERT_TYPE_OEM_CUSTOM:
+        return "OEM custom";
+    case SSL_CERT_TYPE_OEM_DEFAULT:
+        return "OEM default";
+    case SSL_CERT_TYPE_DEFAULT:
+        return "factory default";
+    default:
+        return "unknown";
+    }
+}
+
+struct InForce {
+    UniquePtr<X509> cert;
+    std::string certPath;
+    std::string keyPath;
+    uint32_t type = 0;
+};
+
+// The certificate the location rule puts in force, or the fault that says
+// why there is none.
+InForce FindInForce(SSLHealthRecord &record) {
+    constexpr uint32_t kKind = SSLCERT_EXT_FINDING_IN_FORCE;
+    InForce found;
+    found.type = LIB_SECURITY_GetCertType();
+    if (found.type == SSL_CERT_TYPE_NONE) {
+        Add(record, {SSLCERT_EXT_SEVERITY_FAULT, kKind, "certificate",
+                     "no certificate in force (type 0)"});
+        return found;
+    }
+    sslcert::CertKeyPaths paths;
+    const uint32_t result = LIB_SECURITY_GetSSLCertKeyPath(found.type, sizeof paths.cert,
+                                                           sizeof paths.key, paths.cert, paths.key);
+    if (result != SSLCERT_OK) {
+        char code[16];
+        (void)std::snprintf(code, sizeof code, "0x%08X", static_cast<unsigned>(result));
+        Add(record, {SSLCERT_EXT_SEVERITY_FAULT, kKind, "certificate",
+                     "no paths for type " + std::to_string(found.type) + ": " + code});
+        return found;
+    }
+    found.certPath = paths.cert;
+    found.keyPath = paths.key;
+    found.cert = ReadCertificate(found.certPath);
+    if (!found.cert)
+        Add(record, {SSLCERT_EXT_SEVERITY_FAULT, kKind, "certificate",
+                     found.certPath + " (type " + std::to_string(found.type) +
+                         ") holds no readable certificate"});
+    return found;
+}
+
+struct Service {
+    uint32_t kind;
+    const char *subject;
+    const char *unit;
+    const char *config;
+    std::optional<int> (*port)(std::string_view);
+};
+
+const Service kTunnel{SSLCERT_EXT_FINDING_TUNNEL_SERVES, "tunnel", "stunnel.service",
+                      kTunnelConfigPath, TunnelPort};
+const Service kWebServer{SSLCERT_EXT_FINDING_WEB_SERVES, "web server", "lighttpd.service",
+                         kWebServerConfigPath, WebTlsPort};
+
+Finding ServedFinding(const Service &service, uint32_t givenPort,
+                      std::chrono::milliseconds timeout, X509 *inForce) {
+    const auto fault = [&](std::string text) {
+        return Finding{SSLCERT_EXT_SEVERITY_FAULT, service.kind, service.subject, std::move(text)};
+    };
+    std::optional<int> port;
+    if (givenPort != 0 && givenPort <= 65535) port = static_cast<int>(givenPort);
+    if (givenPort == 0) port = service.port(ReadText(service.config));
+    if (!port)
+        return fault(givenPort != 0 ? "port " + std::to_string(givenPort) + " is no TCP port"
+                                    : std::string("no TLS port found in ") + service.config);
+    const std::string where = "port " + std::to_string(*port);
+    const std::string restart = std::string(": restart ") + service.unit;
+    const ProbeResult probe = ProbeServedCertificate(*port, timeout);
+    if (!probe.cert) return fault(where + ": " + probe.reason + (probe.refused ? restart : ""));
+    const std::string served = SerialText(probe.cert.get());
+    if (inForce == nullptr)
+        return fault("serves serial " + served + " (" + where +
+                     "); there is no certificate in force to compare it with");
+    if (SameCertificate(probe.cert.get(), inForce))
+        return {SSLCERT_EXT_SEVERITY_OK, service.kind, service.subject,
+                "serves the certificate in force, serial " + served + " (" + where + ")"};
+    std::string text = "serves serial " + served + " (" + where +
+                       "), the certificate in force is serial " + SerialText(inForce);
+    if (served == SerialText(inForce))
+        text += " too, but they differ: served SHA-256 " + Fingerprint(probe.cert.get()) +
+                ", in force " + Fingerprint(inForce);
+    return fault(text + restart);
+}
+
+void CheckInstalledFiles(const InForce &inForce, SSLHealthRecord &record) {
+    constexpr uint32_t kPair = SSLCERT_EXT_FINDING_PAIR;
+    constexpr uint32_t kCombined = SSLCERT_EXT_FINDING_COMBINED;
+    const std::string certInForce = inForce.certPath + " (type " + std::to_string(inForce.type) +
+                                    ' ' + TypeName(inForce.type) + ')';
+    const UniquePtr<EVP_PKEY> key = ReadKey(inForce.keyPath);
+    if (!key)
+        Add(record, {SSLCERT_EXT_SEVERITY_FAULT, kPair, "pair",
+                     "cannot read the key " + inForce.keyPath +
+                         " (missing, not PEM, or protected by a pass phrase)"});
+    else if (X509_check_private_key(inForce.cert.get(), key.get()) != 1)
+        Add(record, {SSLCERT_EXT_SEVERITY_FAULT, kPair, "pair",
+                     "the key " + inForce.keyPath + " does not belong to the certificate " +
+                         certInForce + ": the services cannot load the pair"});
+    else
+        Add(record, {SSLCERT_EXT_SEVERITY_OK, kPair, "pair",
+                     "the key " + inForce.keyPath + " belongs to the certificate " + certInForce});
+    ERR_clear_error();
+
+    const UniquePtr<X509> combined = ReadCertificate(kCombinedPath);
+    if (!combined)
+        Add(record, {SSLCERT_EXT_SEVERITY_FAULT, kCombined, kCombinedPath,
+                     "holds no certificate: the web server cannot start"});
+    else if (!SameCertificate(combined.get(), inForce.cert.get()))
+        Add(record, {SSLCERT_EXT_SEVERITY_FAULT, kCombined, kCombinedPath,
+                     "starts with serial " + SerialText(combined.get()) +
+                         ", not the certificate in force (serial " +
+                         SerialText(inForce.cert.get()) +
+                         "): the web server serves it at its next restart"});
+    else
+        Add(record, {SSLCERT_EXT_SEVERITY_OK, kCombined, kCombinedPath,
+                     "starts with the certificate in force"});
+}
+
+struct DirCloser {
+    void operator()(DIR *dir) const noexcept { (void)::closedir(dir); }
+};
+
+// Every plain file of a directory of trusted or client certificates, in
+// name order, each opened inside the directory without following a link;
+// a directory that does not exist holds none.
+void CheckDirectory(uint32_t kind, const char *directory, SSLHealthRecord &record) {
+    const UniqueFd dirFd(::open(directory, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!dirFd.Valid()) return;
+    std::vector<std::string> names;
+    {
+        const int listFd = ::dup(dirFd.Get());
+        const std::unique_ptr<DIR, DirCloser> dir(listFd >= 0 ? ::fdopendir(listFd) : nullptr);
+        if (!dir) {
+            if (listFd >= 0) (void)::close(listFd);
+            return;
+        }
+        while (const dirent *entry = ::readdir(dir.get())) {
+            if (entry->d_name[0] == '.') continue;
+            struct stat st {};
+            if (::fstatat(dirFd.Get(), entry->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0 &&
+                S_ISREG(st.st_mode))
+                names.emplace_back(entry->d_name);
+        }
+    }
+    std::sort(names.begin(), names.end());
+    for (const std::string &name : names) {
+        const std::string path = std::string(directory) + name; // the directory ends in '/'
+        const UniquePtr<X509> cert = ReadCertificate(dirFd.Get(), name.c_str());
+        if (!cert)
+            Add(record, {SSLCERT_EXT_SEVERITY_WARNING, kind, path, "not a certificate: skipped"});
+        else
+            Add(record, ValidityFinding(kind, path, cert.get()));
+    }
+}
+
+std::string HostName() {
+    char name[256] = {};
+    if (::gethostname(name, sizeof name - 1) != 0) return {};
+    return name;
+}
+
+void Check(const SSLHealthProbe *probe, SSLHealthRecord &record) {
+    std::memset(&record, 0, sizeof record);
+    const InForce inForce = FindInForce(record);
+    if (probe != nullptr) {
+        uint32_t timeoutMs = probe->uiTimeoutMs == 0 ? kDefaultTimeoutMs : probe->uiTimeoutMs;
+        timeoutMs = std::min(timeoutMs, kMaxTimeoutMs);
+        const std::chrono::milliseconds timeout(timeoutMs);
+        Add(record, ServedFinding(kTunnel, probe->uiTunnelPort, timeout, inForce.cert.get()));
+        Add(record, ServedFinding(kWebServer, probe->uiWebPort, timeout, inForce.cert.get()));
+    }
+    if (inForce.cert) {
+        CheckInstalledFiles(inForce, record);
+        Add(record, KeyStrengthFinding(inForce.cert.get()));
+        Add(record, SignatureFinding(inForce.cert.get()));
+        Add(record, NamesFinding(inForce.cert.get()));
+        if (auto host = HostNameFinding(inForce.cert.get(), HostName())) Add(record, *host);
+        Add(record,
+            ValidityFinding(SSLCERT_EXT_FINDING_VALIDITY, "certificate", inForce.cert.get()));
+    }
+    CheckDirectory(SSLCERT_EXT_FINDING_ROOT_VALIDITY, kRootCertDir, record);
+    CheckDirectory(SSLCERT_EXT_FINDING_CLIENT_VALIDITY, kClientCertDir, record);
+    ERR_clear_error();
+}
+
+// Copies text into a field, ending it inside; a text that does not fit
+// ends in "..." at a character boundary, so that what is shown is never
+// mistaken for the whole.
+template <size_t N> void PutText(char (&field)[N], const std::string &text) {
+    if (text.size() < N) {
+        std::memcpy(field, text.data(), text.size());
+        field[text.size()] = '\0';
+        return;
+    }
+    size_t keep = N - 4;
+    while (keep > 0 && (static_cast<unsigned char>(text[keep]) & 0xC0u) == 0x80u) --keep;
+    std::memcpy(field, text.data(), keep);
+    std::memcpy(field + keep, "...", 4);
+}
+
+} // namespace
+
+void Add(SSLHealthRecord &record, const Finding &finding) {
+    if (finding.severity == SSLCERT_EXT_SEVERITY_FAULT) ++record.uiFaults;
+    if (finding.severity == SSLCERT_EXT_SEVERITY_WARNING) ++record.uiWarnings;
+    if (record.uiCount == SSLCERT_EXT_HEALTH_MAX_FINDINGS) {
+        ++record.uiOmitted;
+        return;
+    }
+    SSLHealthFinding &out = record.astFindings[record.uiCount++];
+    out.uiSeverity = finding.severity;
+    out.uiKind = finding.kind;
+    out.iDaysLeft = finding.daysLeft;
+    PutText(out.szSubject, finding.subject);
+    PutText(out.szText, finding.text);
+}
+
+} // namespace bmccert::health
+
+using namespace bmccert;
+
+extern "C" uint32_t LIB_SECURITY_SSL_CheckHealth(const SSLHealthProbe *pstProbe,
+                                                 SSLHealthRecord *pstRecord) {
+    using namespace bmccert::sslcert;
+    BMCCERT_CHECK_NULL(pstRecord, SSLCERT_ERR_NULL_POINTER);
+    const SSLHealthProbe defaults{};
+    health::Check(pstProbe != nullptr ? pstProbe : &defaults, *pstRecord);
+    return SSLCERT_OK;
+}
+
+extern "C" uint32_t LIB_SECURITY_SSL_CheckHealthOffline(SSLHealthRecord *pstRecord) {
+    using namespace bmccert::sslcert;
+    BMCCERT_CHECK_NULL(pstRecord, SSLCERT_ERR_NULL_POINTER);
+    health::Check(nullptr, *pstRecord);
+    return SSLCERT_OK;
+}
