@@ -1,9 +1,11 @@
 // Installation on a /conf that is full: a clear failure, and
-// the pair installed before stays whole and loadable by the services.
+// the pair installed before stays whole and loadable by the services. The
+// scratch directory /var/certs kept private by every writer there.
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -11,10 +13,13 @@
 #include <openssl/pem.h>
 #include <openssl/x509.h>
 
+#include <cstring>
 #include <filesystem>
+#include <functional>
 #include <memory>
 
 #include "lib_security_sslcert.h"
+#include "platform/bmc_platform.h"
 #include "tests/support/controller.h"
 
 namespace bmctest {
@@ -127,6 +132,71 @@ TEST_F(StorageTest, FullDiskRefusesBeforeTouchingTheInstalledPair) {
                                                "strerrno:No space left on device\n"}}));
     EXPECT_EQ(ReadFile(kTunnelConfig), before[3]);
     EXPECT_FALSE(fs::exists("/conf/adviserd/tmp_stunnel.conf"));
+}
+
+mode_t ModeOf(const char *path) {
+    struct stat st {};
+    EXPECT_EQ(stat(path, &st), 0) << path;
+    return st.st_mode & 07777;
+}
+
+// Whatever writes under /var/certs finds it 0755 and leaves it 0700, and a
+// link planted at the name it writes leaves the link's target as it was.
+TEST_F(ControllerTest, ScratchWritersKeepTheDirectoryPrivateAndFollowNoLink) {
+    constexpr const char *kOutside = "/conf/outside.txt";
+    const auto generate = [] {
+        const SSLCertGenParam request = GenRequest(1024);
+        (void)LIB_SECURITY_GenCert(&request);
+    };
+    struct Case {
+        const char *planted;
+        std::function<void()> write;
+    } cases[] = {
+        {"/var/certs/certtmp",
+         [] {
+             SSLConfig config{};
+             (void)SECURITY_SSL_GetSSLCertCommon(SSL_CERT_TYPE_DEFAULT, &config);
+         }},
+        {"/var/certs/sslconf", generate},
+        {"/var/certs/TmpPrivkeyGen.pem", generate},
+        {"/var/certs/actualprivkey.pem",
+         [] {
+             WriteFile("/conf/upload.key", KeyPem(KeyKind::Rsa2048));
+             UploadParam request{};
+             std::strcpy(request.CertSrcPath, "/conf/certs/server/default/server.pem");
+             std::strcpy(request.PrivkeySrcPath, "/conf/upload.key");
+             (void)SECURITY_SSL_GetUploadCert(&request);
+         }},
+        {"/var/certs/TmpCombinedCert.pem",
+         [] {
+             WriteFile(kUploadedCert, MakeCertPem({}));
+             WriteFile(kUploadedKey, KeyPem(KeyKind::Rsa2048));
+             (void)SECURITY_SSL_ValidateSSLCert();
+         }},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.planted);
+        SetUp();
+        ASSERT_EQ(chmod("/var/certs", 0755), 0);
+        WriteFile(kOutside, "outside\n");
+        ASSERT_EQ(chmod(kOutside, 0644), 0);
+        ASSERT_EQ(symlink(kOutside, c.planted), 0);
+        c.write();
+        EXPECT_EQ(ModeOf("/var/certs"), 0700u);
+        EXPECT_EQ(ReadFile(kOutside), "outside\n");
+        EXPECT_EQ(ModeOf(kOutside), 0644u);
+    }
+
+    // An uploaded key that arrived 0644 is 0600 as the transfer leaves it,
+    // before anything else could change its mode.
+    WriteFile("/conf/upload.key", KeyPem(KeyKind::Rsa2048));
+    ASSERT_EQ(chmod("/conf/upload.key", 0644), 0);
+    FileTransferRecord record{};
+    record.ucByte1 = 1;
+    std::strcpy(record.szSrcPath, "/conf/upload.key");
+    std::strcpy(record.szDstPath, kUploadedKey);
+    ASSERT_EQ(FILEHANDLE_UploadDownloadFile(&record, 5), 0);
+    EXPECT_EQ(ModeOf(kUploadedKey), 0600u);
 }
 
 } // namespace

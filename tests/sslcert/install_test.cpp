@@ -266,6 +266,7 @@ TEST_F(InstallTest, LockThatCannotBeTakenStartsNothing) {
         const std::string lock = std::string(BMCSIM_LOCK_DIR) + "/sslcert_install.lock";
         (void)unlink(lock.c_str());
         ASSERT_EQ(symlink("/tmp/elsewhere.lock", lock.c_str()), 0);
+        WriteFile("/conf/certs/server/user/actualcert.pem", "installed\n");
         const std::string before = ReadFile("/conf/certs/server/user/actualcert.pem");
         EXPECT_EQ(c.call(request, pem, desc), c.code);
         EXPECT_EQ(ReadFile("/conf/certs/server/user/actualcert.pem"), before);
@@ -301,6 +302,41 @@ TEST_F(InstallTest, TunnelRewriteReplacesEveryMentionAndNothingElse) {
                   "cert = /new/cert.pem\n"
                   "[two]\n"
                   "key = /new/key.pem\n");
+}
+
+// A path that is not one absolute line of its own never reaches the
+// configuration, which stays byte for byte; one that just fits is written
+// whole.
+TEST_F(InstallTest, TunnelRewriteRefusesAPathThatIsNotOneAbsoluteLine) {
+    const std::string config = "[svc]\ncert = /old/cert.pem\nkey = /old/key.pem\n";
+    const std::string longest = "/" + std::string(247, 'k'); // "key = ", it, "\n" fill 255
+    struct Case {
+        std::string cert, key;
+        const char *refused; // the option named in the report, or null
+    } cases[] = {
+        {"/conf/x.pem\nexec = /bin/sh\nexecArgs = sh -c id", "/k", "cert"},
+        {"/c", "/k.pem\r", "key"},
+        {"x.pem", "/k", "cert"},
+        {"/c", longest + "k", "key"},
+        {"/c", longest, nullptr},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.cert + " " + c.key);
+        WriteFile(kTunnelConfig, config);
+        ClearDiagLog();
+        if (c.refused == nullptr) {
+            EXPECT_EQ(LIB_SECURITY_SSL_ModStunnelConfFile(c.cert.c_str(), c.key.c_str()), 0u);
+            EXPECT_EQ(ReadFile(kTunnelConfig), "[svc]\ncert = /c\nkey = " + c.key + "\n");
+            continue;
+        }
+        EXPECT_EQ(LIB_SECURITY_SSL_ModStunnelConfFile(c.cert.c_str(), c.key.c_str()), 0x81000001u);
+        EXPECT_EQ(ReadFile(kTunnelConfig), config);
+        EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 3, 2,
+                                                   std::string("Tunnel configuration path for ") +
+                                                       c.refused +
+                                                       " refused: it must be absolute, of "
+                                                       "printable characters and fit its line.\n"}}));
+    }
 }
 
 TEST_F(InstallTest, TunnelRewriteKeepsTheModeAndReportsAMissingConfiguration) {
