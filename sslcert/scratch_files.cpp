@@ -22,8 +22,8 @@ constexpr const char *kScratchDirName = "/var/certs";
 static_assert(std::string_view(kScratchDir) == "/var/certs/");
 
 [[nodiscard]] bool RefuseScratchDir(const char *why) {
-    BMCCERT_DIAG(kLevelHandling, "Scratch directory %s unusable! strerrno:%s\n",
-                 kScratchDirName, why);
+    BMCCERT_DIAG(kLevelHandling, "Scratch directory %s unusable! strerrno:%s\n", kScratchDirName,
+                 why);
     return false;
 }
 

