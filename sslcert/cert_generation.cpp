@@ -89,6 +89,12 @@ extern "C" uint32_t SECURITY_SSL_ConfFile_Check(const SSLCertGenParam *pstSSLCer
     const InstallationLock installing;
     if (!installing.Held()) return SSLCERT_ERR_GENERAL;
 
+    // Created this call's own in the private directory, so that the stream
+    // opened by name below writes into it and nowhere else.
+    if (!MakeScratchDirPrivate() || !CreateScratchFile(kRequestConfigPath)) {
+        BMCCERT_DIAG(kLevelFailure, "Open ssl request conf file %s failed!\n", kRequestConfigPath);
+        return SSLCERT_ERR_FILE_OPEN;
+    }
     StdioFile conf(kRequestConfigPath, "w");
     if (!conf.IsOpen()) {
         BMCCERT_DIAG(kLevelFailure, "Open ssl request conf file %s failed!\n", kRequestConfigPath);
@@ -119,6 +125,15 @@ extern "C" uint32_t LIB_SECURITY_GenCert(const SSLCertGenParam *pstSSLCert) {
     if (!installing.Held()) return SSLCERT_ERR_GENERAL;
     if (const uint32_t result = SECURITY_SSL_ConfFile_Check(pstSSLCert); result != SSLCERT_OK) {
         BMCCERT_DIAG(kLevelFailure, "Gen cert conf file check failed! iRet = %d.\n", result);
+        return SSLCERT_ERR_GENERAL;
+    }
+
+    // The tool writes by name and follows links: the key goes into a file
+    // created 0600 for it, the request and the certificate into names no
+    // stale entry holds (ConfFile_Check made the directory private).
+    if (!CreateScratchFile(kGenKeyPath) || !RemoveStaleScratch(kSigningRequestPath) ||
+        !RemoveStaleScratch(kGenCertPath)) {
+        BMCCERT_DIAG(kLevelFailure, "Error creating privkey key and csr!\n");
         return SSLCERT_ERR_GENERAL;
     }
 

@@ -16,6 +16,12 @@ using namespace bmccert;
 
 constexpr size_t kCommandSize = 256;
 
+// The paths the installation writes into the tunnel configuration (here
+// and in its journal) pass the writer's own check, when the library is
+// built: a change of the layout cannot make an installation fail there.
+static_assert(FitsTunnelLine(kTunnelCertOption, kUserCertPath) &&
+              FitsTunnelLine(kTunnelKeyOption, kUserKeyPath));
+
 bool Exists(const char *path) {
     return access(path, F_OK) == 0;
 }

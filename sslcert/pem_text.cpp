@@ -43,6 +43,7 @@ bool CopyOut(std::string_view text, char *buffer, uint32_t size) {
 }
 
 bool WriteSyncedFile(const char *path, std::string_view content, mode_t mode) {
+    if (std::string_view(path).starts_with(kScratchDir) && !MakeScratchDirPrivate()) return false;
     // Created private, so that key material is never readable by others,
     // not even before the mode is set.
     UniqueFd fd(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));

@@ -6,9 +6,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <string_view>
 
 #include "lib_security_sslcert.h"
 #include "lib_security_sslcert_ext.h"
+#include "frame/config_line.h"
 #include "frame/frame.h"
 #include "platform/controller_paths.h"
 
@@ -123,8 +125,9 @@ void RewriteTunnelOptions(FILE *in, FILE *out, const char *certPath, const char 
 [[nodiscard]] bool RestrictToOwner(const char *path);
 
 // Makes a file that a shell redirection is about to fill with key material
-// private first: the redirection creates a missing file with the process
-// umask and keeps the mode of an existing one.
+// private and empty first: the redirection creates a missing file with the
+// process umask and keeps the mode of an existing one. A link at the name
+// or a file that is not regular is refused (false, after a report).
 [[nodiscard]] bool PreparePrivateFile(const char *path);
 
 // OpenSSL's pass-phrase callback that supplies none: an encrypted key is
@@ -145,5 +148,36 @@ static_assert(offsetof(ImportProc, TaskId) == 2136);
 // Checks that the first line of the temporary key does not announce a
 // pass-phrase encrypted key.
 [[nodiscard]] uint32_t SECURITY_SSL_VerifyEncryptedStatus();
+
+// The tunnel configuration's option lines, each formatted into one buffer
+// of this size: "cert = " or "key = ", the path and a line feed.
+inline constexpr size_t kTunnelLineSize = 256;
+inline constexpr std::string_view kTunnelCertOption = "cert = ";
+inline constexpr std::string_view kTunnelKeyOption = "key = ";
+
+// True when the path may be the value of the option's line: the check
+// every writer of a configuration file applies (IsConfigLinePath), with
+// the room the line's buffer leaves after the option, the line feed and
+// the terminator.
+[[nodiscard]] constexpr bool FitsTunnelLine(std::string_view option, std::string_view path) {
+    return IsConfigLinePath(path, kTunnelLineSize - option.size() - 2);
+}
+
+// Makes the scratch directory /var/certs private before anything is written
+// there: created 0700, or changed to 0700 when it exists; refused (false,
+// after a report) when it is a link, not a directory, or not the process's
+// user's. Keys lie there between their arrival and their installation, and
+// shell redirections and the openssl tool write there by name.
+[[nodiscard]] bool MakeScratchDirPrivate();
+
+// Removes a stale scratch entry (a planted link among them) before a tool
+// creates the file by name; a missing one is fine. False after a report.
+[[nodiscard]] bool RemoveStaleScratch(const char *path);
+
+// Creates an empty scratch file 0600 that is this call's own, for a
+// redirection, the openssl tool or a stream to fill: a stale entry (a
+// planted link among them) is removed first, and the new one is created
+// exclusively without following a link. False after a report.
+[[nodiscard]] bool CreateScratchFile(const char *path);
 
 } // namespace bmccert::sslcert

@@ -17,7 +17,21 @@ namespace {
 using namespace bmccert;
 
 constexpr const char *kTunnelConfigLock = "stunnel_file.lock";
-constexpr size_t kPieceSize = 256;
+constexpr size_t kPieceSize = kTunnelLineSize;
+
+// A path that would add a directive of its own (a line feed in it), name
+// a file relative to the service's working directory, or be cut by the
+// line buffer is refused before anything is read or written. The path
+// itself is not repeated: its bytes are what is wrong with it.
+bool AcceptTunnelPath(std::string_view option, const char *path) {
+    if (FitsTunnelLine(option, path)) return true;
+    const std::string_view name = option.substr(0, option.find(' '));
+    BMCCERT_DIAG(kLevelFailure,
+                 "Tunnel configuration path for %.*s refused: it must be absolute, of printable "
+                 "characters and fit its line.\n",
+                 static_cast<int>(name.size()), name.data());
+    return false;
+}
 
 } // namespace
 
@@ -58,6 +72,9 @@ extern "C" uint32_t LIB_SECURITY_SSL_ModStunnelConfFile(const char *pcCertPath,
                                                         const char *pcKeyPath) {
     BMCCERT_CHECK_NULL(pcCertPath, SSLCERT_ERR_NULL_POINTER);
     BMCCERT_CHECK_NULL(pcKeyPath, SSLCERT_ERR_NULL_POINTER);
+    if (!AcceptTunnelPath(kTunnelCertOption, pcCertPath) ||
+        !AcceptTunnelPath(kTunnelKeyOption, pcKeyPath))
+        return SSLCERT_ERR_GENERAL;
 
     NamedFileLock lock(kTunnelConfigLock);
 

@@ -87,6 +87,10 @@ extern "C" int32_t SECURITY_SSL_GetSSLCertCommon(uint32_t uiCertType, SSLConfig 
     // Every dump of every thread and process shares the one scratch file.
     NamedFileLock scratchLock(kScratchLock);
 
+    // The redirection follows a link at the name: it fills a file of this
+    // dump's own, in a directory no one else can add to.
+    if (!MakeScratchDirPrivate() || !CreateScratchFile(kDumpScratchPath))
+        return static_cast<int32_t>(SSLCERT_ERR_GENERAL);
     if (BMC_System(command) == BMC_PLATFORM_FAIL) {
         BMCCERT_DIAG(kLevelFailure, "Error spawning x509 in order to get certificate info or "
                                     "invalid certfiicate on SSL.\n");

@@ -1,5 +1,7 @@
 // Fetching an uploaded certificate and key into the temporary upload
 // location, through the platform's file transfer.
+#include <unistd.h>
+
 #include "sslcert/sslcert_internal.h"
 
 namespace bmccert::sslcert {
@@ -31,6 +33,11 @@ extern "C" uint32_t SECURITY_SSL_GetUploadCert(const UploadParam *pstUploadPath)
     const InstallationLock installing; // the temporary pair is the installation's
     if (!installing.Held()) return SSLCERT_ERR_GENERAL;
 
+    // The transfer writes by name: into a private directory, the
+    // certificate where no stale entry stands, the key into a file created
+    // 0600 for it before its first byte arrives.
+    if (!MakeScratchDirPrivate() || !RemoveStaleScratch(kUploadCertPath))
+        return SSLCERT_ERR_GENERAL;
     FileTransferRecord record = TransferRecord(pstUploadPath->CertSrcPath, kUploadCertPath);
     if (const int32_t result = FILEHANDLE_UploadDownloadFile(&record, kTransferMode); result != 0) {
         BMCCERT_DIAG(kLevelHandling,
@@ -39,7 +46,9 @@ extern "C" uint32_t SECURITY_SSL_GetUploadCert(const UploadParam *pstUploadPath)
         return SSLCERT_ERR_GENERAL;
     }
     record = TransferRecord(pstUploadPath->PrivkeySrcPath, kUploadKeyPath);
+    if (!CreateScratchFile(kUploadKeyPath)) return SSLCERT_ERR_GENERAL;
     if (const int32_t result = FILEHANDLE_UploadDownloadFile(&record, kTransferMode); result != 0) {
+        (void)unlink(kUploadKeyPath); // the empty file made for it, or a part
         BMCCERT_DIAG(kLevelHandling,
                      "Failed to download Server Privkey. FileStr:%s, FileDst:%s, iRet=%d.",
                      record.szSrcPath, record.szDstPath, result);

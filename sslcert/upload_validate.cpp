@@ -79,7 +79,10 @@ uint32_t MergePair() {
     char command[kCommandSize] = {};
     (void)BMC_Scnprintf(command, sizeof command, "cat %s %s > %s", kUploadCertPath, kUploadKeyPath,
                         kUploadCombinedPath);
-    if (!PreparePrivateFile(kUploadCombinedPath) || BMC_System(command) != 0) {
+    // The redirection fills a file of this call's own, 0600 from its first
+    // byte, in a directory no one else can add a link to.
+    if (!MakeScratchDirPrivate() || !CreateScratchFile(kUploadCombinedPath) ||
+        BMC_System(command) != 0) {
         BMCCERT_DIAG(kLevelHandling, "Merging tmp cert file and tmp privkey failed! strerrno:%s.",
                      std::strerror(errno));
         return MergeFailure();

@@ -1,8 +1,11 @@
 // File transfer of uploaded files, and detached threads.
+#include <cerrno>
 #include <cstring>
+#include <new>
 #include <type_traits>
 
 #include <pthread.h>
+#include <sys/stat.h>
 
 #include "sim_internal.h"
 
@@ -21,7 +24,17 @@ extern "C" int32_t FILEHANDLE_UploadDownloadFile(FileTransferRecord *pstRecord, 
     if (strnlen(pstRecord->szSrcPath, sizeof pstRecord->szSrcPath) == sizeof pstRecord->szSrcPath ||
         strnlen(pstRecord->szDstPath, sizeof pstRecord->szDstPath) == sizeof pstRecord->szDstPath)
         return bmcsim::kFailSigned;
-    return BMC_CopyFile(pstRecord->szSrcPath, pstRecord->szDstPath);
+    // What arrives may be a private key: it is 0600 from its first byte,
+    // whatever mode the uploaded file had, and it replaces the destination
+    // by a rename, which never writes through a link standing there.
+    try {
+        return bmcsim::CopyReplacing(pstRecord->szSrcPath, pstRecord->szDstPath, S_IRUSR | S_IWUSR)
+                   ? 0
+                   : bmcsim::kFailSigned;
+    } catch (const std::bad_alloc &) {
+        errno = ENOMEM;
+        return bmcsim::kFailSigned;
+    }
 }
 
 extern "C" int32_t BMC_CreateDetachThreadInternal(void *(*pfnThread)(void *), const char *pcName,

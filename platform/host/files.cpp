@@ -60,7 +60,9 @@ void SyncDirectory(const std::string &dir) noexcept {
     if (fd.Valid()) (void)::fsync(fd.Get());
 }
 
-[[nodiscard]] bool CopyAtomically(const char *src, const char *dst) {
+} // namespace
+
+bool bmcsim::CopyReplacing(const char *src, const char *dst, std::optional<mode_t> mode) {
     bmcsim::UniqueFd in(::open(src, O_RDONLY | O_CLOEXEC));
     struct stat st;
     if (!in.Valid() || ::fstat(in.Get(), &st) != 0) return false;
@@ -71,15 +73,14 @@ void SyncDirectory(const std::string &dir) noexcept {
     if (!out.Valid()) return false;
     TempFile temp(std::move(pattern));
 
-    if (::fchmod(out.Get(), st.st_mode & 07777) != 0 || !CopyBytes(in.Get(), out.Get()) ||
-        ::fsync(out.Get()) != 0 || !out.Close() || ::rename(temp.Path(), dst) != 0)
+    if (::fchmod(out.Get(), mode.value_or(st.st_mode & 07777)) != 0 ||
+        !CopyBytes(in.Get(), out.Get()) || ::fsync(out.Get()) != 0 || !out.Close() ||
+        ::rename(temp.Path(), dst) != 0)
         return false;
     temp.Keep();
     SyncDirectory(dir);
     return true;
 }
-
-} // namespace
 
 extern "C" int32_t BMC_CopyFile(const char *pcSrc, const char *pcDst) {
     if (auto fault = bmcsim::InjectedFault("BMC_CopyFile")) return static_cast<int32_t>(*fault);
@@ -88,7 +89,7 @@ extern "C" int32_t BMC_CopyFile(const char *pcSrc, const char *pcDst) {
         return bmcsim::kFailSigned;
     }
     try {
-        return CopyAtomically(pcSrc, pcDst) ? 0 : bmcsim::kFailSigned;
+        return bmcsim::CopyReplacing(pcSrc, pcDst) ? 0 : bmcsim::kFailSigned;
     } catch (const std::bad_alloc &) {
         errno = ENOMEM;
         return bmcsim::kFailSigned;

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string_view>
 
+#include <sys/types.h>
 #include <unistd.h>
 
 #include "bmc_sim.h"
@@ -53,6 +54,11 @@ using bmccert::WriteAll;
 
 // Decimal or 0x-prefixed hexadecimal, the whole text, at most 32 bits.
 [[nodiscard]] std::optional<uint32_t> ParseNumber(std::string_view text) noexcept;
+
+// Copies src to dst in one rename over dst (never through a link at dst),
+// with src's mode or, when given, the mode given; false with errno set.
+[[nodiscard]] bool CopyReplacing(const char *src, const char *dst,
+                                 std::optional<mode_t> mode = std::nullopt);
 
 // Runs "/bin/sh -c cmd" and waits; true when it exited with status 0.
 [[nodiscard]] bool RunShell(const char *cmd) noexcept;

@@ -1,9 +1,11 @@
 // Installation on a /conf that is full: a clear failure, and
-// the pair installed before stays whole and loadable by the services.
+// the pair installed before stays whole and loadable by the services. The
+// scratch directory /var/certs kept private by every writer there.
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -12,9 +14,11 @@
 #include <openssl/x509.h>
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 
 #include "lib_security_sslcert.h"
+#include "platform/bmc_platform.h"
 #include "tests/support/controller.h"
 
 namespace bmctest {
@@ -127,6 +131,57 @@ TEST_F(StorageTest, FullDiskRefusesBeforeTouchingTheInstalledPair) {
                                                "strerrno:No space left on device\n"}}));
     EXPECT_EQ(ReadFile(kTunnelConfig), before[3]);
     EXPECT_FALSE(fs::exists("/conf/adviserd/tmp_stunnel.conf"));
+}
+
+mode_t ModeOf(const char *path) {
+    struct stat st {};
+    EXPECT_EQ(stat(path, &st), 0) << path;
+    return st.st_mode & 07777;
+}
+
+// Whatever writes under /var/certs finds it 0755 and leaves it 0700, and a
+// link planted at the name it writes leaves the link's target as it was.
+TEST_F(ControllerTest, ScratchWritersKeepTheDirectoryPrivateAndFollowNoLink) {
+    constexpr const char *kOutside = "/conf/outside.txt";
+    const std::function<void()> generate = [] {
+        const SSLCertGenParam request = GenRequest(1024);
+        (void)LIB_SECURITY_GenCert(&request);
+    };
+    const std::function<void()> fetch = [] {
+        UploadParam r{
+            {}, "/conf/certs/server/default/server.pem", "/conf/certs/server/default/privkey.pem"};
+        (void)SECURITY_SSL_GetUploadCert(&r);
+    };
+    const std::pair<const char *, std::function<void()>> cases[] = {
+        {"/var/certs/certtmp",
+         [] {
+             SSLConfig c{};
+             (void)SECURITY_SSL_GetSSLCertCommon(4, &c);
+         }},
+        {"/var/certs/sslconf", generate},
+        {"/var/certs/TmpPrivkeyGen.pem", generate},
+        {kUploadedKey, fetch},
+        {"/var/certs/TmpCombinedCert.pem",
+         [&] {
+             fetch();
+             (void)SECURITY_SSL_ValidateSSLCert();
+         }},
+    };
+    for (const auto &[planted, write] : cases) {
+        SCOPED_TRACE(planted);
+        SetUp();
+        ASSERT_EQ(chmod("/var/certs", 0755), 0);
+        WriteFile(kOutside, "outside\n");
+        ASSERT_EQ(symlink(kOutside, planted), 0);
+        write();
+        EXPECT_EQ(ModeOf("/var/certs"), 0700u);
+        EXPECT_EQ(ReadFile(kOutside), "outside\n");
+        EXPECT_EQ(ModeOf(kOutside), 0644u);
+    }
+    // An uploaded key that arrived 0644 is 0600 as the transfer leaves it.
+    FileTransferRecord record{0, 1, "/var/certs/key", "/conf/outside.txt"};
+    ASSERT_EQ(FILEHANDLE_UploadDownloadFile(&record, 5), 0);
+    EXPECT_EQ(ModeOf("/var/certs/key"), 0600u);
 }
 
 } // namespace

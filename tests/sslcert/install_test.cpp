@@ -306,6 +306,26 @@ TEST_F(InstallTest, TunnelRewriteReplacesEveryMentionAndNothingElse) {
                   "key = /new/key.pem\n");
 }
 
+// A path that is not one absolute line of its own never reaches the
+// configuration, which stays byte for byte; one that just fits is whole.
+TEST_F(InstallTest, TunnelRewriteRefusesAPathThatIsNotOneAbsoluteLine) {
+    const std::string config = "[svc]\ncert = /c\nkey = /k\n";
+    const std::string longest = "/" + std::string(247, 'k'); // "key = ", it, "\n": 255
+    const std::pair<std::string, std::string> refused[] = {
+        {"/conf/x.pem\nexec = /bin/sh\nexecArgs = sh -c id", "/k"},
+        {"/c", "/k.pem\r"}, {"x.pem", "/k"}, {"/c", longest + "k"}};
+    for (const auto &[cert, key] : refused) {
+        WriteFile(kTunnelConfig, config);
+        EXPECT_EQ(LIB_SECURITY_SSL_ModStunnelConfFile(cert.c_str(), key.c_str()), 0x81000001u);
+        EXPECT_EQ(ReadFile(kTunnelConfig), config) << cert << key;
+    }
+    EXPECT_EQ(ReadDiags().at(0), (Diag{31, 3, 2, "Tunnel configuration path for cert refused: it "
+                                                 "must be absolute, of printable characters and "
+                                                 "fit its line.\n"}));
+    EXPECT_EQ(LIB_SECURITY_SSL_ModStunnelConfFile("/c", longest.c_str()), 0u);
+    EXPECT_EQ(ReadFile(kTunnelConfig), "[svc]\ncert = /c\nkey = " + longest + "\n");
+}
+
 TEST_F(InstallTest, TunnelRewriteKeepsTheModeAndReportsAMissingConfiguration) {
     ASSERT_EQ(chmod(kTunnelConfig, 0640), 0);
     (void)Rewrite(ReadFile(kTunnelConfig));

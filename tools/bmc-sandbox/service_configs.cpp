@@ -3,8 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <climits>
 #include <regex>
 #include <string_view>
+
+#include "frame/config_line.h"
 
 namespace sandbox {
 
@@ -89,6 +92,21 @@ std::string unquote(std::string_view value) {
     return std::string(value);
 }
 
+// The run directory becomes part of option values in both derived files,
+// quoted in lighttpd's: it passes the check of every configuration writer,
+// leaves room for the longest file name put after it, and holds no quote
+// or backslash that would end or escape lighttpd's string.
+bool usable_run_dir(const std::string &run_dir, std::string &why) {
+    constexpr size_t kLongestFileName = sizeof "/lighttpd-access.log";
+    if (bmccert::IsConfigLinePath(run_dir, PATH_MAX - kLongestFileName) &&
+        run_dir.find_first_of("\"\\") == std::string::npos) {
+        return true;
+    }
+    why = "run directory refused: it must be absolute, of printable characters other than a "
+          "quote or backslash, and fit a path";
+    return false;
+}
+
 bool client_verification_enabled(const std::vector<std::string_view> &lines) {
     for (const std::string_view line : lines) {
         std::match_results<std::string_view::const_iterator> m;
@@ -116,6 +134,9 @@ std::optional<std::string> derive_tunnel_config(const std::string &controller_co
                                                 const std::string &run_dir,
                                                 const std::map<std::string, int> &ports,
                                                 std::string &why) {
+    if (!usable_run_dir(run_dir, why)) {
+        return std::nullopt;
+    }
     std::string out = "; Derived by bmc-sandbox from /conf/adviserd/stunnel.conf at the last\n"
                       "; (re)start of stunnel.service; changes here are lost.\n"
                       "foreground = yes\n"
@@ -152,6 +173,9 @@ std::optional<std::string> derive_tunnel_config(const std::string &controller_co
 std::optional<std::string>
 derive_web_config(const std::string &controller_config, const std::string &run_dir, int port,
                   const std::function<bool(const std::string &)> &file_exists, std::string &why) {
+    if (!usable_run_dir(run_dir, why)) {
+        return std::nullopt;
+    }
     const std::string address = "127.0.0.1:" + std::to_string(port);
     std::string out = "# Derived by bmc-sandbox from /conf/lighttpd/lighttpd.conf at the last\n"
                       "# (re)start of lighttpd.service; changes here are lost.\n"
