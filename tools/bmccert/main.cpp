@@ -217,8 +217,7 @@ int main(int argc, char **argv) {
             return;
         }
         if (const auto missing = MissingOption(csrSubjectOptions)) {
-            std::fprintf(stderr, "bmccert: csr: %s is required (or --show, --drop)\n",
-                         missing->c_str());
+            std::fprintf(stderr, "bmccert: csr: %s is required (or --show)\n", missing->c_str());
             status = kExitUsage;
             return;
         }
