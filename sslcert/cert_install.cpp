@@ -98,11 +98,10 @@ extern "C" uint32_t SECURITY_SSL_UpdateSSLCert(const char *pcTmpCert, const char
         RollBackInstallation();
         return SSLCERT_ERR_GENERAL;
     }
-    // The pair is installed whatever the refresh says; a failed refresh
-    // has reported itself and leaves the previous record in place. The
-    // journal goes after it, so that a process that dies before the refresh
-    // leaves the refresh to the completion.
-    (void)SECURITY_UpdateCertInfo();
+    // The pair is installed whatever the refresh says: Finish refreshes the
+    // record first, and a failed refresh leaves a mark that the next
+    // completion acts on. The journal goes after it, so that a process that
+    // dies before the refresh leaves the refresh to the completion.
     FinishInstallation();
     return SSLCERT_OK;
 }

@@ -123,6 +123,7 @@ extern "C" void *SECURITY_SSL_ImportServerCertThread(void *pParam) {
     {
         // From the fetch into the temporary pair to its removal; the web
         // server's delayed restart is not part of it.
+        const InstallationTask task(proc.TaskId);
         const InstallationLock installing;
         if (installing.Held()) {
             result = ImportPair(proc.stUploadParam);

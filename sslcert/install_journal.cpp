@@ -16,13 +16,22 @@
 // before the services. A rename replaces a file whole, and one that did not
 // reach the disk is done again, so every state on disk, the journal
 // included, settles to the previous set or the new one.
+//
+// Two facts outlive the journal's files. The task an installation runs for
+// is recorded with it, so that completing the installation of a process
+// that died also ends its task. And the information record is refreshed
+// before the journal goes; a refresh that fails leaves a mark beside it, so
+// that the next completion refreshes again instead of the stale record
+// being served for good.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <utility>
 
 #include "frame/unique_fd.h"
@@ -33,16 +42,18 @@ namespace {
 
 using namespace bmccert;
 
-// One file of the installed set and where it lives.
+// One file of the installed set, where it lives and the directory that
+// holds it.
 struct Role {
     const char *name;
     const char *live;
+    const char *dir;
 };
 constexpr Role kRoles[] = {
-    {"cert", kUserCertPath},
-    {"key", kUserKeyPath},
-    {"combined", kCombinedPath},
-    {"tunnel", kTunnelConfigPath},
+    {"cert", kUserCertPath, kUserCertDir},
+    {"key", kUserKeyPath, kUserCertDir},
+    {"combined", kCombinedPath, kServerCertDir},
+    {"tunnel", kTunnelConfigPath, kTunnelConfigDir},
 };
 constexpr const char *kLiveDirs[] = {kUserCertDir, kServerCertDir, kTunnelConfigDir};
 constexpr const char *kNewSet = "new";
@@ -50,7 +61,15 @@ constexpr const char *kOldSet = "old";
 constexpr const char *kDirectionName = "direction";
 constexpr const char *kTurnBackName = "direction.old";
 constexpr const char *kAbsentSuffix = ".absent";
+constexpr const char *kTaskName = "task";
+constexpr const char *kRefreshMark = "/conf/certs/server/.install.refresh";
 constexpr mode_t kPrivateMode = S_IRUSR | S_IWUSR;
+constexpr uint8_t kTaskStateDone = 2;
+constexpr uint8_t kTaskStateFailed = 4;
+constexpr uint8_t kProgressComplete = 100;
+
+// The task the installations of this thread run for (InstallationTask).
+thread_local std::optional<uint32_t> t_installationTask;
 
 // A path inside a journal directory: "<dir>/<set>.<role><suffix>".
 struct JournalPath {
@@ -135,6 +154,66 @@ bool WriteNewTunnel(const char *dir) {
     return std::fclose(stream) == 0 && written;
 }
 
+// A rename moves a file only within one mount: a set with a place on
+// another file system than the journal could be neither completed nor put
+// back, and would stay pending until that mount went. Such a set is
+// refused before anything is written. A missing directory is refused too:
+// nothing could be moved into it.
+bool OnJournalFileSystem() {
+    struct stat journal;
+    if (stat(kServerCertDir, &journal) != 0) return false;
+    for (const Role &role : kRoles) {
+        struct stat place;
+        if (stat(role.dir, &place) != 0) return false;
+        const bool foreign = place.st_dev != journal.st_dev ||
+                             (lstat(role.live, &place) == 0 && place.st_dev != journal.st_dev);
+        if (foreign) {
+            errno = EXDEV;
+            return false;
+        }
+    }
+    return true;
+}
+
+// The task of the installation, when it runs for one, so that a completion
+// ends it.
+bool WriteTask(const char *dir) {
+    if (!t_installationTask) return true;
+    char text[16] = {};
+    const auto [end, error] = std::to_chars(text, text + sizeof text - 1, *t_installationTask);
+    UniqueFd fd = CreateJournalFile(JournalPath(dir, kTaskName).text, kPrivateMode);
+    return error == std::errc() && fd.Valid() && WriteAll(fd.Get(), text, end - text) &&
+           FinishJournalFile(fd);
+}
+
+std::optional<uint32_t> ReadTask(const char *dir) {
+    char text[16] = {};
+    UniqueFd fd(open(JournalPath(dir, kTaskName).text, O_RDONLY | O_CLOEXEC));
+    const ssize_t got = fd.Valid() ? read(fd.Get(), text, sizeof text - 1) : -1;
+    uint32_t id = 0;
+    if (got <= 0 || std::from_chars(text, text + got, id).ptr != text + got) return std::nullopt;
+    return id;
+}
+
+// The installation returns to a caller that reports its task itself: a
+// journal that stays must not report it a second time.
+void LeaveTaskToCaller() {
+    (void)unlink(JournalPath(kInstallJournalDir, kTaskName).text);
+}
+
+// Refreshes the information record. A refresh that fails leaves the mark
+// (synchronised, so that a power cut does not lose it) for the next
+// completion; one that succeeds removes it. False when the record is stale
+// and no mark says so.
+bool RefreshRecord() {
+    if (SECURITY_UpdateCertInfo() == 0) {
+        if (unlink(kRefreshMark) == 0) (void)Sync(kServerCertDir);
+        return true;
+    }
+    UniqueFd mark = CreateJournalFile(kRefreshMark, kPrivateMode);
+    return (mark.Valid() || errno == EEXIST) && mark.Close() && Sync(kServerCertDir);
+}
+
 // The previous set: each live file's bytes and mode, or a mark that it was
 // absent, so that putting it back removes what the installation added. Only
 // a failed step turns back to it, in the same call: its files reach the
@@ -212,41 +291,77 @@ bool RemoveJournal(const char *dir) {
     }
     (void)unlink(JournalPath(dir, kDirectionName).text);
     (void)unlink(JournalPath(dir, kTurnBackName).text);
+    (void)unlink(JournalPath(dir, kTaskName).text);
     return (rmdir(dir) == 0 || errno == ENOENT) && Sync(kServerCertDir);
 }
 
 } // namespace
 
-bool CompletePendingInstallation() {
+InstallationTask::InstallationTask(uint32_t taskId) noexcept {
+    t_installationTask = taskId;
+}
+
+InstallationTask::~InstallationTask() {
+    t_installationTask.reset();
+}
+
+Completion CompleteRecordedInstallation() {
     // A journal still being written was never committed: the previous set
     // is whole and in force.
     if (Exists(kInstallStagingDir) && !RemoveJournal(kInstallStagingDir)) {
         BMCCERT_DIAG(kLevelHandling,
                      "Remove the unfinished installation record %s failed! strerrno:%s\n",
                      kInstallStagingDir, std::strerror(errno));
-        return false;
+        return Completion::kPending;
     }
-    if (!Exists(kInstallJournalDir)) return true;
+    if (!Exists(kInstallJournalDir)) {
+        // A refresh that failed after an installation is retried; the set
+        // itself is whole either way.
+        if (Exists(kRefreshMark)) (void)RefreshRecord();
+        return Completion::kNothing;
+    }
     const char *set = ReadDirection(kInstallJournalDir);
+    const bool isNew = std::strcmp(set, kNewSet) == 0;
     // The process may have died before it refreshed the record: the journal
     // goes only after the refresh.
-    const bool applied = ApplySet(kInstallJournalDir, set);
-    if (applied) (void)SECURITY_UpdateCertInfo();
-    if (!applied || !RemoveJournal(kInstallJournalDir)) {
+    if (!ApplySet(kInstallJournalDir, set) || !RefreshRecord()) {
         BMCCERT_DIAG(kLevelHandling,
                      "Completing the interrupted installation recorded in %s failed! strerrno:%s\n",
                      kInstallJournalDir, std::strerror(errno));
-        return false;
+        return Completion::kPending;
+    }
+    // Reported before the journal goes: a completion cut short here reports
+    // the same end again rather than none.
+    if (const std::optional<uint32_t> task = ReadTask(kInstallJournalDir)) {
+        SECURITY_SSL_UpdateImportTask(*task, isNew ? kTaskStateDone : kTaskStateFailed,
+                                      kProgressComplete,
+                                      isNew ? "Installed, completed on recovery"
+                                            : "Interrupted; previous cert kept");
+    }
+    if (!RemoveJournal(kInstallJournalDir)) {
+        BMCCERT_DIAG(kLevelHandling,
+                     "Completing the interrupted installation recorded in %s failed! strerrno:%s\n",
+                     kInstallJournalDir, std::strerror(errno));
+        return Completion::kPending;
     }
     BMCCERT_DIAG(kLevelNotice, "Completed the interrupted installation recorded in %s: %s set.\n",
                  kInstallJournalDir, set);
-    return true;
+    return isNew ? Completion::kNewSet : Completion::kOldSet;
+}
+
+bool CompletePendingInstallation() {
+    return CompleteRecordedInstallation() != Completion::kPending;
+}
+
+uint32_t InstallationFailureCode() {
+    return Exists(kInstallJournalDir) ? SSLCERT_EXT_ERR_INSTALL_PENDING : SSLCERT_EXT_ERR_INSTALL;
 }
 
 bool RecordInstallation(const char *tmpCert, const char *tmpKey) {
     const bool recorded =
-        mkdir(kInstallStagingDir, S_IRWXU) == 0 && WriteOldSet(kInstallStagingDir) &&
-        WriteNewSet(kInstallStagingDir, tmpCert, tmpKey) && WriteDirections(kInstallStagingDir) &&
+        OnJournalFileSystem() && mkdir(kInstallStagingDir, S_IRWXU) == 0 &&
+        WriteOldSet(kInstallStagingDir) && WriteNewSet(kInstallStagingDir, tmpCert, tmpKey) &&
+        WriteTask(kInstallStagingDir) && WriteDirections(kInstallStagingDir) &&
         rename(kInstallStagingDir, kInstallJournalDir) == 0 && Sync(kServerCertDir);
     if (recorded) return true;
     BMCCERT_DIAG(kLevelHandling, "Record the installation in %s failed! strerrno:%s\n",
@@ -256,12 +371,15 @@ bool RecordInstallation(const char *tmpCert, const char *tmpKey) {
 }
 
 void FinishInstallation() {
-    bool synced = true;
+    // A refresh that fails and cannot leave its mark keeps the journal: its
+    // completion refreshes again.
+    bool finished = RefreshRecord();
     for (const Role &role : kRoles)
-        synced = (!Exists(role.live) || Sync(role.live)) && synced;
+        finished = (!Exists(role.live) || Sync(role.live)) && finished;
     // Until the live set is known to be on disk the journal stays: the next
     // installation or start moves the same files into place again.
-    if (synced && SyncLiveDirectories()) (void)RemoveJournal(kInstallJournalDir);
+    if (!finished || !SyncLiveDirectories() || !RemoveJournal(kInstallJournalDir))
+        LeaveTaskToCaller();
 }
 
 void RollBackInstallation() {
@@ -277,9 +395,12 @@ void RollBackInstallation() {
         RemoveJournal(kInstallJournalDir)) {
         return;
     }
+    // The journal stays and names the set a completion will put in force:
+    // the installation is pending, not refused.
     BMCCERT_DIAG(kLevelHandling,
                  "Putting back the previous certificate set from %s failed! strerrno:%s\n",
                  kInstallJournalDir, std::strerror(errno));
+    LeaveTaskToCaller();
 }
 
 } // namespace bmccert::sslcert
@@ -288,8 +409,44 @@ using namespace bmccert;
 using namespace bmccert::sslcert;
 
 extern "C" uint32_t LIB_SECURITY_SSL_CompleteInstallation(void) {
-    const InstallationLock installing;
-    if (!installing.Held()) return SSLCERT_EXT_ERR_LOCK;
-    if (!CompletePendingInstallation()) return SSLCERT_EXT_ERR_INSTALL_PENDING;
+    uint32_t outcome = SSLCERT_EXT_RECOVER_NONE;
+    return LIB_SECURITY_SSL_RecoverInstallation(0, &outcome);
+}
+
+extern "C" uint32_t LIB_SECURITY_SSL_RecoverInstallation(uint8_t bRestartServices,
+                                                         uint32_t *puiOutcome) {
+    BMCCERT_CHECK_NULL(puiOutcome, SSLCERT_ERR_NULL_POINTER);
+    *puiOutcome = SSLCERT_EXT_RECOVER_NONE;
+    Completion completion;
+    {
+        const InstallationLock installing;
+        if (!installing.Held()) return SSLCERT_EXT_ERR_LOCK;
+        completion = CompleteRecordedInstallation();
+    }
+    switch (completion) {
+    case Completion::kPending:
+        return SSLCERT_EXT_ERR_INSTALL_PENDING;
+    case Completion::kNothing:
+        return SSLCERT_OK;
+    case Completion::kNewSet:
+        *puiOutcome = SSLCERT_EXT_RECOVER_NEW_SET;
+        break;
+    case Completion::kOldSet:
+        *puiOutcome = SSLCERT_EXT_RECOVER_OLD_SET;
+        break;
+    }
+    if (bRestartServices == 0) return SSLCERT_OK;
+    // The services may have read a mix while the installation was cut
+    // short: the same two restarts as after an installation.
+    if (const int32_t result = RestartServiceNow(kTunnelService); result != 0) {
+        BMCCERT_DIAG(kLevelFailure, "Recover:Restart stunnel service failed! iRet=%d. ERR:%s.\n",
+                     result, kRestartErrorText);
+        return SSLCERT_EXT_ERR_RESTART;
+    }
+    if (const uint32_t result = RestartWebServerLater(); result != 0) {
+        BMCCERT_DIAG(kLevelFailure, "Recover:Restart lighttpd service failed! iRet=%d. ERR:%s.\n",
+                     result, kRestartErrorText);
+        return SSLCERT_EXT_ERR_RESTART;
+    }
     return SSLCERT_OK;
 }

@@ -226,3 +226,23 @@ extern "C" uint32_t LIB_SECURITY_SSL_GetPendingCSR(SSLCertRequest *pstRequest, c
     if (pcCsrPem == nullptr) return SSLCERT_OK;
     return HandOutPem(pending.request.get(), pcCsrPem, uiCsrPemSize);
 }
+
+extern "C" uint32_t LIB_SECURITY_SSL_DropPendingCSR(void) {
+    const InstallationLock installing; // an installation may be consuming the pending key
+    if (!installing.Held()) return SSLCERT_EXT_ERR_LOCK;
+    // What a request cut short left beside it goes too; it was never pending.
+    (void)unlink(kPendingStagingPath);
+    if (unlink(kPendingRequestPath) != 0) {
+        if (errno == ENOENT) return SSLCERT_EXT_ERR_NO_PENDING_KEY;
+        BMCCERT_DIAG(kLevelHandling, "Remove the pending key %s failed! strerrno:%s\n",
+                     kPendingRequestPath, std::strerror(errno));
+        return SSLCERT_EXT_ERR_PENDING_WRITE;
+    }
+    // Until the directory is on disk a power cut could bring the key back.
+    if (!SyncDirectory(kPendingRequestDir)) {
+        BMCCERT_DIAG(kLevelHandling, "Remove the pending key %s failed! strerrno:%s\n",
+                     kPendingRequestPath, std::strerror(errno));
+        return SSLCERT_EXT_ERR_PENDING_WRITE;
+    }
+    return SSLCERT_OK;
+}

@@ -54,7 +54,7 @@ uint32_t GenerateAndInstall(const SSLCertRequest &request) {
     if (!WriteSyncedFile(kGenCertPath, certText.view(), S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH) ||
         !WriteSyncedFile(kGenKeyPath, keyText.view(), S_IRUSR | S_IWUSR) ||
         SECURITY_SSL_UpdateSSLCert(kGenCertPath, kGenKeyPath) != SSLCERT_OK)
-        return SSLCERT_EXT_ERR_INSTALL;
+        return InstallationFailureCode();
     return SSLCERT_OK;
 }
 

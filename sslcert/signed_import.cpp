@@ -81,7 +81,7 @@ uint32_t InstallAnswer(std::string_view pem) {
         result = SSLCERT_OK;
     }
     for (const char *path : {kSignedCertPath, kSignedKeyPath}) RemoveScratchFileReported(path);
-    return result;
+    return result == SSLCERT_OK ? result : InstallationFailureCode();
 }
 
 void *SignedCertImportThread(void *param) {
@@ -91,6 +91,7 @@ void *SignedCertImportThread(void *param) {
 
     uint32_t result;
     {
+        const InstallationTask task(job->taskId);
         const InstallationLock installing;
         result = installing.Held() ? InstallAnswer({job->pem.get(), job->length})
                                    : SSLCERT_EXT_ERR_LOCK;

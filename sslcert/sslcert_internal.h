@@ -106,8 +106,9 @@ class InstallationLock {
 // The installation journal (install_journal.cpp), used under the
 // installation lock. Record writes the new set made of the temporary pair
 // and the previous set, durably, before anything installed changes; false
-// after a report. Finish removes it once the installed files are on disk;
-// RollBack puts the previous set back after a failed step. Complete settles
+// after a report. Finish refreshes the record and removes the journal once
+// the installed files are on disk; RollBack puts the previous set back after
+// a failed step. Complete settles
 // a journal left by an installation that died, and refreshes the record,
 // before the next one starts or the services do; false after a report when
 // it stays pending.
@@ -179,5 +180,28 @@ inline constexpr std::string_view kTunnelKeyOption = "key = ";
 // planted link among them) is removed first, and the new one is created
 // exclusively without following a link. False after a report.
 [[nodiscard]] bool CreateScratchFile(const char *path);
+
+// What a completion of the installation journal found and did
+// (install_journal.cpp): nothing recorded, an interrupted installation
+// completed in either direction, or one that stays pending (reported).
+enum class Completion { kNothing, kNewSet, kOldSet, kPending };
+[[nodiscard]] Completion CompleteRecordedInstallation();
+
+// The extension's code for a failed SECURITY_SSL_UpdateSSLCert, asked
+// under the installation lock right after it: SSLCERT_EXT_ERR_INSTALL_PENDING
+// when a journal stays (a completion will settle the set), else
+// SSLCERT_EXT_ERR_INSTALL (the previous set is in force).
+[[nodiscard]] uint32_t InstallationFailureCode();
+
+// Names the task that the installations of the calling thread run for,
+// while it lives, so that the journal records it and the completion of an
+// installation whose process died ends that task.
+class InstallationTask {
+  public:
+    explicit InstallationTask(uint32_t taskId) noexcept;
+    InstallationTask(const InstallationTask &) = delete;
+    InstallationTask &operator=(const InstallationTask &) = delete;
+    ~InstallationTask();
+};
 
 } // namespace bmccert::sslcert

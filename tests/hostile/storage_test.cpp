@@ -1,25 +1,31 @@
-// Installation on a /conf that is full: a clear failure, and
-// the pair installed before stays whole and loadable by the services. The
-// scratch directory /var/certs kept private by every writer there.
+// Installation on a /conf that is full, mounted over or read-only, and one
+// killed half way: a clear failure or a pending installation that the
+// recovery settles, and the pair installed before stays whole and loadable
+// by the services. The scratch directory /var/certs kept private by every
+// writer there.
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/mount.h>
-#include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <openssl/bio.h>
 #include <openssl/pem.h>
 #include <openssl/x509.h>
 
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <memory>
 
-#include "lib_security_sslcert.h"
+#include "lib_security_sslcert_ext.h"
 #include "platform/bmc_platform.h"
 #include "tests/support/controller.h"
+#include "tests/support/example_request.h"
 
 namespace bmctest {
 namespace {
@@ -131,6 +137,137 @@ TEST_F(StorageTest, FullDiskRefusesBeforeTouchingTheInstalledPair) {
                                                "strerrno:No space left on device\n"}}));
     EXPECT_EQ(ReadFile(kTunnelConfig), before[3]);
     EXPECT_FALSE(fs::exists("/conf/adviserd/tmp_stunnel.conf"));
+}
+
+// The recovery's outcome, or its code when it fails.
+uint32_t Recover() {
+    uint32_t outcome = 99;
+    const uint32_t result = LIB_SECURITY_SSL_RecoverInstallation(0, &outcome);
+    return result != 0 ? result : outcome;
+}
+
+// Runs an upload's import in a child whose merge step never ends (a `cat`
+// of the installed pair that waits), kills the child's whole process
+// group there, and returns the import's task.
+uint32_t KillImportWhileMerging() {
+    const fs::path bin = "/var/lib/bmc-sim/stuck";
+    fs::create_directories(bin);
+    WriteFile(bin / "cat", "#!/bin/sh\ncase $1 in /conf/*) : > " + (bin / "merging").string() +
+                               "; exec /bin/sleep 60;; esac\nexec /bin/cat \"$@\"\n");
+    fs::permissions(bin / "cat", fs::perms::owner_all);
+    int ids[2];
+    EXPECT_EQ(pipe(ids), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        (void)setpgid(0, 0);
+        (void)setenv("PATH", (bin.string() + ":" + getenv("PATH")).c_str(), 1);
+        UploadParam request{};
+        std::strcpy(request.CertSrcPath, "/var/certs/src.crt");
+        std::strcpy(request.PrivkeySrcPath, "/var/certs/src.key");
+        TaskHandle task{};
+        (void)LIB_SECURITY_UploadAndRestartService(&request, &task);
+        (void)!write(ids[1], &task.TaskId, sizeof task.TaskId);
+        pause();
+    }
+    uint32_t taskId = 0;
+    EXPECT_EQ(read(ids[0], &taskId, sizeof taskId), ssize_t(sizeof taskId));
+    for (int i = 0; i < 1000 && !fs::exists(bin / "merging"); ++i) usleep(10000);
+    EXPECT_EQ(kill(-child, SIGKILL), 0);
+    (void)waitpid(child, nullptr, 0);
+    close(ids[0]);
+    close(ids[1]);
+    return taskId;
+}
+
+// Each fault of the journal leaves either the previous set in force or a
+// pending installation that is told as such, and that the recovery
+// completes once the fault has gone.
+TEST_F(StorageTest, JournalFaultsSettleAndTheRecoverySaysHow) {
+    struct Case {
+        const char *name;
+        std::function<void()> fault, heal;
+        uint32_t installed, recovered; // the self-signed entry's result, the recovery's
+        bool newSet;
+    } cases[] = {
+        {"a live directory on another file system",
+         [] {
+             const std::string config = ReadFile(kTunnelConfig);
+             ASSERT_EQ(mount("other", "/conf/adviserd", "tmpfs", 0, "size=16k"), 0);
+             WriteFile(kTunnelConfig, config);
+             SetFaults("BMC_System=1");
+         },
+         [] { ASSERT_EQ(umount("/conf/adviserd"), 0); }, SSLCERT_EXT_ERR_INSTALL,
+         SSLCERT_EXT_RECOVER_NONE, false},
+        // A file mounted over the tunnel configuration lies on the same file
+        // system, but no rename replaces it: the turn-back stops half way.
+        {"a turn-back that cannot finish",
+         [] {
+             WriteFile("/conf/tunnel.copy", ReadFile(kTunnelConfig));
+             ASSERT_EQ(mount("/conf/tunnel.copy", kTunnelConfig, nullptr, MS_BIND, nullptr), 0);
+             SetFaults("BMC_System=1");
+         },
+         [] { ASSERT_EQ(umount(kTunnelConfig), 0); }, SSLCERT_EXT_ERR_INSTALL_PENDING,
+         SSLCERT_EXT_RECOVER_OLD_SET, false},
+        {"a failed refresh", [] { SetFaults("DB_PutInternal=1"); }, [] {}, 0,
+         SSLCERT_EXT_RECOVER_NONE, true},
+    };
+    const SSLCertRequest request = ExampleRequest();
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        ControllerTest::SetUp();
+        Upload({});
+        ASSERT_EQ(Install(), 0u);
+        const auto before = ReadInstalled();
+        c.fault();
+        OperateDesc desc{};
+        EXPECT_EQ(LIB_SECURITY_SSL_GenSelfSignedAndRestart(&request, &desc), c.installed);
+        EXPECT_EQ(Recover(), c.installed == SSLCERT_EXT_ERR_INSTALL_PENDING
+                                 ? SSLCERT_EXT_ERR_INSTALL_PENDING
+                                 : SSLCERT_EXT_RECOVER_NONE);
+        c.heal();
+        SetFaults("");
+        EXPECT_EQ(Recover(), c.recovered);
+        EXPECT_EQ(ReadInstalled() != before, c.newSet);
+        EXPECT_TRUE(CombinedFileLoads());
+        // The stored record describes the certificate in force.
+        SSLCertInfo stored{};
+        ASSERT_EQ(LIB_SECURITY_GetCertInfo(&stored), 0u);
+        EXPECT_STREQ(stored.stSSLConfig.stIssueTo.szCommonName,
+                     c.newSet ? kExampleHost : "bmc.test");
+        EXPECT_EQ(Install(), 0u);
+    }
+}
+
+TEST_F(StorageTest, RecoveryEndsTheTaskOfAKilledImport) {
+    Upload({});
+    ASSERT_EQ(Install(), 0u);
+    CertRecipe next;
+    next.serial = 0x5EED;
+    WriteFile("/var/certs/src.crt", MakeCertPem(next));
+    WriteFile("/var/certs/src.key", KeyPem(next.key));
+    const uint32_t task = KillImportWhileMerging();
+    ASSERT_TRUE(fs::exists("/conf/certs/server/.install"));
+    EXPECT_EQ(Recover(), SSLCERT_EXT_RECOVER_NEW_SET);
+    EXPECT_EQ(ReadFile("/conf/certs/server/user/actualcert.pem"), MakeCertPem(next));
+    EXPECT_TRUE(CombinedFileLoads());
+    BMCSIM_TaskState state{};
+    ASSERT_EQ(BMCSIM_TaskGet(task, &state), 0);
+    EXPECT_EQ(state.ucState, 2);
+    EXPECT_EQ(state.ucProgress, 100);
+}
+
+// Dropping the pending key: gone, nothing to drop, or a /conf that keeps it.
+TEST_F(StorageTest, DropPendingKey) {
+    const SSLCertRequest request = ExampleRequest();
+    char pem[SSLCERT_EXT_CSR_PEM_SIZE];
+    ASSERT_EQ(LIB_SECURITY_SSL_GenerateCSR(&request, pem, sizeof pem), 0u);
+    ASSERT_EQ(mount(nullptr, "/conf", nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
+    EXPECT_EQ(LIB_SECURITY_SSL_DropPendingCSR(), SSLCERT_EXT_ERR_PENDING_WRITE);
+    ASSERT_EQ(mount(nullptr, "/conf", nullptr, MS_REMOUNT, nullptr), 0);
+    EXPECT_TRUE(fs::exists("/conf/certs/server/pending/csr.pem"));
+    EXPECT_EQ(LIB_SECURITY_SSL_DropPendingCSR(), 0u);
+    EXPECT_FALSE(fs::exists("/conf/certs/server/pending/csr.pem"));
+    EXPECT_EQ(LIB_SECURITY_SSL_DropPendingCSR(), SSLCERT_EXT_ERR_NO_PENDING_KEY);
 }
 
 mode_t ModeOf(const char *path) {

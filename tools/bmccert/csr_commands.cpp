@@ -89,6 +89,14 @@ int RunShowCsr(bool pem, bool json) {
     return WriteResult(FormatRequestText(request) + text);
 }
 
+int RunDropCsr() {
+    const uint32_t result = LIB_SECURITY_SSL_DropPendingCSR();
+    if (result == SSLCERT_EXT_ERR_NO_PENDING_KEY) return WriteResult("no signing request pending\n");
+    if (result != SSLCERT_OK)
+        return ReportFailure("the pending key stays: " + Meaning(result), result);
+    return WriteResult("pending key and its signing request dropped\n");
+}
+
 int RunInstallSigned(const std::string &certPath, bool json) {
     SignedCertUpload upload{};
     if (const auto refused = PutText(upload.CertSrcPath, certPath, "FILE"))

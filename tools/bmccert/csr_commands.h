@@ -14,6 +14,8 @@ namespace bmccert::cli {
                          const AltNameOptions &names, const std::string &outPath);
 // The pending request (with its PEM when pem is set).
 [[nodiscard]] int RunShowCsr(bool pem, bool json);
+// Drops the pending key and its request.
+[[nodiscard]] int RunDropCsr();
 // Installs a CA's answer to the pending request as a task and follows it.
 [[nodiscard]] int RunInstallSigned(const std::string &certPath, bool json);
 // A self-signed certificate of the key type with names, installed, and the

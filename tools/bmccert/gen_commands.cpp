@@ -105,11 +105,19 @@ int RunInstall(const std::string &certPath, const std::string &keyPath) {
     return WriteResult("installed; tunnel restarted, web server restarting\n");
 }
 
-int RunRecover() {
-    const uint32_t result = LIB_SECURITY_SSL_CompleteInstallation();
-    if (result != SSLCERT_OK)
+int RunRecover(bool restart) {
+    uint32_t outcome = SSLCERT_EXT_RECOVER_NONE;
+    const uint32_t result = LIB_SECURITY_SSL_RecoverInstallation(restart ? 1 : 0, &outcome);
+    if (result != SSLCERT_OK && outcome == SSLCERT_EXT_RECOVER_NONE)
         return ReportFailure("the interrupted installation stays pending", result);
-    return WriteResult("no installation pending\n");
+    if (outcome == SSLCERT_EXT_RECOVER_NONE) return WriteResult("no installation pending\n");
+    const std::string completed =
+        outcome == SSLCERT_EXT_RECOVER_NEW_SET
+            ? "completed the interrupted installation: its new set is in force"
+            : "completed the interrupted installation: the previous set is back in force";
+    if (result != SSLCERT_OK)
+        return ReportFailure(completed + ", but a service did not restart", result);
+    return WriteResult(completed + (restart ? "; tunnel restarted, web server restarting\n" : "\n"));
 }
 
 } // namespace bmccert::cli

@@ -11,7 +11,8 @@ namespace bmccert::cli {
 [[nodiscard]] int RunGenerate(const GenerateOptions &options, bool json);
 [[nodiscard]] int RunVerify(bool json);
 [[nodiscard]] int RunInstall(const std::string &certPath, const std::string &keyPath);
-// Settles an interrupted installation: the whole new set or the previous one.
-[[nodiscard]] int RunRecover();
+// Settles an interrupted installation: the whole new set or the previous
+// one, and says which; with restart the services restart after it.
+[[nodiscard]] int RunRecover(bool restart);
 
 } // namespace bmccert::cli

@@ -199,9 +199,19 @@ int main(int argc, char **argv) {
         csr->add_flag("--show", csrShow, "Print the pending request instead of making one");
     for (CLI::Option *option : csrRequest)
         show->excludes(option);
+    bool csrDrop = false;
+    CLI::Option *drop = csr->add_flag(
+        "--drop", csrDrop, "Drop the pending key and its request: no answer to it can be installed");
+    for (CLI::Option *option : csrRequest)
+        drop->excludes(option);
+    drop->excludes(show);
     csr->add_flag("--pem", csrPem, "With --show: print the request's PEM too")->needs(show);
     csr->add_flag("--json", json, "With --show: print one JSON object")->needs(show);
     csr->callback([&] {
+        if (csrDrop) {
+            status = RunDropCsr();
+            return;
+        }
         if (csrShow) {
             status = RunShowCsr(csrPem, json);
             return;
@@ -240,10 +250,14 @@ int main(int argc, char **argv) {
         ->required();
     install->callback([&] { status = RunInstall(installCert, installKey); });
 
+    bool recoverRestart = false;
     CLI::App *recover = app.add_subcommand(
         "recover",
         "Complete an installation that a power cut interrupted (run before the services start)");
-    recover->callback([&] { status = RunRecover(); });
+    recover->add_flag("--restart", recoverRestart,
+                      "At run time: restart the tunnel and the web server when an installation "
+                      "was completed");
+    recover->callback([&] { status = RunRecover(recoverRestart); });
 
     std::string uploadCert;
     std::string uploadKey;
