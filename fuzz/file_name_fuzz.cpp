@@ -52,8 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     BMCFUZZ_CHECK(task.TaskId == 0);
     if (bmccert::IsPlainFileName(path)) {
         const std::filesystem::path joined = std::filesystem::path("/d") / path;
-        BMCFUZZ_CHECK(joined.lexically_normal().parent_path() == "/d" &&
-                      joined.filename() == path);
+        BMCFUZZ_CHECK(joined.lexically_normal().parent_path() == "/d" && joined.filename() == path);
         for (const char c : path)
             BMCFUZZ_CHECK(c > ' ' && c < 0x7f);
     }

@@ -73,8 +73,7 @@ extern "C" uint32_t LIB_SSL_DelClientCert(uint32_t uiCertId, uint32_t uiWaitLimi
     const bool exists = LIB_SSL_IsExistClientCert(uiCertId, &entry) == 1;
     if (!exists) BMCCERT_DIAG(kLevelHandling, "ClientCert id=%u is not exist.\n", uiCertId);
     const bool plain = exists && NamesPlainFile("ClientCert", uiCertId, entry.szFileName);
-    return Delete(kClient, uiCertId, plain ? entry.szFileName : nullptr, uiWaitLimit,
-                  *pstRespData);
+    return Delete(kClient, uiCertId, plain ? entry.szFileName : nullptr, uiWaitLimit, *pstRespData);
 }
 
 extern "C" uint32_t LIB_SSL_DelRootCert(uint32_t uiCertId, uint32_t uiWaitLimit,

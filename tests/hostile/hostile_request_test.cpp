@@ -69,8 +69,9 @@ TEST_F(HostileRequestTest, EveryFieldRefusesWhatCouldEscapeIt) {
     ClearDiagLog();
     EXPECT_EQ(LIB_SECURITY_GenCert(&request), 0x98000008u);
     unsetenv(BMCSIM_ENV_FAULTS);
-    EXPECT_EQ(ReadDiags().at(0).message, "SSL cert Gen Locality Name verify failed! LocalityName = " +
-                                             std::string(128, 'a') + ".\n");
+    EXPECT_EQ(ReadDiags().at(0).message,
+              "SSL cert Gen Locality Name verify failed! LocalityName = " + std::string(128, 'a') +
+                  ".\n");
     EXPECT_EQ(BMCSIM_SpawnCount(), spawned);
     EXPECT_FALSE(std::filesystem::exists("/var/certs/mk"));
     EXPECT_FALSE(std::filesystem::exists("/var/certs/sslconf"));
