@@ -3,11 +3,15 @@
 // owner never reads a file and the import's answer tells which rule the
 // name broke, each mapped to its own management code, or that it passed
 // (the owner's refusal): that answer must be the one a model of the rules
-// gives, and no task may come back.
+// gives, and no task may come back. The same bytes as a record's file
+// name: a name the record rule lets through stays in its directory and
+// holds only printable characters.
 #include <cstdint>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 
+#include "frame/record_file_name.h"
 #include "fuzz/fuzz_support.h"
 #include "lib_ssl_auth.h"
 
@@ -46,5 +50,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     // The library reads the path as a C text: it ends at the first NUL.
     BMCFUZZ_CHECK(result == Expected(path.substr(0, path.find('\0'))));
     BMCFUZZ_CHECK(task.TaskId == 0);
+    if (bmccert::IsPlainFileName(path)) {
+        const std::filesystem::path joined = std::filesystem::path("/d") / path;
+        BMCFUZZ_CHECK(joined.lexically_normal().parent_path() == "/d" && joined.filename() == path);
+        for (const char c : path)
+            BMCFUZZ_CHECK(c > ' ' && c < 0x7f);
+    }
     return 0;
 }

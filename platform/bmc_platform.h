@@ -85,7 +85,9 @@ BMC_PLATFORM_API int32_t BMC_IsoTimeToTimeStamp(const char *pcIsoTime, BMC_TimeS
 BMC_PLATFORM_API int32_t BMC_TimeStampToIsoTime(BMC_TimeStamp llTime, uint32_t uiSize,
                                                 char *pcIsoTime);
 
-/* 1 when the whole text matches the extended regular expression. */
+/* 1 when the whole text matches the extended regular expression, 0 when it
+ * clearly does not, -1 when the engine gives no answer (the pattern does not
+ * compile, memory runs out, or the match exceeds the engine's limits). */
 BMC_PLATFORM_API int32_t BMC_RegularJudge(const char *pcText, const char *pcPattern);
 
 /* Starts a detached thread running the function; 0 on success. */

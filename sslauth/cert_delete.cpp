@@ -1,6 +1,7 @@
 // Removal of root and client certificates by id. The entry is looked up
 // first so that the description can name its file; the owner does the
 // removal and refuses what is still in use.
+#include "frame/record_file_name.h"
 #include "sslauth/sslauth_internal.h"
 
 namespace bmccert::sslauth {
@@ -27,6 +28,16 @@ void DescribeDone(const Deletion &deletion, const char *fileName, OperateDesc &d
     else
         (void)BMC_Scnprintf(desc.szOperateDesc, sizeof desc.szOperateDesc,
                             "Deleted root certificate successfully. Certificate: %s.", fileName);
+}
+
+// The owner removes the file the entry names, so an entry whose name would
+// lead out of its directory (or into a log's description) is refused as
+// one that does not exist.
+template <size_t N>
+[[nodiscard]] bool NamesPlainFile(const char *kind, uint32_t id, const char (&fileName)[N]) {
+    if (IsPlainFileName(fileName)) return true;
+    BMCCERT_DIAG(kLevelHandling, "Cert file name of %s id=%u is invalid.\n", kind, id);
+    return false;
 }
 
 [[nodiscard]] uint32_t Delete(const Deletion &deletion, uint32_t id, const char *fileName,
@@ -61,8 +72,8 @@ extern "C" uint32_t LIB_SSL_DelClientCert(uint32_t uiCertId, uint32_t uiWaitLimi
     auto entry = ZeroedRecord<CliCertInfo>();
     const bool exists = LIB_SSL_IsExistClientCert(uiCertId, &entry) == 1;
     if (!exists) BMCCERT_DIAG(kLevelHandling, "ClientCert id=%u is not exist.\n", uiCertId);
-    const FieldText name(entry.szFileName);
-    return Delete(kClient, uiCertId, exists ? name.c_str() : nullptr, uiWaitLimit, *pstRespData);
+    const bool plain = exists && NamesPlainFile("ClientCert", uiCertId, entry.szFileName);
+    return Delete(kClient, uiCertId, plain ? entry.szFileName : nullptr, uiWaitLimit, *pstRespData);
 }
 
 extern "C" uint32_t LIB_SSL_DelRootCert(uint32_t uiCertId, uint32_t uiWaitLimit,
@@ -72,6 +83,6 @@ extern "C" uint32_t LIB_SSL_DelRootCert(uint32_t uiCertId, uint32_t uiWaitLimit,
     const bool exists = LIB_SSL_IsExistRootCert(uiCertId, &entry) == 1;
     if (!exists)
         BMCCERT_DIAG(kLevelHandling, "RootCert id=%d is not exist.\n", static_cast<int>(uiCertId));
-    const FieldText name(entry.szFileName);
-    return Delete(kRoot, uiCertId, exists ? name.c_str() : nullptr, uiWaitLimit, *pstRespData);
+    const bool plain = exists && NamesPlainFile("RootCert", uiCertId, entry.szFileName);
+    return Delete(kRoot, uiCertId, plain ? entry.szFileName : nullptr, uiWaitLimit, *pstRespData);
 }

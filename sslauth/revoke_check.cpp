@@ -7,6 +7,7 @@
 // so a cut never leaves a half-quoted word for the shell.
 #include <cstdarg>
 
+#include "frame/record_file_name.h"
 #include "sslauth/sslauth_internal.h"
 
 namespace bmccert::sslauth {
@@ -146,9 +147,17 @@ extern "C" uint32_t LIB_SSL_CertRevokeCheck(uint32_t uiCertId) {
         BMCCERT_DIAG(kLevelHandling, "Get ClientCertList failed.\n");
         return read;
     }
+    // The openssl tool opens the path itself, so the name is checked here:
+    // a plain name of a regular file in the client directory, not a link.
+    // Refused like a file that holds no OCSP address, as a missing one does.
+    const CliCertInfo &entry = list.astCliCert[uiCertId - 1];
+    if (!IsPlainFileName(entry.szFileName) || !IsPlainFileIn(kClientCertDir, entry.szFileName)) {
+        BMCCERT_DIAG(kLevelHandling, "Cert file of ClientCert id=%u is not a plain file.\n",
+                     uiCertId);
+        return SSL_AUTH_ERR_NO_OCSP_URL;
+    }
     char certPath[kPathSize] = {};
-    (void)BMC_Scnprintf(certPath, sizeof certPath, "%s%s", kClientCertDir,
-                        FieldText(list.astCliCert[uiCertId - 1].szFileName).c_str());
+    (void)BMC_Scnprintf(certPath, sizeof certPath, "%s%s", kClientCertDir, entry.szFileName);
     char address[kPathSize] = {};
     uint32_t result = ReadOcspAddress(certPath, address);
     if (result != SSLCERT_OK) return result;

@@ -12,6 +12,7 @@ using namespace bmccert;
 constexpr uint32_t kMinValidDays = 1;
 constexpr uint32_t kInclusiveRange = 1;
 constexpr int32_t kMatched = 1;
+constexpr int32_t kNoMatch = 0;
 
 constexpr const char *kEmailPattern =
     "^[a-zA-Z0-9]+([_\\.-]?[a-zA-Z0-9]+)*@([a-zA-Z0-9]+([\\-_]?[a-zA-Z0-9]+)*\\.)+"
@@ -22,8 +23,13 @@ constexpr const char *kCountryPattern = "^[a-zA-Z]{2}$";
 constexpr const char *kNameRejectPattern = "^(([0-9]+)|(\\s*)|(.*[^0-9a-zA-Z _.-]+.*))$";
 constexpr const char *kOrganisationRejectPattern = "^(([0-9]+)|(\\s*)|(.*[^0-9a-zA-Z _.,-]+.*))$";
 
+// Both fail closed: an engine that gives no answer (an error, a limit)
+// neither accepts a field nor clears it of a rejection pattern.
 bool Matches(const char *text, const char *pattern) {
     return BMC_RegularJudge(text, pattern) == kMatched;
+}
+bool ClearlyMisses(const char *text, const char *pattern) {
+    return BMC_RegularJudge(text, pattern) == kNoMatch;
 }
 
 template <size_t N> bool Terminated(const char (&field)[N]) {
@@ -102,7 +108,7 @@ extern "C" uint32_t SECURITY_SSL_GenSSLCert_Check(const SSLCertGenParam *pstSSLC
          "SSL cert Gen State Name verify failed! StateName = %s.\n"},
     };
     for (const NameRule &rule : rules) {
-        if (!rule.terminated || Matches(rule.value, rule.pattern)) {
+        if (!rule.terminated || !ClearlyMisses(rule.value, rule.pattern)) {
             // Each report is a constant of the table above with one %s.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"

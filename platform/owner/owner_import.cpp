@@ -16,6 +16,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include "frame/record_file_name.h"
 #include "platform/owner/record_owner.h"
 
 namespace bmcsim::owner {
@@ -47,19 +48,14 @@ constexpr uint32_t kImportTaskType = 0x01000A05;
     return cert;
 }
 
-[[nodiscard]] Certificate ReadCertFile(const std::string &path) {
-    std::string bytes;
-    return ReadUpload(path, bytes) ? ParsePem(bytes) : nullptr;
-}
-
-// The file name of the upload: 1 to 32 characters, not a directory name.
+// The file name of the upload, or "" when it is no plain name that may
+// stand in a record.
 [[nodiscard]] std::string FileNameOf(const char *path, size_t size) {
     const std::string full(path, strnlen(path, size));
     const size_t slash = full.rfind('/');
     std::string name = slash == std::string::npos ? full : full.substr(slash + 1);
-    if (name.empty() || name.size() > SSL_AUTH_FILE_NAME_MAX || name == "." || name == "..")
-        return {};
-    return name;
+    static_assert(bmccert::kRecordFileNameMax == SSL_AUTH_FILE_NAME_MAX);
+    return bmccert::IsPlainFileName(name) ? name : std::string();
 }
 
 [[nodiscard]] std::string BioText(BIO *bio) {
@@ -107,6 +103,22 @@ template <typename Entry>
 }
 
 } // namespace
+
+bool ReadRecordFile(const char *dir, const char (&fileName)[33], std::string &bytes) {
+    if (!bmccert::IsPlainFileName(fileName)) return false;
+    const bmccert::UniqueFd fd = bmccert::OpenPlainFileIn(dir, fileName);
+    if (!fd.Valid()) return false;
+    bytes.clear();
+    char chunk[4096];
+    for (;;) {
+        const ssize_t got = ::read(fd.Get(), chunk, sizeof chunk);
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) return false;
+        if (got == 0) return true;
+        bytes.append(chunk, static_cast<size_t>(got));
+        if (static_cast<std::streamsize>(bytes.size()) > kUploadMax) return false;
+    }
+}
 
 bool CopyFileAtomically(const std::string &from, const std::string &to) {
     std::string bytes;
@@ -165,8 +177,10 @@ uint32_t ImportClient(Records &records, const CliCertImportReq &request, std::st
 
     // Only a certificate that the named root signed is accepted.
     const RootCertInfo &rootEntry = records.roots.astRootCert[rootId - 1];
-    Certificate root = ReadCertFile(
-        kRootCertDir + std::string(rootEntry.szFileName, strnlen(rootEntry.szFileName, 33)));
+    std::string rootBytes;
+    Certificate root = ReadRecordFile(kRootCertDir, rootEntry.szFileName, rootBytes)
+                           ? ParsePem(rootBytes)
+                           : nullptr;
     PublicKey rootKey(root ? X509_get_pubkey(root.get()) : nullptr);
     const bool issued = rootKey && X509_check_issued(root.get(), cert.get()) == X509_V_OK &&
                         X509_verify(cert.get(), rootKey.get()) == 1;

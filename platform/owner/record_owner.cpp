@@ -6,6 +6,7 @@
 
 #include <unistd.h>
 
+#include "frame/record_file_name.h"
 #include "platform/owner/record_owner.h"
 #include "platform/host/user_store.h"
 
@@ -28,9 +29,9 @@ namespace {
     if (static_cast<time_t>(root.iExpTime) < std::time(nullptr)) return kRootExpired;
     // The web server trusts exactly this root from now on.
     const std::string caFile = WebServerCaFile();
-    const std::string rootFile =
-        std::string(kRootCertDir) + std::string(root.szFileName, strnlen(root.szFileName, 32));
-    if (caFile.empty() || !CopyFileAtomically(rootFile, caFile) || !SetClientVerification(true))
+    std::string rootBytes;
+    if (caFile.empty() || !ReadRecordFile(kRootCertDir, root.szFileName, rootBytes) ||
+        !WriteFileAtomically(caFile, rootBytes) || !SetClientVerification(true))
         return kCaInstallFailed;
     for (RootCertInfo &entry : records.roots.astRootCert)
         entry.ucActive = &entry == &root ? 1 : 0;
@@ -73,7 +74,9 @@ namespace {
 [[nodiscard]] uint32_t DeleteClient(Records &records, uint32_t id, std::string &removedFile) {
     if (!ValidCertId(id) || records.clients.astCliCert[id - 1].uiCertId != id) return kAbsent;
     CliCertInfo &entry = records.clients.astCliCert[id - 1];
-    removedFile = kClientCertDir + std::string(entry.szFileName, strnlen(entry.szFileName, 32));
+    // A name that would lead out of the directory names no file of ours.
+    if (!bmccert::IsPlainFileName(entry.szFileName)) return kAbsent;
+    removedFile = kClientCertDir + std::string(entry.szFileName);
     std::memset(&entry, 0, sizeof entry);
     for (CliCertUserEntry &binding : records.bindings.astCertUser)
         if (binding.uiCliCertId == id) binding.uiCliCertId = 0;
@@ -87,7 +90,8 @@ namespace {
     if (records.authState == 1 && entry.ucActive == 1) return kInUse;
     for (const CliCertInfo &client : records.clients.astCliCert)
         if (client.uiCertId != 0 && client.uiRootCertId == id) return kInUse;
-    removedFile = kRootCertDir + std::string(entry.szFileName, strnlen(entry.szFileName, 32));
+    if (!bmccert::IsPlainFileName(entry.szFileName)) return kAbsent;
+    removedFile = kRootCertDir + std::string(entry.szFileName);
     std::memset(&entry, 0, sizeof entry);
     return kOk;
 }

@@ -61,6 +61,9 @@ void ReportImportTask(bool root, const TaskHandle &task, bool imported) noexcept
 
 // The file that ssl.ca-file names in the web server's configuration, or "".
 [[nodiscard]] std::string WebServerCaFile();
+// The file that a record's name gives in its directory, read whole; false
+// for a name that is not plain, a link, or anything but a regular file.
+[[nodiscard]] bool ReadRecordFile(const char *dir, const char (&fileName)[33], std::string &bytes);
 // Copies a file whole, or writes one, through a temporary file and a rename.
 [[nodiscard]] bool CopyFileAtomically(const std::string &from, const std::string &to);
 [[nodiscard]] bool WriteFileAtomically(const std::string &to, const std::string &bytes);

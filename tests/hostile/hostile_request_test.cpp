@@ -60,6 +60,17 @@ TEST_F(HostileRequestTest, EveryFieldRefusesWhatCouldEscapeIt) {
                                          {31, 3, 2, "Gen cert check data failed!\n"}}));
         }
     }
+    // An engine that gives up (here at 60 steps: the e-mail needs 42, a
+    // 128-letter name 136) clears no name of its rejection pattern.
+    SetFaults("BMC_RegularJudge=60");
+    SSLCertGenParam request = GenRequest(2048);
+    Fill(request.szLocalityName, std::string(128, 'a'));
+    ClearDiagLog();
+    EXPECT_EQ(LIB_SECURITY_GenCert(&request), 0x98000008u);
+    unsetenv(BMCSIM_ENV_FAULTS);
+    EXPECT_EQ(ReadDiags().at(0).message,
+              "SSL cert Gen Locality Name verify failed! LocalityName = " + std::string(128, 'a') +
+                  ".\n");
     EXPECT_EQ(BMCSIM_SpawnCount(), spawned);
     EXPECT_FALSE(std::filesystem::exists("/var/certs/mk"));
     EXPECT_FALSE(std::filesystem::exists("/var/certs/sslconf"));

@@ -172,6 +172,8 @@ TEST_F(OwnerTest, RefusalsHaveTheirCodesAndDeletionsTakeTheirFiles) {
         {"an import the task service does not take", refusedTask(), BMC_PLATFORM_RPC_FAIL},
         {"wrong length", Call(OwnerCommand::ImportRoot, 8, &root), BMC_PLATFORM_RPC_FAIL},
         {"web server CA name", ImportClient(UploadClient("ca.pem", 7), 1), kRefusedInUse},
+        {"a name outside [A-Za-z0-9._-]", ImportRoot(UploadRoot("a$(b).pem")),
+         kRefusedBadCertificate},
         {"the user holds one", Bind(1, 2), kRefusedInUse},
         {"the certificate is taken", Bind(1, 4), kRefusedInUse},
     };

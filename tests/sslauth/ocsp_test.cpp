@@ -117,9 +117,6 @@ TEST_F(OcspTest, HostileValuesRunNothingAndTheIssuerComesFromTheWebServer) {
         ++id;
         PlaceClient(id, "h" + std::to_string(id) + ".pem", 0x100 + id, responder.Url() + payload);
         EXPECT_EQ(LIB_SSL_CertRevokeCheck(id), 0x9200002Du);
-        // In the record's file name (the owner never writes such names).
-        PlaceRecord(++id, std::string("a") + payload + ".pem");
-        EXPECT_EQ(LIB_SSL_CertRevokeCheck(id), 0x92000028u);
         // In the issuer path of the web server's configuration (one line).
         if (payload[0] != '\n') {
             SetCaLine(std::string("    ssl.ca-file = \"/x") + payload + "\"");
@@ -168,6 +165,49 @@ TEST_F(OcspTest, HostileValuesRunNothingAndTheIssuerComesFromTheWebServer) {
     fs::remove(kWebConfig);
     EXPECT_EQ(LIB_SSL_GetAuthRootCertPath(sizeof path, path), 0x92000022u);
     EXPECT_EQ(LIB_SSL_CertRevokeCheck(1), 0x92000022u);
+}
+
+// Record names that lead out of the client directory, to a hidden file,
+// into a subdirectory or through a link (the owner never writes them).
+// Each place holds a certificate the responder calls good, yet revocation
+// and login refuse the record, deletion refuses every name that is not
+// plain, and the file stays.
+TEST_F(OcspTest, RecordNamesStayInTheClientDirectory) {
+    OcspResponder responder(kWork, rootPem_, {{'V', "0ABCDE"}});
+    const std::string good = ClientPem(0x0ABCDE, responder.Url());
+    AddOperator(true); // client 1 with serial 0ABCDE, bound to user 3
+    PutBytes(SSL_AUTH_DB_KEY_REVOKE_CHECK, "\1", 1);
+    const std::string dir = "/conf/certs/client/", outside = std::string(kWork) + "/out.pem";
+    fs::create_directories(dir + "a");
+    fs::create_symlink(outside, dir + "link.pem");
+    const std::pair<std::string, std::string> cases[] = {
+        // name, where the file lies
+        {"op.pem", dir + "op.pem"}, // the plain name passes
+        {"../x.pem", "/conf/certs/x.pem"},
+        {".hidden.pem", dir + ".hidden.pem"},
+        {"a/b.pem", dir + "a/b.pem"},
+        {"x\x01.pem", dir + "x\x01.pem"},
+        {"", ""},
+        {"link.pem", outside}, // deleting it takes the link only
+    };
+    for (const auto &[fileName, file] : cases) {
+        SCOPED_TRACE(fileName);
+        if (!file.empty()) WriteFile(file, good);
+        CliCertList list = Clients();
+        std::snprintf(list.astCliCert[0].szFileName, 33, "%s", fileName.c_str());
+        Put(SSL_AUTH_DB_KEY_CLIENT_LIST, list);
+        const bool plain = fileName == "op.pem";
+        EXPECT_EQ(LIB_SSL_CertRevokeCheck(1), plain ? 0u : 0x92000028u);
+        char name[33] = {}, password[41] = {};
+        EXPECT_EQ(
+            LIB_SSL_GetNamePwdBySerial("0ABCDE", sizeof name, name, sizeof password, password),
+            plain ? 0u : 0x18000E17u);
+        if (plain) continue;
+        OperateDesc desc{};
+        EXPECT_EQ(LIB_SSL_DelClientCert(1, 1000, &desc), fileName == "link.pem" ? 0u : 0x1800060Fu);
+        EXPECT_TRUE(file.empty() || fs::exists(file));
+    }
+    fs::remove("/conf/certs/x.pem");
 }
 
 } // namespace
