@@ -41,15 +41,30 @@ UniqueFd OpenBounded(int directory, const char *name) {
     return fd;
 }
 
+// The whole of a file opened by OpenBounded; OpenSSL's descriptor BIO
+// reads a PEM file byte by byte, a memory BIO does not.
+std::string ReadAll(const UniqueFd &fd) {
+    std::string text;
+    if (!fd.Valid()) return text;
+    char chunk[4096];
+    for (ssize_t n; (n = ::read(fd.Get(), chunk, sizeof chunk)) > 0;)
+        text.append(chunk, static_cast<size_t>(n));
+    return text;
+}
+
+UniquePtr<BIO> MemoryOf(const std::string &bytes) {
+    return UniquePtr<BIO>(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size())));
+}
+
 // The first certificate of a file, PEM (other blocks, keys included, are
 // passed over unread) or DER.
 UniquePtr<X509> ReadCertificate(int directory, const char *name) {
-    const UniqueFd fd = OpenBounded(directory, name);
-    if (!fd.Valid()) return nullptr;
-    const UniquePtr<BIO> bio(BIO_new_fd(fd.Get(), BIO_NOCLOSE));
+    const std::string bytes = ReadAll(OpenBounded(directory, name));
+    if (bytes.empty()) return nullptr;
+    UniquePtr<BIO> bio = MemoryOf(bytes);
     if (!bio) return nullptr;
     UniquePtr<X509> cert(PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr));
-    if (!cert && BIO_reset(bio.get()) == 0) cert.reset(d2i_X509_bio(bio.get(), nullptr));
+    if (!cert && (bio = MemoryOf(bytes))) cert.reset(d2i_X509_bio(bio.get(), nullptr));
     ERR_clear_error();
     return cert;
 }
@@ -59,24 +74,19 @@ UniquePtr<X509> ReadCertificate(const std::string &path) {
 }
 
 UniquePtr<EVP_PKEY> ReadKey(const std::string &path) {
-    const UniqueFd fd = OpenBounded(AT_FDCWD, path.c_str());
-    const UniquePtr<BIO> bio(fd.Valid() ? BIO_new_fd(fd.Get(), BIO_NOCLOSE) : nullptr);
+    std::string bytes = ReadAll(OpenBounded(AT_FDCWD, path.c_str()));
+    const UniquePtr<BIO> bio = MemoryOf(bytes);
     // A key protected by a pass phrase is unreadable here, never a prompt.
     UniquePtr<EVP_PKEY> key(bio ? PEM_read_bio_PrivateKey(bio.get(), nullptr,
                                                           sslcert::SupplyNoPassphrase, nullptr)
                                 : nullptr);
+    OPENSSL_cleanse(bytes.data(), bytes.size());
     ERR_clear_error();
     return key;
 }
 
 std::string ReadText(const char *path) {
-    const UniqueFd fd = OpenBounded(AT_FDCWD, path);
-    std::string text;
-    if (!fd.Valid()) return text;
-    char chunk[4096];
-    for (ssize_t n; (n = ::read(fd.Get(), chunk, sizeof chunk)) > 0;)
-        text.append(chunk, static_cast<size_t>(n));
-    return text;
+    return ReadAll(OpenBounded(AT_FDCWD, path));
 }
 
 std::string TypeName(uint32_t type) {
@@ -145,7 +155,7 @@ const Service kTunnel{SSLCERT_EXT_FINDING_TUNNEL_SERVES, "tunnel", "stunnel.serv
 const Service kWebServer{SSLCERT_EXT_FINDING_WEB_SERVES, "web server", "lighttpd.service",
                          kWebServerConfigPath, WebTlsPort};
 
-Finding ServedFinding(const Service &service, uint32_t givenPort,
+Finding ServedFinding(SSL_CTX *context, const Service &service, uint32_t givenPort,
                       std::chrono::milliseconds timeout, X509 *inForce) {
     const auto fault = [&](std::string text) {
         return Finding{SSLCERT_EXT_SEVERITY_FAULT, service.kind, service.subject, std::move(text)};
@@ -158,7 +168,7 @@ Finding ServedFinding(const Service &service, uint32_t givenPort,
                                     : std::string("no TLS port found in ") + service.config);
     const std::string where = "port " + std::to_string(*port);
     const std::string restart = std::string(": restart ") + service.unit;
-    const ProbeResult probe = ProbeServedCertificate(*port, timeout);
+    const ProbeResult probe = ProbeServedCertificate(context, *port, timeout);
     if (!probe.cert) return fault(where + ": " + probe.reason + (probe.refused ? restart : ""));
     const std::string served = SerialText(probe.cert.get());
     if (inForce == nullptr)
@@ -259,8 +269,11 @@ void Check(const SSLHealthProbe *probe, SSLHealthRecord &record) {
         uint32_t timeoutMs = probe->uiTimeoutMs == 0 ? kDefaultTimeoutMs : probe->uiTimeoutMs;
         timeoutMs = std::min(timeoutMs, kMaxTimeoutMs);
         const std::chrono::milliseconds timeout(timeoutMs);
-        Add(record, ServedFinding(kTunnel, probe->uiTunnelPort, timeout, inForce.cert.get()));
-        Add(record, ServedFinding(kWebServer, probe->uiWebPort, timeout, inForce.cert.get()));
+        const UniquePtr<SSL_CTX> context = NewProbeContext();
+        Add(record, ServedFinding(context.get(), kTunnel, probe->uiTunnelPort, timeout,
+                                  inForce.cert.get()));
+        Add(record, ServedFinding(context.get(), kWebServer, probe->uiWebPort, timeout,
+                                  inForce.cert.get()));
     }
     if (inForce.cert) {
         CheckInstalledFiles(inForce, record);

@@ -2,6 +2,7 @@
 // rules that judge one certificate, the services' ports and the probe.
 #pragma once
 
+#include <openssl/ssl.h>
 #include <openssl/x509.h>
 
 #include <chrono>
@@ -66,6 +67,10 @@ struct ProbeResult {
 // keeps the certificate the server sent; nothing is verified. Never waits
 // longer than timeout in all; a server that hangs up mid-handshake raises
 // no SIGPIPE in the calling process.
-[[nodiscard]] ProbeResult ProbeServedCertificate(int port, std::chrono::milliseconds timeout);
+[[nodiscard]] ProbeResult ProbeServedCertificate(SSL_CTX *context, int port,
+                                                 std::chrono::milliseconds timeout);
+// The client context of the probes (no verification, any security level),
+// made once per check; null when OpenSSL cannot make one.
+[[nodiscard]] UniquePtr<SSL_CTX> NewProbeContext();
 
 } // namespace bmccert::health

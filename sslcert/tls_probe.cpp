@@ -88,7 +88,16 @@ std::string TimeoutText(std::chrono::milliseconds timeout) {
 
 } // namespace
 
-ProbeResult ProbeServedCertificate(int port, std::chrono::milliseconds timeout) {
+UniquePtr<SSL_CTX> NewProbeContext() {
+    UniquePtr<SSL_CTX> context(SSL_CTX_new(TLS_client_method()));
+    // The served certificate is compared, not trusted: a weak key or
+    // signature must still be seen, so that the check can name it.
+    if (context) SSL_CTX_set_security_level(context.get(), 0);
+    ERR_clear_error();
+    return context;
+}
+
+ProbeResult ProbeServedCertificate(SSL_CTX *context, int port, std::chrono::milliseconds timeout) {
     const SigpipeHeld noSigpipe;
     const Clock::time_point deadline = Clock::now() + timeout;
     const UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
@@ -109,12 +118,8 @@ ProbeResult ProbeServedCertificate(int port, std::chrono::milliseconds timeout) 
     }
 
     ERR_clear_error();
-    const UniquePtr<SSL_CTX> context(SSL_CTX_new(TLS_client_method()));
-    if (!context) return Failed("no TLS context: " + OpenSslReason());
-    // The served certificate is compared, not trusted: a weak key or
-    // signature must still be seen, so that the check can name it.
-    SSL_CTX_set_security_level(context.get(), 0);
-    const SslOwner ssl(SSL_new(context.get()), SSL_free);
+    if (context == nullptr) return Failed("no TLS context");
+    const SslOwner ssl(SSL_new(context), SSL_free);
     if (!ssl || SSL_set_fd(ssl.get(), fd.Get()) != 1)
         return Failed("no TLS client: " + OpenSslReason());
     for (;;) {
