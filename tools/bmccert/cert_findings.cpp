@@ -12,12 +12,11 @@
 
 #include "openssl_owners.h"
 #include "frame/openssl_no_time_t.h"
+#include "sslcert/cert_policy.h"
 
 namespace bmccert::cli {
 namespace {
 
-constexpr int kMinRsaBits = 2048;
-constexpr int kMinEcBits = 256;
 constexpr int kWarnDays = 30;
 
 std::string TimeText(const ASN1_TIME *when) {
@@ -98,27 +97,28 @@ Finding KeyStrengthFinding(X509 *cert) {
     const char *name = type == EVP_PKEY_RSA ? "RSA" : type == EVP_PKEY_EC ? "EC" : OBJ_nid2sn(type);
     std::string text = std::string(name != nullptr ? name : "unknown") + " key of " +
                        std::to_string(bits) + " bits";
-    if (type == EVP_PKEY_RSA && bits < kMinRsaBits)
+    if (policy::KeyStrengthOf(key) == policy::KeyStrength::kStrong)
+        return {Severity::kOk, "key", text};
+    if (type == EVP_PKEY_RSA)
         return {Severity::kWarning, "key",
                 text + ": TLS stacks at security level 2 refuse RSA keys under 2048 bits"};
-    if (type == EVP_PKEY_EC && bits < kMinEcBits)
-        return {Severity::kWarning, "key",
-                text + ": under the 256 bits that clients expect of an EC key"};
-    return {Severity::kOk, "key", text};
+    return {Severity::kWarning, "key",
+            text + ": under the 256 bits that clients expect of an EC key"};
 }
 
 Finding SignatureFinding(X509 *cert) {
-    const int signature = X509_get_signature_nid(cert);
-    int digest = NID_undef;
-    (void)OBJ_find_sigid_algs(signature, &digest, nullptr);
-    const char *longName = OBJ_nid2ln(signature);
+    const char *longName = OBJ_nid2ln(X509_get_signature_nid(cert));
     const std::string text = "signed with " + std::string(longName != nullptr ? longName : "?");
-    if (digest == NID_md5)
+    switch (policy::SignatureDigest(cert)) {
+    case policy::Digest::kMd5:
         return {Severity::kFault, "signature",
                 text + ": clients refuse MD5 signatures: replace the certificate"};
-    if (digest == NID_sha1)
+    case policy::Digest::kSha1:
         return {Severity::kWarning, "signature",
                 text + ": current clients refuse SHA-1 signatures"};
+    case policy::Digest::kSound:
+        break;
+    }
     return {Severity::kOk, "signature", text};
 }
 
@@ -154,18 +154,19 @@ Finding NamesFinding(X509 *cert) {
 
 Finding ValidityFinding(std::string subject, X509 *cert) {
     const std::string serial = "serial " + SerialText(cert) + ": ";
-    int days = 0;
-    int seconds = 0;
-    // A null time is now.
-    if (ASN1_TIME_diff(&days, &seconds, nullptr, X509_get0_notBefore(cert)) == 1 &&
-        (days > 0 || seconds > 0))
+    const policy::Validity validity = policy::ValidityNow(cert);
+    if (validity == policy::Validity::kNotYetValid)
         return {Severity::kFault, std::move(subject),
                 serial + "not valid before " + TimeText(X509_get0_notBefore(cert))};
     const ASN1_TIME *notAfter = X509_get0_notAfter(cert);
-    if (ASN1_TIME_diff(&days, &seconds, nullptr, notAfter) != 1)
+    int days = 0;
+    int seconds = 0;
+    // A null time is now.
+    if (validity == policy::Validity::kUnreadable ||
+        ASN1_TIME_diff(&days, &seconds, nullptr, notAfter) != 1)
         return {Severity::kFault, std::move(subject), serial + "unreadable expiry date"};
     const std::string date = " (" + TimeText(notAfter) + ")";
-    if (days < 0 || seconds < 0)
+    if (validity == policy::Validity::kExpired)
         return {Severity::kFault, std::move(subject),
                 serial + "expired " + (days < 0 ? Days(-days) + " ago" : "today") + date};
     if (days < kWarnDays)
