@@ -226,7 +226,7 @@ constexpr std::array kCodes = {
     BMCCERT_CODE(SSLCERT_EXT_ERR_NOT_PINNED, kUnchanged,
                  "the CA's answer does not chain to the pinned CA"),
     BMCCERT_CODE(SSLCERT_EXT_ERR_PIN_BAD, kUnchanged,
-                 "the CA to pin is not one PEM certificate of a CA"),
+                 "the CA to pin is not one PEM root CA certificate, or the stored pin is damaged"),
     BMCCERT_CODE(SSLCERT_EXT_ERR_NO_PIN, kUnchanged, "no CA is pinned"),
     BMCCERT_CODE(SSLCERT_EXT_ERR_UNKNOWN_CODE, kUnchanged,
                  "the value is not a result code of the library"),

@@ -481,8 +481,13 @@ BMCCERT_API void SECURITY_SSL_UpdateImportTask(uint32_t uiTaskId, uint8_t ucStat
  * the outcome arrives through the task service and the operation log.
  * Results (management codes): 0; SSLCERT_MGMT_PLATFORM_BUSY (the platform
  * refused); SSLCERT_MGMT_IMPORT_FAILED (any other failure to start, a null
- * pointer included). None of these changes the certificate in force. The
- * task's outcome: state 2, the new certificate is in force; state 4, it did
+ * pointer included). None of these changes the certificate in force. When
+ * the task is registered but its thread cannot start (or the thread's copy
+ * of the request cannot be made), the result is SSLCERT_MGMT_IMPORT_FAILED
+ * or SSLCERT_MGMT_PLATFORM_BUSY and pstTask is left as it was; the task
+ * stays registered with the task service and never gets a final report,
+ * and no operation-log entry is written (only a refused registration
+ * writes "Failed to import SSL certificate."). The task's outcome: state 2, the new certificate is in force; state 4, it did
  * not change, unless the tunnel's restart failed after the installation
  * (the diagnostics log's "Upload Cert:Restart stunnel service failed!").
  * Starts a thread that runs the openssl tool and restarts both services;

@@ -208,18 +208,30 @@ BMCCERT_API uint32_t LIB_SECURITY_SSL_GetPendingCSR(SSLCertRequest *pstRequest, 
  *    (SSLCERT_EXT_ERR_SIGNED_NOT_PEM), at most 8 (SSLCERT_EXT_ERR_CHAIN_TOO_LONG);
  *  - each certificate after the first is the issuer of the one before it
  *    (names match and its key verifies the signature;
- *    SSLCERT_EXT_ERR_CHAIN_ORDER) and a CA by its basic constraints
- *    (SSLCERT_EXT_ERR_CHAIN_NOT_CA), so that a chain in the wrong order is
- *    told as such;
+ *    SSLCERT_EXT_ERR_CHAIN_ORDER), so that a chain in the wrong order is
+ *    told as such, and a CA by its basic constraints, CA:TRUE (key usage
+ *    keyCertSign alone is not enough: browsers refuse such an issuer;
+ *    SSLCERT_EXT_ERR_CHAIN_NOT_CA), valid now, not signed with MD5 or
+ *    SHA-1 (a self-signed root's own signature is not judged) and within
+ *    the path length constraints of the CAs after it
+ *    (SSLCERT_EXT_ERR_CHAIN_INVALID);
  *  - a request is pending (SSLCERT_EXT_ERR_NO_PENDING_KEY) and the first
  *    certificate, the leaf, carries its public key
  *    (SSLCERT_EXT_ERR_KEY_MISMATCH, a key of another type included);
  *  - the leaf may serve TLS servers, as the upload's check of the
  *    SSL-server purpose (SSLCERT_EXT_ERR_NOT_SERVER_CERT);
  *  - the leaf is valid now (SSLCERT_EXT_ERR_NOT_VALID_NOW);
- *  - the leaf is not signed with MD5 or SHA-1 (SSLCERT_EXT_ERR_WEAK_SIGNATURE).
- * The chain need not reach a root; trust is the clients' to decide, unless
- * a CA is pinned (LIB_SECURITY_SSL_SetPinnedCA).
+ *  - the leaf is not signed with MD5 or SHA-1 (SSLCERT_EXT_ERR_WEAK_SIGNATURE);
+ *  - the leaf carries every DNS and IP alternative name of the pending
+ *    request (host names in any case, addresses in any notation;
+ *    SSLCERT_EXT_ERR_NAME_MISSING);
+ *  - while a CA is pinned (LIB_SECURITY_SSL_SetPinnedCA), the answer
+ *    verifies up to it with it as the only trust anchor
+ *    (SSLCERT_EXT_ERR_NOT_PINNED; also when the stored pin is damaged).
+ * Otherwise the chain need not reach a root; trust is the clients' to
+ * decide. A leaf alone that did not sign itself (its issuer missing from
+ * the answer, and not the pinned CA) is accepted: the installation then
+ * says that the chain is incomplete.
  * Results: 0 or the first failed check's code, with a diagnostic;
  * SSLCERT_ERR_NULL_POINTER. No file written, no process.
  */
@@ -244,13 +256,23 @@ BMCCERT_API uint32_t LIB_SECURITY_SSL_CheckSignedCert(const char *pcPem, uint32_
  * Cert", or "Installed, tunnel not restarted" when only the tunnel's
  * restart failed), writes the
  * operation log ("Installed the signed SSL certificate successfully." or
- * the failure text) and restarts lighttpd.service 2 seconds later. A
+ * the failure text) and restarts lighttpd.service 2 seconds later. When
+ * the leaf's issuer is missing from the answer (see
+ * LIB_SECURITY_SSL_CheckSignedCert) the task's state 2 text is
+ * "Installed, chain incomplete", the operation log's "Installed the signed
+ * SSL certificate successfully, but its chain is incomplete: the issuer of
+ * the certificate is missing." and a level 6 diagnostic says so. A
  * failed installation leaves the previous certificate in force and the
  * pending key in place; a failed tunnel restart leaves the new certificate
  * installed.
  *
- * Results: 0; a check's code; SSLCERT_EXT_ERR_TASK (the task service or
- * the thread refused; nothing installed); SSLCERT_ERR_NULL_POINTER. The
+ * Results: 0; a check's code; SSLCERT_EXT_ERR_SIGNED_FETCH also when
+ * CertSrcPath does not fit the file transfer's record (1023 characters)
+ * or a text of the LogOrigin fills its field without a terminator
+ * (refused, never cut; no operation-log entry then); SSLCERT_EXT_ERR_TASK
+ * (the task service or the thread refused; nothing installed; a task
+ * already registered is reported failed); SSLCERT_EXT_ERR_LOCK;
+ * SSLCERT_ERR_NULL_POINTER. The
  * thread is named SSL_ImSignedCer; the process must outlive it (wait for
  * the task's final state, then 2 seconds more for the web server's
  * restart).
@@ -340,15 +362,18 @@ BMCCERT_API uint32_t LIB_SECURITY_SSL_RecoverInstallation(uint8_t bRestartServic
  * answer refuse an answer whose chain does not end at it, or at a
  * certificate it issued, with SSLCERT_EXT_ERR_NOT_PINNED.
  *
- * Set: pcPem (uiPemLength bytes) is one PEM certificate that is a CA by
- * its basic constraints (SSLCERT_EXT_ERR_PIN_BAD otherwise); stored in
+ * Set: pcPem (uiPemLength bytes) is one PEM certificate that is a root CA:
+ * a CA by its basic constraints that signed itself, since it is the only
+ * trust anchor of the check (SSLCERT_EXT_ERR_PIN_BAD otherwise); stored in
  * /conf/certs/server/pinned_ca.pem (0644) by a rename after the data
  * reached the disk, replacing any earlier pin.
  * Get: copies the pinned PEM into pcPem (uiPemSize bytes, terminator
- * included; SSLCERT_EXT_ERR_BUFFER_SMALL), SSLCERT_EXT_ERR_NO_PIN when none.
+ * included; SSLCERT_EXT_ERR_BUFFER_SMALL), SSLCERT_EXT_ERR_NO_PIN when none,
+ * SSLCERT_EXT_ERR_PIN_BAD when the stored pin is damaged.
  * Clear: removes the pin (0 also when none was pinned).
  * Results besides: SSLCERT_EXT_ERR_PENDING_WRITE when the file could not
- * be written or removed (the earlier pin stays); SSLCERT_ERR_NULL_POINTER.
+ * be written or removed (the earlier pin stays); SSLCERT_EXT_ERR_LOCK (Set
+ * and Clear wait for a running installation); SSLCERT_ERR_NULL_POINTER.
  */
 /* ---- The health of the controller's certificates (BMCCERT_1.2) ---------- */
 /*

@@ -34,6 +34,10 @@ inline constexpr const char *kInstallStagingDir = "/conf/certs/server/.install.n
 inline constexpr const char *kPendingRequestDir = "/conf/certs/server/pending";
 inline constexpr const char *kPendingRequestPath = "/conf/certs/server/pending/csr.pem";
 inline constexpr const char *kPendingStagingPath = "/conf/certs/server/pending/csr.pem.new";
+// The CA pinned for signed answers, and the file being written before it
+// replaces that one.
+inline constexpr const char *kPinnedCaPath = "/conf/certs/server/pinned_ca.pem";
+inline constexpr const char *kPinnedCaStagingPath = "/conf/certs/server/pinned_ca.pem.new";
 // The web server's certificate: the certificate in force followed by its key.
 inline constexpr const char *kCombinedPath = "/conf/certs/server/server.pem";
 // The extensions of a generated certificate.

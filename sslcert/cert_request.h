@@ -86,8 +86,35 @@ using CertChain = std::unique_ptr<STACK_OF(X509), CertChainFree>;
 // The checks that need the pending key and the leaf's own rules.
 [[nodiscard]] uint32_t CheckLeafForPendingKey(X509 *leaf, const EVP_PKEY *pendingKey);
 
+// Exactly one whole PEM certificate, within the size of an answer; null
+// for anything else.
+[[nodiscard]] UniquePtr<X509> ReadOneCertificate(std::string_view pem);
+
+// A CA's answer as checked: its certificates, the request pending when it
+// was checked, and whether the leaf's issuer is missing from it (clients
+// that lack that issuer cannot verify the leaf).
+struct SignedAnswer {
+    CertChain chain;
+    PendingRequest pending;
+    bool issuerMissing = false;
+};
+// Every check of LIB_SECURITY_SSL_CheckSignedCert, in its order; 0 or the
+// first refusal's code after its report.
+[[nodiscard]] uint32_t CheckSignedAnswer(std::string_view pem, SignedAnswer &answer);
+
+// The pinned CA (pinned_ca.cpp). A pin whose file is damaged is present
+// without a certificate (reported): every answer is then refused rather
+// than trusted unpinned.
+struct PinnedCa {
+    bool present = false;
+    UniquePtr<X509> cert;
+};
+[[nodiscard]] PinnedCa LoadPinnedCa();
+
 // Writes a file whole and synchronised, with the given mode whatever the
 // umask (0600 for key material). False after a report.
 [[nodiscard]] bool WriteSyncedFile(const char *path, std::string_view content, mode_t mode);
+// Syncs a directory, so that a rename or removal in it survives a power cut.
+[[nodiscard]] bool SyncDirectory(const char *dir);
 
 } // namespace bmccert::sslcert

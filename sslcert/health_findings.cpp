@@ -20,6 +20,7 @@
 #include "sslcert/health_internal.h"
 // After every OpenSSL header.
 #include "frame/openssl_no_time_t.h"
+#include "sslcert/cert_policy.h"
 
 namespace bmccert::health {
 namespace {
@@ -35,8 +36,6 @@ using NamesOwner = std::unique_ptr<GENERAL_NAMES, FreedBy<GENERAL_NAMES_free>>;
 using CharOwner = std::unique_ptr<char, OpenSslFree>;
 using BytesOwner = std::unique_ptr<unsigned char, OpenSslFree>;
 
-constexpr int kMinRsaBits = 2048;
-constexpr int kMinEcBits = 256;
 constexpr int kWarnDays = 30;
 
 std::string TimeText(const ASN1_TIME *when) {
@@ -117,28 +116,31 @@ Finding KeyStrengthFinding(X509 *cert) {
     const char *name = type == EVP_PKEY_RSA ? "RSA" : type == EVP_PKEY_EC ? "EC" : OBJ_nid2sn(type);
     std::string text = std::string(name != nullptr ? name : "unknown") + " key of " +
                        std::to_string(bits) + " bits";
-    if (type == EVP_PKEY_RSA && bits < kMinRsaBits)
-        return {SSLCERT_EXT_SEVERITY_WARNING, SSLCERT_EXT_FINDING_KEY, "key",
+    constexpr uint32_t kKind = SSLCERT_EXT_FINDING_KEY;
+    if (policy::KeyStrengthOf(key) == policy::KeyStrength::kStrong)
+        return {SSLCERT_EXT_SEVERITY_OK, kKind, "key", text};
+    if (type == EVP_PKEY_RSA)
+        return {SSLCERT_EXT_SEVERITY_WARNING, kKind, "key",
                 text + ": TLS stacks at security level 2 refuse RSA keys under 2048 bits"};
-    if (type == EVP_PKEY_EC && bits < kMinEcBits)
-        return {SSLCERT_EXT_SEVERITY_WARNING, SSLCERT_EXT_FINDING_KEY, "key",
-                text + ": under the 256 bits that clients expect of an EC key"};
-    return {SSLCERT_EXT_SEVERITY_OK, SSLCERT_EXT_FINDING_KEY, "key", text};
+    return {SSLCERT_EXT_SEVERITY_WARNING, kKind, "key",
+            text + ": under the 256 bits that clients expect of an EC key"};
 }
 
 Finding SignatureFinding(X509 *cert) {
-    const int signature = X509_get_signature_nid(cert);
-    int digest = NID_undef;
-    (void)OBJ_find_sigid_algs(signature, &digest, nullptr);
-    const char *longName = OBJ_nid2ln(signature);
+    const char *longName = OBJ_nid2ln(X509_get_signature_nid(cert));
     const std::string text = "signed with " + std::string(longName != nullptr ? longName : "?");
-    if (digest == NID_md5)
-        return {SSLCERT_EXT_SEVERITY_FAULT, SSLCERT_EXT_FINDING_SIGNATURE, "signature",
+    constexpr uint32_t kKind = SSLCERT_EXT_FINDING_SIGNATURE;
+    switch (policy::SignatureDigest(cert)) {
+    case policy::Digest::kMd5:
+        return {SSLCERT_EXT_SEVERITY_FAULT, kKind, "signature",
                 text + ": clients refuse MD5 signatures: replace the certificate"};
-    if (digest == NID_sha1)
-        return {SSLCERT_EXT_SEVERITY_WARNING, SSLCERT_EXT_FINDING_SIGNATURE, "signature",
+    case policy::Digest::kSha1:
+        return {SSLCERT_EXT_SEVERITY_WARNING, kKind, "signature",
                 text + ": current clients refuse SHA-1 signatures"};
-    return {SSLCERT_EXT_SEVERITY_OK, SSLCERT_EXT_FINDING_SIGNATURE, "signature", text};
+    case policy::Digest::kSound:
+        break;
+    }
+    return {SSLCERT_EXT_SEVERITY_OK, kKind, "signature", text};
 }
 
 namespace {
@@ -206,19 +208,20 @@ std::optional<Finding> HostNameFinding(X509 *cert, std::string_view hostName) {
 
 Finding ValidityFinding(uint32_t kind, std::string subject, X509 *cert) {
     const std::string serial = "serial " + SerialText(cert) + ": ";
-    int days = 0;
-    int seconds = 0;
-    // A null time is now.
-    if (ASN1_TIME_diff(&days, &seconds, nullptr, X509_get0_notBefore(cert)) == 1 &&
-        (days > 0 || seconds > 0))
+    const policy::Validity validity = policy::ValidityNow(cert);
+    if (validity == policy::Validity::kNotYetValid)
         return {SSLCERT_EXT_SEVERITY_FAULT, kind, std::move(subject),
                 serial + "not valid before " + TimeText(X509_get0_notBefore(cert))};
     const ASN1_TIME *notAfter = X509_get0_notAfter(cert);
-    if (ASN1_TIME_diff(&days, &seconds, nullptr, notAfter) != 1)
+    int days = 0;
+    int seconds = 0;
+    // A null time is now.
+    if (validity == policy::Validity::kUnreadable ||
+        ASN1_TIME_diff(&days, &seconds, nullptr, notAfter) != 1)
         return {SSLCERT_EXT_SEVERITY_FAULT, kind, std::move(subject),
                 serial + "unreadable expiry date"};
     const std::string date = " (" + TimeText(notAfter) + ")";
-    if (days < 0 || seconds < 0)
+    if (validity == policy::Validity::kExpired)
         return {SSLCERT_EXT_SEVERITY_FAULT, kind, std::move(subject),
                 serial + "expired " + (days < 0 ? Days(-days) + " ago" : "today") + date,
                 days < 0 ? days : -1};

@@ -9,7 +9,7 @@
 #include <new>
 #include <thread>
 
-#include "sslcert/sslcert_internal.h"
+#include "sslcert/import_start.h"
 
 namespace bmccert::sslcert {
 namespace {
@@ -146,34 +146,25 @@ extern "C" uint32_t SECURITY_SSL_ImportCert(const UploadParam *pstUploadParam,
     BMCCERT_CHECK_NULL(pstUploadParam, SSLCERT_ERR_NULL_POINTER);
     BMCCERT_CHECK_NULL(pstTask, SSLCERT_ERR_NULL_POINTER);
 
-    TaskHandle task{};
-    if (const uint32_t result = SECURITY_SSL_RegisterImportTask(kImportTaskDesc, &task);
-        result != SSLCERT_OK) {
+    static constexpr ImportTaskStart kStart{
+        kImportTaskDesc,
+        SECURITY_SSL_ImportServerCertThread,
+        kThreadFunctionName,
+        OnFailedStart::kLeaveRegistered,
+        nullptr,
+        "Failed to regist task for import Server Cert, iRet=%d.\n",
+        "Failed to create pthread for import ClinetCert.\n",
+    };
+    const StartResult started = StartImportTask<ImportProc>(kStart, *pstTask, [&](uint32_t taskId) {
+        std::unique_ptr<ImportProc> proc(new (std::nothrow) ImportProc{});
+        if (proc) *proc = ImportProc{*pstUploadParam, taskId};
+        return proc;
+    });
+    // Only a refused registration is logged: a start that fails later
+    // leaves the task registered and writes nothing more.
+    if (started.failedAt == StartStep::kRegister)
         WriteOperateLog(pstUploadParam->LogOrigin, kOutcomeImportFailed, kResultKindFailed);
-        BMCCERT_DIAG(kLevelHandling, "Failed to regist task for import Server Cert, iRet=%d.\n",
-                     result);
-        return result;
-    }
-
-    std::unique_ptr<ImportProc> pstImportProc(new (std::nothrow) ImportProc{});
-    if (!pstImportProc) {
-        BMCCERT_REPORT_NULL(pstImportProc);
-        return SSLCERT_ERR_GENERAL;
-    }
-    pstImportProc->stUploadParam = *pstUploadParam;
-    pstImportProc->TaskId = task.TaskId;
-
-    uint32_t threadId = 0;
-    if (const auto result = static_cast<uint32_t>(
-            BMC_CreateDetachThreadInternal(SECURITY_SSL_ImportServerCertThread, kThreadFunctionName,
-                                           pstImportProc.get(), &threadId));
-        result != 0) {
-        BMCCERT_DIAG(kLevelHandling, "Failed to create pthread for import ClinetCert.\n");
-        return result; // the copy is freed here; no thread ever saw it
-    }
-    (void)pstImportProc.release(); // the thread frees it
-    *pstTask = task;
-    return SSLCERT_OK;
+    return started.code;
 }
 
 extern "C" uint32_t LIB_SECURITY_UploadAndRestartService(const UploadParam *pstUploadParam,

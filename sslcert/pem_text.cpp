@@ -56,4 +56,9 @@ bool WriteSyncedFile(const char *path, std::string_view content, mode_t mode) {
     return written;
 }
 
+bool SyncDirectory(const char *dir) {
+    UniqueFd fd(open(dir, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return fd.Valid() && fsync(fd.Get()) == 0 && fd.Close();
+}
+
 } // namespace bmccert::sslcert

@@ -21,11 +21,6 @@ using namespace bmccert;
 
 constexpr uint32_t kP256Bits = 256;
 
-bool SyncDirectory(const char *dir) {
-    UniqueFd fd(open(dir, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return fd.Valid() && fsync(fd.Get()) == 0 && fd.Close();
-}
-
 UniquePtr<X509_REQ> MakeSigningRequest(const SSLCertRequest &request, EVP_PKEY *key) {
     UniquePtr<X509_REQ> signingRequest(X509_REQ_new());
     UniquePtr<X509_NAME> subject = SubjectName(request);

@@ -16,6 +16,7 @@
 #include <openssl/pem.h>
 
 #include "sslcert/cert_request.h"
+#include "sslcert/import_start.h"
 
 namespace bmccert::sslcert {
 namespace {
@@ -27,12 +28,21 @@ constexpr const char *kThreadFunctionName = "SignedCertImportThread";
 constexpr const char *kTaskDesc = "Signed Server Cert install task";
 constexpr const char *kFailedText = "Failed to install the signed SSL certificate.";
 constexpr const char *kDoneText = "Installed the signed SSL certificate successfully.";
+// An answer without the leaf's issuer is installed as the CA sent it, and
+// its outcome says so: clients that lack the issuer cannot verify it.
+constexpr const char *kDoneIncompleteText =
+    "Installed the signed SSL certificate successfully, but its chain is incomplete: the "
+    "issuer of the certificate is missing.";
+constexpr const char *kDoneTaskText = "Signed Server Cert installed";
+constexpr const char *kDoneIncompleteTaskText = "Installed, chain incomplete";
 constexpr uint32_t kTransferMode = 5;
 constexpr uint32_t kResultKindFailed = 67;
 constexpr uint32_t kResultKindDone = 99;
 constexpr uint8_t kTaskStateDone = 2;
 constexpr uint8_t kTaskStateFailed = 4;
 constexpr uint8_t kProgressComplete = 100;
+
+enum class Outcome { kFailed, kDone, kDoneIncomplete };
 
 // The thread's own copy of an accepted answer.
 struct SignedImportJob {
@@ -42,30 +52,39 @@ struct SignedImportJob {
     size_t length;
 };
 
-void WriteOperateLog(const LogOrigin &origin, bool done, int line = __builtin_LINE()) {
-    (void)OPERATELOG_AddLogComm(origin.uiInterface, done ? kResultKindDone : kResultKindFailed,
-                                done ? kDoneText : kFailedText, FieldText(origin.szUserName).c_str(),
+void WriteOperateLog(const LogOrigin &origin, Outcome outcome, int line = __builtin_LINE()) {
+    const char *text = outcome == Outcome::kDone             ? kDoneText
+                       : outcome == Outcome::kDoneIncomplete ? kDoneIncompleteText
+                                                             : kFailedText;
+    (void)OPERATELOG_AddLogComm(origin.uiInterface,
+                                outcome == Outcome::kFailed ? kResultKindFailed : kResultKindDone,
+                                text, FieldText(origin.szUserName).c_str(),
                                 FieldText(origin.szClientAddr).c_str(), line,
                                 SSLCERT_OPERATE_LOG_CLASS);
 }
 
-// The checks of LIB_SECURITY_SSL_CheckSignedCert; the chain stays for the
-// caller.
-uint32_t CheckAnswer(std::string_view pem, CertChain &chain, PendingRequest &pending) {
-    if (const uint32_t result = ReadSignedChain(pem, chain); result != SSLCERT_OK) return result;
-    pending = LoadPendingRequest();
-    return CheckLeafForPendingKey(sk_X509_value(chain.get(), 0), pending.key.get());
+// The origin's texts are handed to the operation log as they stand: one
+// that fills its field without a terminator is refused, not cut.
+bool OriginTextsEnd(const LogOrigin &origin) {
+    if (FieldView(origin.szUserName).size() < sizeof origin.szUserName &&
+        FieldView(origin.szClientAddr).size() < sizeof origin.szClientAddr)
+        return true;
+    BMCCERT_DIAG(kLevelFailure, "Signed Cert:the request's origin texts fill their fields "
+                                "without a terminator!\n");
+    return false;
 }
 
 // Under the installation lock: the answer is checked again against the key
 // pending now (a new request may have replaced it since the entry), written
 // as a temporary pair and installed; the pending key goes once it is in
 // force.
-uint32_t InstallAnswer(std::string_view pem) {
-    CertChain chain;
-    PendingRequest pending;
-    if (const uint32_t result = CheckAnswer(pem, chain, pending); result != SSLCERT_OK)
+uint32_t InstallAnswer(std::string_view pem, bool &issuerMissing) {
+    SignedAnswer answer;
+    if (const uint32_t result = CheckSignedAnswer(pem, answer); result != SSLCERT_OK)
         return result;
+    issuerMissing = answer.issuerMissing;
+    const CertChain &chain = answer.chain;
+    const PendingRequest &pending = answer.pending;
     PemText certs;
     PemText key;
     bool encoded = certs.bio() != nullptr && key.bio() != nullptr &&
@@ -90,10 +109,11 @@ void *SignedCertImportThread(void *param) {
         BMCCERT_DIAG(kLevelNotice, "Failed to rename %s thread name!", kThreadFunctionName);
 
     uint32_t result;
+    bool issuerMissing = false;
     {
         const InstallationTask task(job->taskId);
         const InstallationLock installing;
-        result = installing.Held() ? InstallAnswer({job->pem.get(), job->length})
+        result = installing.Held() ? InstallAnswer({job->pem.get(), job->length}, issuerMissing)
                                    : SSLCERT_EXT_ERR_LOCK;
     }
     if (result == SSLCERT_OK && RestartServiceNow(kTunnelService) != 0) {
@@ -102,16 +122,19 @@ void *SignedCertImportThread(void *param) {
     }
     if (result != SSLCERT_OK) {
         BMCCERT_DIAG(kLevelFailure, "Signed Cert:install failed! iRet=%d.\n", result);
-        WriteOperateLog(job->origin, false);
+        WriteOperateLog(job->origin, Outcome::kFailed);
         SECURITY_SSL_UpdateImportTask(job->taskId, kTaskStateFailed, kProgressComplete,
                                       result == SSLCERT_EXT_ERR_RESTART
                                           ? "Installed, tunnel not restarted"
                                           : "Failed to install Server Cert");
         return nullptr;
     }
-    WriteOperateLog(job->origin, true);
+    if (issuerMissing)
+        BMCCERT_DIAG(kLevelNotice, "Signed Cert:installed without the issuer of the certificate: "
+                                   "the chain is incomplete, clients may fail to verify it.\n");
+    WriteOperateLog(job->origin, issuerMissing ? Outcome::kDoneIncomplete : Outcome::kDone);
     SECURITY_SSL_UpdateImportTask(job->taskId, kTaskStateDone, kProgressComplete,
-                                  "Signed Server Cert installed");
+                                  issuerMissing ? kDoneIncompleteTaskText : kDoneTaskText);
     // The pause lets the management caller read the report over the
     // connection that the web server's restart will cut.
     std::this_thread::sleep_for(std::chrono::seconds(kWebRestartDelaySeconds));
@@ -122,36 +145,34 @@ void *SignedCertImportThread(void *param) {
 
 // Checks the answer, registers the task and starts the thread with a copy.
 uint32_t StartSignedImport(const LogOrigin &origin, std::string_view pem, TaskHandle &task) {
-    CertChain chain;
-    PendingRequest pending;
-    if (const uint32_t result = CheckAnswer(pem, chain, pending); result != SSLCERT_OK) {
-        WriteOperateLog(origin, false);
+    if (!OriginTextsEnd(origin)) return SSLCERT_EXT_ERR_SIGNED_FETCH;
+    SignedAnswer answer;
+    if (const uint32_t result = CheckSignedAnswer(pem, answer); result != SSLCERT_OK) {
+        WriteOperateLog(origin, Outcome::kFailed);
         return result;
     }
-    auto job = std::unique_ptr<SignedImportJob>(new (std::nothrow) SignedImportJob{});
-    if (job) job->pem.reset(new (std::nothrow) char[pem.size()]);
-    TaskHandle handle{};
-    if (!job || !job->pem || SECURITY_SSL_RegisterImportTask(kTaskDesc, &handle) != SSLCERT_OK) {
-        BMCCERT_DIAG(kLevelHandling, "Failed to regist task for the signed Server Cert.\n");
-        WriteOperateLog(origin, false);
-        return SSLCERT_EXT_ERR_TASK;
-    }
-    job->origin = origin;
-    job->taskId = handle.TaskId;
-    std::memcpy(job->pem.get(), pem.data(), pem.size());
-    job->length = pem.size();
-    uint32_t threadId = 0;
-    if (BMC_CreateDetachThreadInternal(SignedCertImportThread, kThreadFunctionName, job.get(),
-                                       &threadId) != 0) {
-        BMCCERT_DIAG(kLevelHandling, "Failed to create pthread for the signed Server Cert.\n");
-        WriteOperateLog(origin, false);
-        SECURITY_SSL_UpdateImportTask(handle.TaskId, kTaskStateFailed, kProgressComplete,
-                                      "Failed to install Server Cert");
-        return SSLCERT_EXT_ERR_TASK;
-    }
-    (void)job.release(); // the thread frees it
-    task = handle;
-    return SSLCERT_OK;
+    static constexpr ImportTaskStart kStart{
+        kTaskDesc,
+        SignedCertImportThread,
+        kThreadFunctionName,
+        OnFailedStart::kReportTaskFailed,
+        "Failed to install Server Cert",
+        "Failed to regist task for the signed Server Cert, iRet=%d.\n",
+        "Failed to create pthread for the signed Server Cert.\n",
+    };
+    const StartResult started = StartImportTask<SignedImportJob>(kStart, task, [&](uint32_t taskId) {
+        std::unique_ptr<SignedImportJob> job(new (std::nothrow) SignedImportJob{});
+        if (job) job->pem.reset(new (std::nothrow) char[pem.size()]);
+        if (!job || !job->pem) return std::unique_ptr<SignedImportJob>();
+        job->origin = origin;
+        job->taskId = taskId;
+        std::memcpy(job->pem.get(), pem.data(), pem.size());
+        job->length = pem.size();
+        return job;
+    });
+    if (started.failedAt == StartStep::kStarted) return SSLCERT_OK;
+    WriteOperateLog(origin, Outcome::kFailed);
+    return SSLCERT_EXT_ERR_TASK;
 }
 
 // Reads the fetched answer, one byte more than the largest accepted so that
@@ -190,8 +211,18 @@ extern "C" uint32_t LIB_SECURITY_SSL_ImportSignedCert(const SignedCertUpload *ps
         FileTransferRecord record{};
         record.ucByte1 = 1;
         (void)BMC_Strlcpy(record.szDstPath, kSignedUploadPath, sizeof record.szDstPath);
-        (void)BMC_Strlcpy(record.szSrcPath, FieldText(pstUpload->CertSrcPath).c_str(),
-                          sizeof record.szSrcPath);
+        // A path the transfer record cannot hold whole would fetch another file.
+        const std::string_view source = FieldView(pstUpload->CertSrcPath);
+        if (!OriginTextsEnd(pstUpload->LogOrigin)) return SSLCERT_EXT_ERR_SIGNED_FETCH;
+        if (source.size() >= sizeof record.szSrcPath) {
+            BMCCERT_DIAG(kLevelFailure,
+                         "Signed Cert:the source path of %zu bytes does not fit the transfer "
+                         "record of %zu!\n",
+                         source.size(), sizeof record.szSrcPath);
+            WriteOperateLog(pstUpload->LogOrigin, Outcome::kFailed);
+            return SSLCERT_EXT_ERR_SIGNED_FETCH;
+        }
+        std::memcpy(record.szSrcPath, source.data(), source.size());
         if (const int32_t result = FILEHANDLE_UploadDownloadFile(&record, kTransferMode);
             result != 0) {
             BMCCERT_DIAG(kLevelHandling,
@@ -199,11 +230,11 @@ extern "C" uint32_t LIB_SECURITY_SSL_ImportSignedCert(const SignedCertUpload *ps
                          "iRet=%d.",
                          record.szSrcPath, record.szDstPath, result);
             (void)unlink(kSignedUploadPath); // a transfer cut short may leave a part
-            WriteOperateLog(pstUpload->LogOrigin, false);
+            WriteOperateLog(pstUpload->LogOrigin, Outcome::kFailed);
             return SSLCERT_EXT_ERR_SIGNED_FETCH;
         }
         if (const uint32_t result = ReadFetchedAnswer(pem, length); result != SSLCERT_OK) {
-            WriteOperateLog(pstUpload->LogOrigin, false);
+            WriteOperateLog(pstUpload->LogOrigin, Outcome::kFailed);
             return result;
         }
     }

@@ -3,6 +3,7 @@
 #include <strings.h>
 #include <unistd.h>
 
+#include "sslcert/cert_policy.h"
 #include "sslcert/sslcert_internal.h"
 
 namespace bmccert::sslcert {
@@ -37,7 +38,9 @@ extern "C" uint32_t SECURITY_SSL_VerifyTmpCert(uint32_t uiCertType) {
     }
     BMCCERT_DIAG(kLevelNotice, "Valid SSL certificate \n");
 
-    if (StartsWithIgnoringCase(config.szSigAlgorithm, "md5")) {
+    // Only MD5 is refused here: what the policy finds weak beyond it (SHA-1,
+    // a start in the future) is the health check's to report.
+    if (policy::NamesMd5Signature(config.szSigAlgorithm)) {
         BMCCERT_DIAG(kLevelFailure, "Signature algorithm should not be md5.");
         return SSLCERT_ERR_MD5_SIGNATURE;
     }
@@ -45,7 +48,7 @@ extern "C" uint32_t SECURITY_SSL_VerifyTmpCert(uint32_t uiCertType) {
         BMCCERT_DIAG(kLevelFailure, "Get SSL server Cert Expiration date failed \n");
         return SSLCERT_ERR_GENERAL;
     }
-    if (SecondsUntil(expiry) < 0) {
+    if (policy::ExpiredBy(SecondsUntil(expiry))) {
         BMCCERT_DIAG(kLevelFailure, "The uploaded SSL Certificate is EXPIRED \n");
         return SSLCERT_ERR_CERT_EXPIRED;
     }

@@ -162,9 +162,10 @@ expect "... the PEM of the request" is "-----BEGIN${out#*-----BEGIN}" "$(<"$work
 run "$tool" csr --show --json
 expect "show as JSON" is "$(json_get key) $(json_get astAltNames.2.szName) $(json_get szCountryCode)" "p384 ::1 DE"
 
-printf 'subjectAltName=DNS:bmc-7.example.org\nextendedKeyUsage=serverAuth\n' >"$work/leaf.ext"
+printf 'subjectAltName=DNS:bmc-7.example.org,IP:127.0.0.1,IP:::1\nextendedKeyUsage=serverAuth\n' >"$work/leaf.ext"
 openssl x509 -req -in "$work/bmc.csr" -CA "$work/root.pem" -CAkey "$work/root.key" -set_serial 0x5A \
     -days 9 -extfile "$work/leaf.ext" -out "$work/leaf.pem" 2>/dev/null
+cat "$work/root.pem" >>"$work/leaf.pem" # the issuer, so that clients can build the chain
 run "$tool" install-signed "$work/leaf.pem"
 expect "install-signed follows its task" matches "$status/$out" \
     $'^0/task ([0-9]+): registered\ntask [0-9]+: finished, 100%: [^\n]+\noperation log: Installed the signed SSL certificate successfully\\. \\(result kind [0-9]+, user [^ ]+ from localhost\\)$'

@@ -9,6 +9,7 @@
 
 #include <cstring>
 #include <ctime>
+#include <algorithm>
 #include <functional>
 
 #include <openssl/pem.h>
@@ -190,27 +191,45 @@ TEST_F(CertRequestTest, OnlyAWholeNewRequestReplacesThePendingOne) {
               SSLCERT_EXT_ERR_BUFFER_SMALL);
 }
 
-// A lab CA's intermediate (and its twin that is no CA) signing leaves for
-// the pending key.
+// A lab CA: its root and its intermediate (pathlen 0) signing leaves for the
+// pending key with the request's names, and variants of the intermediate.
 struct LabCa {
-    std::string intermediate, plainIntermediate;
+    std::string root, intermediate, plainIntermediate;
+    static CertRecipe Root(const char *name, KeyKind key) {
+        CertRecipe root;
+        root.subject = {{"CN", name}};
+        root.key = key;
+        root.ca = true;
+        return root;
+    }
+    static CertRecipe Intermediate() {
+        CertRecipe ca;
+        ca.subject = {{"CN", "Lab Intermediate"}};
+        ca.issuer = NameEntries{{"CN", "Lab Root"}};
+        ca.key = KeyKind::Ec256;
+        ca.signer = KeyKind::Rsa2048;
+        ca.ca = true;
+        ca.pathLength = 0;
+        return ca;
+    }
+    static std::string IntermediateWith(const std::function<void(CertRecipe &)> &change) {
+        CertRecipe ca = Intermediate();
+        change(ca);
+        return MakeCertPem(ca);
+    }
     CertRecipe Leaf() const {
         CertRecipe leaf;
         leaf.subject = {{"CN", kDns}};
         leaf.issuer = NameEntries{{"CN", "Lab Intermediate"}};
         leaf.signer = KeyKind::Ec256;
         leaf.keyPem = PendingKeyPem();
+        // The request's names, in another case and another IPv6 notation.
+        leaf.subjectAltName = "DNS:BMC-07.Example.org,IP:192.0.2.7,IP:2001:db8:0:0:0:0:0:7";
         return leaf;
     }
-    LabCa() {
-        CertRecipe ca;
-        ca.subject = {{"CN", "Lab Intermediate"}};
-        ca.issuer = NameEntries{{"CN", "Lab Root"}};
-        ca.key = KeyKind::Ec256;
-        plainIntermediate = MakeCertPem(ca);
-        ca.ca = true;
-        intermediate = MakeCertPem(ca);
-    }
+    LabCa()
+        : root(MakeCertPem(Root("Lab Root", KeyKind::Rsa2048))), intermediate(MakeCertPem(Intermediate())),
+          plainIntermediate(IntermediateWith([](CertRecipe &r) { r.ca = false; })) {}
 };
 
 TEST_F(CertRequestTest, EachCheckOfTheAnswerRefusesWithItsOwnCode) {
@@ -237,6 +256,31 @@ TEST_F(CertRequestTest, EachCheckOfTheAnswerRefusesWithItsOwnCode) {
          cert + "1: not the issuer of the one before it.\n"},
         {"issuer not a CA", leaf + lab.plainIntermediate, SSLCERT_EXT_ERR_CHAIN_NOT_CA,
          cert + "1: not a CA.\n"},
+        {"issuer with keyCertSign alone",
+         leaf + LabCa::IntermediateWith([](CertRecipe &r) { r.ca = false, r.keyUsage = kKuKeyCertSign; }),
+         SSLCERT_EXT_ERR_CHAIN_NOT_CA, cert + "1: not a CA.\n"},
+        {"expired issuer",
+         leaf + LabCa::IntermediateWith([](CertRecipe &r) { r.notAfter = std::time(nullptr) - 60; }),
+         SSLCERT_EXT_ERR_CHAIN_INVALID, cert + "1: a CA that is not valid now.\n"},
+        {"sha-1 issuer", leaf + LabCa::IntermediateWith([](CertRecipe &r) { r.digest = "SHA1"; }),
+         SSLCERT_EXT_ERR_CHAIN_INVALID, cert + "1: a CA signed with MD5 or SHA-1.\n"},
+        {"sha-1 root", leaf + lab.intermediate + [] {
+             CertRecipe root = LabCa::Root("Lab Root", KeyKind::Rsa2048);
+             root.digest = "SHA1";
+             return MakeCertPem(root);
+         }(), 0, ""},
+        {"pathlen 0 exceeded",
+         leaf + LabCa::IntermediateWith([](CertRecipe &r) {
+             r.issuer = NameEntries{{"CN", "Lab Policy"}}, r.signer = KeyKind::Rsa1024;
+             r.pathLength.reset();
+         }) + LabCa::IntermediateWith([](CertRecipe &r) {
+             r.subject = {{"CN", "Lab Policy"}}, r.key = KeyKind::Rsa1024;
+         }),
+         SSLCERT_EXT_ERR_CHAIN_INVALID, cert + "2: a CA whose path length is exceeded.\n"},
+        {"a requested name dropped",
+         changed([](CertRecipe &r) { r.subjectAltName = "DNS:bmc-07.example.org,IP:192.0.2.7"; }),
+         SSLCERT_EXT_ERR_NAME_MISSING,
+         cert + "0: it lacks the requested name IP Address:2001:DB8:0:0:0:0:0:7.\n"},
         {"other key", changed([](CertRecipe &r) { r.keyPem.clear(); }),
          SSLCERT_EXT_ERR_KEY_MISMATCH, cert + "0: its key is not the pending key.\n"},
         {"client only", changed([](CertRecipe &r) { r.extendedKeyUsage = "clientAuth"; }),
@@ -270,6 +314,46 @@ TEST_F(CertRequestTest, EachCheckOfTheAnswerRefusesWithItsOwnCode) {
               SSLCERT_EXT_ERR_NO_PENDING_KEY);
 }
 
+TEST_F(CertRequestTest, APinnedRootMustAnchorTheAnswer) {
+    Generate(ExampleRequest());
+    const LabCa lab;
+    const std::string leaf = MakeCertPem(lab.Leaf());
+    const std::string otherRoot = MakeCertPem(LabCa::Root("Other Root", KeyKind::Rsa1024));
+    auto check = [](const std::string &pem) {
+        return LIB_SECURITY_SSL_CheckSignedCert(pem.data(), static_cast<uint32_t>(pem.size()));
+    };
+    auto pin = [](const std::string &pem) {
+        return LIB_SECURITY_SSL_SetPinnedCA(pem.data(), static_cast<uint32_t>(pem.size()));
+    };
+    char pem[SSLCERT_EXT_SIGNED_MAX_BYTES];
+    EXPECT_EQ(LIB_SECURITY_SSL_GetPinnedCA(pem, sizeof pem), SSLCERT_EXT_ERR_NO_PIN);
+    for (const std::string &refused : {lab.intermediate, leaf, lab.root + lab.root, std::string("x")})
+        EXPECT_EQ(pin(refused), SSLCERT_EXT_ERR_PIN_BAD);
+
+    ASSERT_EQ(pin(lab.root), 0u);
+    struct stat info {};
+    ASSERT_EQ(stat("/conf/certs/server/pinned_ca.pem", &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0644u);
+    EXPECT_EQ(LIB_SECURITY_SSL_GetPinnedCA(pem, sizeof pem), 0u);
+    EXPECT_EQ(pem, lab.root);
+    EXPECT_EQ(LIB_SECURITY_SSL_GetPinnedCA(pem, 64), SSLCERT_EXT_ERR_BUFFER_SMALL);
+    EXPECT_EQ(check(leaf + lab.intermediate), 0u);
+    EXPECT_EQ(check(leaf + lab.intermediate + lab.root), 0u);
+    EXPECT_EQ(check(leaf), SSLCERT_EXT_ERR_NOT_PINNED);
+
+    ASSERT_EQ(pin(otherRoot), 0u);
+    ClearDiagLog();
+    EXPECT_EQ(check(leaf + lab.intermediate), SSLCERT_EXT_ERR_NOT_PINNED);
+    EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 3, 2,
+                                               "Signed certificate verify failed! The chain does "
+                                               "not end at the pinned CA: unable to get local "
+                                               "issuer certificate.\n"}}));
+    EXPECT_EQ(LIB_SECURITY_SSL_ClearPinnedCA(), 0u);
+    EXPECT_EQ(LIB_SECURITY_SSL_ClearPinnedCA(), 0u);
+    EXPECT_EQ(LIB_SECURITY_SSL_GetPinnedCA(pem, sizeof pem), SSLCERT_EXT_ERR_NO_PIN);
+    EXPECT_EQ(check(leaf + lab.intermediate), 0u);
+}
+
 TEST_F(CertRequestTest, AnAcceptedAnswerIsInstalledByATaskAndConsumesThePendingKey) {
     Generate(ExampleRequest());
     const LabCa lab;
@@ -288,6 +372,12 @@ TEST_F(CertRequestTest, AnAcceptedAnswerIsInstalledByATaskAndConsumesThePendingK
                   "0\t67\tFailed to install the signed SSL certificate.\t\t", 0),
               0u);
     EXPECT_NE(access(BMCSIM_TASKS_LOG, F_OK), 0);
+    // A path the transfer record cannot hold whole is refused, not cut.
+    std::memset(upload.CertSrcPath, 'a', sizeof upload.CertSrcPath - 1);
+    ClearDiagLog();
+    EXPECT_EQ(LIB_SECURITY_SSL_ImportSignedCert(&upload, &task), SSLCERT_EXT_ERR_SIGNED_FETCH);
+    EXPECT_EQ(ReadDiags().at(0).message, "Signed Cert:the source path of 1024 bytes does not fit "
+                                         "the transfer record of 1024!\n");
 
     // The answer as an uploaded file, leaf and chain.
     WriteFile("/var/lib/bmc-sim/answer.pem", leaf + lab.intermediate);
@@ -301,7 +391,7 @@ TEST_F(CertRequestTest, AnAcceptedAnswerIsInstalledByATaskAndConsumesThePendingK
     EXPECT_EQ(ReadFile(CertPath(SSL_CERT_TYPE_USER, true)), keyPem);
     EXPECT_EQ(ReadFile(kCombinedFile), leaf + lab.intermediate + keyPem);
     EXPECT_NE(access(kPending, F_OK), 0);
-    EXPECT_EQ(ReadLines(BMCSIM_OPERATE_LOG).at(1).rfind(
+    EXPECT_EQ(ReadLines(BMCSIM_OPERATE_LOG).at(2).rfind(
                   "5\t99\tInstalled the signed SSL certificate successfully.\tadmin\t", 0),
               0u);
     const std::string both = "restart stunnel.service\nrestart lighttpd.service\n";
@@ -309,6 +399,27 @@ TEST_F(CertRequestTest, AnAcceptedAnswerIsInstalledByATaskAndConsumesThePendingK
     for (const char *scratch : {"/var/certs/SignedCert.pem", "/var/certs/SignedPrivkey.pem",
                                 "/var/certs/SignedUpload.pem"})
         EXPECT_NE(access(scratch, F_OK), 0) << scratch;
+
+    // A leaf alone without its issuer is installed as sent, and said to be.
+    Generate(ExampleRequest());
+    const std::string lone = MakeCertPem(lab.Leaf());
+    ClearDiagLog();
+    ASSERT_EQ(LIB_SECURITY_SSL_ImportSignedCertPem(&origin, lone.data(),
+                                                   static_cast<uint32_t>(lone.size()), &task),
+              0u);
+    EXPECT_STREQ(AwaitTask(task.TaskId).szText, "Installed, chain incomplete");
+    EXPECT_EQ(ReadFile(CertPath(SSL_CERT_TYPE_USER)), lone);
+    EXPECT_EQ(ReadLines(BMCSIM_OPERATE_LOG).at(3).rfind(
+                  "5\t99\tInstalled the signed SSL certificate successfully, but its chain is "
+                  "incomplete: the issuer of the certificate is missing.\tadmin\t",
+                  0),
+              0u);
+    const auto diags = ReadDiags();
+    EXPECT_NE(std::find(diags.begin(), diags.end(),
+                        Diag{31, 3, 6,
+                             "Signed Cert:installed without the issuer of the certificate: the "
+                             "chain is incomplete, clients may fail to verify it.\n"}),
+              diags.end());
 
     // The information path describes the EC certificate in force.
     SSLCertInfo info{};

@@ -154,7 +154,11 @@ std::string MakeCertPem(const CertRecipe &recipe) {
     if (!recipe.extendedKeyUsage.empty()) addConf(NID_ext_key_usage, recipe.extendedKeyUsage);
     if (!recipe.subjectAltName.empty()) addConf(NID_subject_alt_name, recipe.subjectAltName);
     if (!recipe.ocspUrl.empty()) AddOcspUrl(cert.get(), recipe.ocspUrl);
-    if (recipe.ca) addConf(NID_basic_constraints, "critical,CA:TRUE");
+    if (recipe.ca)
+        addConf(NID_basic_constraints,
+                "critical,CA:TRUE" + (recipe.pathLength
+                                          ? ",pathlen:" + std::to_string(*recipe.pathLength)
+                                          : std::string()));
     KeyPtr signer = recipe.signer ? LoadKey(*recipe.signer) : nullptr;
     Require(X509_sign(cert.get(), signer ? signer.get() : key.get(),
                       EVP_get_digestbyname(recipe.digest)) > 0,

@@ -34,11 +34,13 @@ struct CertRecipe {
     // A private key in PEM whose public key the certificate carries instead
     // of key's (and which signs it when there is no signer).
     std::string keyPem;
-    bool ca = false; // basic constraints CA:TRUE
+    bool ca = false;                // basic constraints CA:TRUE
+    std::optional<int> pathLength; // with ca: its pathlen constraint
 };
 
 inline constexpr uint32_t kKuDigitalSignature = 0x80;
 inline constexpr uint32_t kKuKeyEncipherment = 0x20;
+inline constexpr uint32_t kKuKeyCertSign = 0x04;
 inline constexpr uint32_t kKuDecipherOnly = 0x8000;
 
 std::string MakeCertPem(const CertRecipe &recipe);

@@ -12,6 +12,7 @@
 #include "cert_type.h"
 #include "commands.h"
 #include "controller_check.h"
+#include "ca_commands.h"
 #include "csr_commands.h"
 #include "csr_request.h"
 #include "explain_command.h"
@@ -235,6 +236,7 @@ int main(int argc, char **argv) {
         ->required();
     AddJsonFlag(*installSigned, json);
     installSigned->callback([&] { status = RunInstallSigned(signedCert, json); });
+    AddCaCommands(app, status);
 
     CLI::App *verify = app.add_subcommand(
         "verify", "Verify the generated temporary certificate (/var/certs/TmpCertGen.pem)");
