@@ -2,7 +2,7 @@
 
 #include <charconv>
 #include <cstdlib>
-#include <cstring>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -11,6 +11,9 @@
 #include "lib_security_sslcert_ext.h"
 #include "output.h"
 #include "frame/field_text.h"
+#if BMCCERT_HOST_TOOL
+#include "platform/host/bmc_sim.h"
+#endif
 
 namespace bmccert::cli {
 namespace {
@@ -26,17 +29,31 @@ Severity SeverityOf(uint32_t severity) {
     }
 }
 
-// A port the tool was given, else the one the sandbox exported for the
-// service (its listeners are not on the controller's ports), else 0: the
-// library reads the service's configuration.
-uint32_t PortFor(const std::optional<int> &given, const char *sandboxVariable) {
-    if (given) return static_cast<uint32_t>(*given);
-    const char *exported = std::getenv(sandboxVariable);
-    if (exported == nullptr) return 0;
+uint32_t PortOf(std::string_view text) {
     uint32_t port = 0;
-    const char *end = exported + std::strlen(exported);
-    const auto [next, error] = std::from_chars(exported, end, port);
-    return error == std::errc() && next == end && port <= 65535 ? port : 0;
+    const auto [next, error] = std::from_chars(text.data(), text.data() + text.size(), port);
+    return error == std::errc() && next == text.data() + text.size() && port <= 65535 ? port : 0;
+}
+
+// The port the sandbox gave the service (its listeners are not on the
+// controller's ports): from the environment, else from the sandbox's
+// services.env; 0 elsewhere.
+uint32_t SandboxPort(const std::string &variable) {
+#if BMCCERT_HOST_TOOL
+    if (const char *exported = std::getenv(variable.c_str())) return PortOf(exported);
+    std::ifstream env(BMCSIM_STATE_DIR "/services.env");
+    for (std::string line; std::getline(env, line);)
+        if (line.rfind(variable + "=", 0) == 0) return PortOf(line.substr(variable.size() + 1));
+#else
+    (void)variable;
+#endif
+    return 0;
+}
+
+// A port the tool was given, else the sandbox's, else 0: the library reads
+// the service's configuration.
+uint32_t PortFor(const std::optional<int> &given, const char *sandboxVariable) {
+    return given ? static_cast<uint32_t>(*given) : SandboxPort(sandboxVariable);
 }
 
 // The library names the file it could not read a port from; the operator
