@@ -11,6 +11,7 @@
 #include <openssl/pem.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -155,20 +156,27 @@ const Service kTunnel{SSLCERT_EXT_FINDING_TUNNEL_SERVES, "tunnel", "stunnel.serv
 const Service kWebServer{SSLCERT_EXT_FINDING_WEB_SERVES, "web server", "lighttpd.service",
                          kWebServerConfigPath, WebTlsPort};
 
-Finding ServedFinding(SSL_CTX *context, const Service &service, uint32_t givenPort,
-                      std::chrono::milliseconds timeout, X509 *inForce) {
+// The port to probe a service at: the one given, else its configuration's;
+// a fault finding when there is none.
+std::optional<int> ServicePort(const Service &service, uint32_t givenPort,
+                               std::optional<Finding> &fault) {
+    if (givenPort != 0 && givenPort <= 65535) return static_cast<int>(givenPort);
+    std::optional<int> port;
+    if (givenPort == 0) port = service.port(ReadText(service.config));
+    if (!port)
+        fault = Finding{SSLCERT_EXT_SEVERITY_FAULT, service.kind, service.subject,
+                        givenPort != 0 ? "port " + std::to_string(givenPort) + " is no TCP port"
+                                       : std::string("no TLS port found in ") + service.config};
+    return port;
+}
+
+Finding ServedFinding(const Service &service, int port, const ProbeResult &probe,
+                      X509 *inForce) {
     const auto fault = [&](std::string text) {
         return Finding{SSLCERT_EXT_SEVERITY_FAULT, service.kind, service.subject, std::move(text)};
     };
-    std::optional<int> port;
-    if (givenPort != 0 && givenPort <= 65535) port = static_cast<int>(givenPort);
-    if (givenPort == 0) port = service.port(ReadText(service.config));
-    if (!port)
-        return fault(givenPort != 0 ? "port " + std::to_string(givenPort) + " is no TCP port"
-                                    : std::string("no TLS port found in ") + service.config);
-    const std::string where = "port " + std::to_string(*port);
+    const std::string where = "port " + std::to_string(port);
     const std::string restart = std::string(": restart ") + service.unit;
-    const ProbeResult probe = ProbeServedCertificate(context, *port, timeout);
     if (!probe.cert) return fault(where + ": " + probe.reason + (probe.refused ? restart : ""));
     const std::string served = SerialText(probe.cert.get());
     if (inForce == nullptr)
@@ -183,6 +191,24 @@ Finding ServedFinding(SSL_CTX *context, const Service &service, uint32_t givenPo
         text += " too, but they differ: served SHA-256 " + Fingerprint(probe.cert.get()) +
                 ", in force " + Fingerprint(inForce);
     return fault(text + restart);
+}
+
+// Both services, probed at once.
+void CheckServices(const SSLHealthProbe &probe, X509 *inForce, SSLHealthRecord &record) {
+    const uint32_t timeoutMs =
+        std::min(probe.uiTimeoutMs == 0 ? kDefaultTimeoutMs : probe.uiTimeoutMs, kMaxTimeoutMs);
+    const std::array<const Service *, 2> services{&kTunnel, &kWebServer};
+    const std::array<uint32_t, 2> given{probe.uiTunnelPort, probe.uiWebPort};
+    std::array<std::optional<Finding>, 2> faults;
+    std::array<std::optional<int>, 2> ports;
+    for (size_t i = 0; i < 2; ++i) ports[i] = ServicePort(*services[i], given[i], faults[i]);
+    // A service without a port is probed nowhere: port 0 refuses at once.
+    const std::array<ProbeResult, 2> probes = ProbeServedCertificates(
+        ProbeContext(), {ports[0].value_or(0), ports[1].value_or(0)},
+        std::chrono::milliseconds(timeoutMs));
+    for (size_t i = 0; i < 2; ++i)
+        Add(record, faults[i] ? *faults[i]
+                              : ServedFinding(*services[i], *ports[i], probes[i], inForce));
 }
 
 void CheckInstalledFiles(const InForce &inForce, SSLHealthRecord &record) {
@@ -265,16 +291,7 @@ std::string HostName() {
 void Check(const SSLHealthProbe *probe, SSLHealthRecord &record) {
     std::memset(&record, 0, sizeof record);
     const InForce inForce = FindInForce(record);
-    if (probe != nullptr) {
-        uint32_t timeoutMs = probe->uiTimeoutMs == 0 ? kDefaultTimeoutMs : probe->uiTimeoutMs;
-        timeoutMs = std::min(timeoutMs, kMaxTimeoutMs);
-        const std::chrono::milliseconds timeout(timeoutMs);
-        const UniquePtr<SSL_CTX> context = NewProbeContext();
-        Add(record, ServedFinding(context.get(), kTunnel, probe->uiTunnelPort, timeout,
-                                  inForce.cert.get()));
-        Add(record, ServedFinding(context.get(), kWebServer, probe->uiWebPort, timeout,
-                                  inForce.cert.get()));
-    }
+    if (probe != nullptr) CheckServices(*probe, inForce.cert.get(), record);
     if (inForce.cert) {
         CheckInstalledFiles(inForce, record);
         Add(record, KeyStrengthFinding(inForce.cert.get()));

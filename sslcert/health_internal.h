@@ -5,6 +5,7 @@
 #include <openssl/ssl.h>
 #include <openssl/x509.h>
 
+#include <array>
 #include <chrono>
 #include <cstdint>
 #include <optional>
@@ -63,14 +64,15 @@ struct ProbeResult {
     bool refused = false; // nothing listens on the port
     std::string reason;   // why there is no certificate
 };
-// A TLS client connects to 127.0.0.1:PORT, completes the handshake and
-// keeps the certificate the server sent; nothing is verified. Never waits
-// longer than timeout in all; a server that hangs up mid-handshake raises
-// no SIGPIPE in the calling process.
-[[nodiscard]] ProbeResult ProbeServedCertificate(SSL_CTX *context, int port,
-                                                 std::chrono::milliseconds timeout);
+// A TLS client connects to 127.0.0.1 at each port, completes the handshake
+// and keeps the certificate the server sent; nothing is verified. Both run
+// at once and never take longer than timeout in all; a server that hangs up
+// mid-handshake raises no SIGPIPE in the calling process.
+[[nodiscard]] std::array<ProbeResult, 2> ProbeServedCertificates(SSL_CTX *context,
+                                                                 std::array<int, 2> ports,
+                                                                 std::chrono::milliseconds timeout);
 // The client context of the probes (no verification, any security level),
-// made once per check; null when OpenSSL cannot make one.
-[[nodiscard]] UniquePtr<SSL_CTX> NewProbeContext();
+// one for the process; null when OpenSSL cannot make one.
+[[nodiscard]] SSL_CTX *ProbeContext();
 
 } // namespace bmccert::health

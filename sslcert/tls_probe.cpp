@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <array>
 #include <memory>
 
 #include "frame/unique_fd.h"
@@ -20,8 +21,6 @@
 
 namespace bmccert::health {
 namespace {
-
-using SslOwner = std::unique_ptr<SSL, decltype(&SSL_free)>;
 
 // A library must not change how the process treats SIGPIPE, yet a server
 // that hangs up mid-handshake makes OpenSSL's write raise it: the signal
@@ -60,19 +59,6 @@ ProbeResult Failed(std::string reason, bool refused = false) {
     return {UniquePtr<X509>(), refused, std::move(reason)};
 }
 
-// Waits until fd is ready for events or the deadline passes.
-bool WaitFor(int fd, short events, Clock::time_point deadline) {
-    for (;;) {
-        const auto left =
-            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-        if (left.count() <= 0) return false;
-        pollfd entry{fd, events, 0};
-        const int ready = ::poll(&entry, 1, static_cast<int>(left.count()));
-        if (ready > 0) return true;
-        if (ready == 0 || errno != EINTR) return false;
-    }
-}
-
 std::string OpenSslReason() {
     const unsigned long error = ERR_peek_last_error();
     ERR_clear_error();
@@ -88,61 +74,136 @@ std::string TimeoutText(std::chrono::milliseconds timeout) {
 
 } // namespace
 
-UniquePtr<SSL_CTX> NewProbeContext() {
-    UniquePtr<SSL_CTX> context(SSL_CTX_new(TLS_client_method()));
-    // The served certificate is compared, not trusted: a weak key or
-    // signature must still be seen, so that the check can name it.
-    if (context) SSL_CTX_set_security_level(context.get(), 0);
-    ERR_clear_error();
+SSL_CTX *ProbeContext() {
+    // Made once per process and never changed afterwards, so that threads
+    // share it safely: OpenSSL 3 takes a millisecond to make a context,
+    // which is a third of the two handshakes a check makes.
+    static SSL_CTX *const context = [] {
+        SSL_CTX *made = SSL_CTX_new(TLS_client_method());
+        // The served certificate is compared, not trusted: a weak key or
+        // signature must still be seen, so that the check can name it.
+        if (made != nullptr) SSL_CTX_set_security_level(made, 0);
+        ERR_clear_error();
+        return made;
+    }();
     return context;
 }
 
-ProbeResult ProbeServedCertificate(SSL_CTX *context, int port, std::chrono::milliseconds timeout) {
-    const SigpipeHeld noSigpipe;
-    const Clock::time_point deadline = Clock::now() + timeout;
-    const UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    if (!fd.Valid()) return Failed(std::string("no socket: ") + std::strerror(errno));
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (::connect(fd.Get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
-        if (errno == ECONNREFUSED) return Failed("connection refused", true);
-        if (errno != EINPROGRESS) return Failed(std::strerror(errno));
-        if (!WaitFor(fd.Get(), POLLOUT, deadline)) return Failed(TimeoutText(timeout));
-        int error = 0;
-        socklen_t length = sizeof error;
-        if (::getsockopt(fd.Get(), SOL_SOCKET, SO_ERROR, &error, &length) != 0) error = errno;
-        if (error == ECONNREFUSED) return Failed("connection refused", true);
-        if (error != 0) return Failed(std::strerror(error));
+namespace {
+
+// One service's probe as a state machine over a non-blocking socket, so
+// that one thread carries both services' handshakes at once: a check then
+// waits about as long as the slower handshake, not for both in turn.
+class Probe {
+  public:
+    Probe(SSL_CTX *context, int port) { Start(context, port); }
+    [[nodiscard]] bool Done() const noexcept { return done_; }
+    [[nodiscard]] int Fd() const noexcept { return fd_.Get(); }
+    [[nodiscard]] short Events() const noexcept { return events_; }
+    ProbeResult Take() { return std::move(result_); }
+    void Fail(std::string reason, bool refused = false) {
+        result_ = Failed(std::move(reason), refused);
+        done_ = true;
     }
 
-    ERR_clear_error();
-    if (context == nullptr) return Failed("no TLS context");
-    const SslOwner ssl(SSL_new(context), SSL_free);
-    if (!ssl || SSL_set_fd(ssl.get(), fd.Get()) != 1)
-        return Failed("no TLS client: " + OpenSslReason());
-    for (;;) {
-        const int done = SSL_connect(ssl.get());
-        if (done == 1) break;
-        const int error = SSL_get_error(ssl.get(), done);
-        short events = 0;
-        if (error == SSL_ERROR_WANT_READ)
-            events = POLLIN;
-        else if (error == SSL_ERROR_WANT_WRITE)
-            events = POLLOUT;
-        else
-            return Failed("TLS handshake failed: " + OpenSslReason());
-        if (!WaitFor(fd.Get(), events, deadline)) return Failed(TimeoutText(timeout));
+    // Moves on after the socket became ready.
+    void Advance() {
+        if (connecting_) {
+            int error = 0;
+            socklen_t length = sizeof error;
+            if (::getsockopt(fd_.Get(), SOL_SOCKET, SO_ERROR, &error, &length) != 0) error = errno;
+            if (error == ECONNREFUSED) return Fail("connection refused", true);
+            if (error != 0) return Fail(std::strerror(error));
+            connecting_ = false;
+        }
+        Handshake();
     }
-    // The client side's chain starts with the server's own certificate.
-    STACK_OF(X509) *chain = SSL_get_peer_cert_chain(ssl.get());
-    X509 *leaf = chain != nullptr && sk_X509_num(chain) > 0 ? sk_X509_value(chain, 0) : nullptr;
-    if (leaf == nullptr) return Failed("the server sent no certificate");
-    X509_up_ref(leaf);
-    (void)SSL_shutdown(ssl.get()); // a close_notify, not waited for
-    ERR_clear_error();
-    return {UniquePtr<X509>(leaf), false, {}};
+
+  private:
+    void Start(SSL_CTX *context, int port) {
+        fd_.Reset(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+        if (!fd_.Valid()) return Fail(std::string("no socket: ") + std::strerror(errno));
+        ERR_clear_error();
+        if (context == nullptr) return Fail("no TLS context");
+        ssl_.reset(SSL_new(context));
+        if (!ssl_ || SSL_set_fd(ssl_.get(), fd_.Get()) != 1)
+            return Fail("no TLS client: " + OpenSslReason());
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<uint16_t>(port));
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        if (::connect(fd_.Get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) ==
+            0)
+            return Handshake();
+        if (errno == ECONNREFUSED) return Fail("connection refused", true);
+        if (errno != EINPROGRESS) return Fail(std::strerror(errno));
+        connecting_ = true;
+        events_ = POLLOUT;
+    }
+
+    void Handshake() {
+        const int done = SSL_connect(ssl_.get());
+        if (done != 1) {
+            const int error = SSL_get_error(ssl_.get(), done);
+            if (error == SSL_ERROR_WANT_READ)
+                events_ = POLLIN;
+            else if (error == SSL_ERROR_WANT_WRITE)
+                events_ = POLLOUT;
+            else
+                Fail("TLS handshake failed: " + OpenSslReason());
+            return;
+        }
+        // The client side's chain starts with the server's own certificate.
+        STACK_OF(X509) *chain = SSL_get_peer_cert_chain(ssl_.get());
+        X509 *leaf =
+            chain != nullptr && sk_X509_num(chain) > 0 ? sk_X509_value(chain, 0) : nullptr;
+        if (leaf == nullptr) return Fail("the server sent no certificate");
+        X509_up_ref(leaf);
+        (void)SSL_shutdown(ssl_.get()); // a close_notify, not waited for
+        ERR_clear_error();
+        result_ = {UniquePtr<X509>(leaf), false, {}};
+        done_ = true;
+    }
+
+    UniqueFd fd_;
+    std::unique_ptr<SSL, decltype(&SSL_free)> ssl_{nullptr, SSL_free};
+    ProbeResult result_;
+    short events_ = 0;
+    bool connecting_ = false;
+    bool done_ = false;
+};
+
+} // namespace
+
+std::array<ProbeResult, 2> ProbeServedCertificates(SSL_CTX *context, std::array<int, 2> ports,
+                                                   std::chrono::milliseconds timeout) {
+    const SigpipeHeld noSigpipe;
+    const Clock::time_point deadline = Clock::now() + timeout;
+    std::array<Probe, 2> probes{Probe(context, ports[0]), Probe(context, ports[1])};
+    for (;;) {
+        std::array<pollfd, 2> waiting{};
+        std::array<Probe *, 2> owners{};
+        nfds_t count = 0;
+        for (Probe &probe : probes)
+            if (!probe.Done()) {
+                waiting[count] = {probe.Fd(), probe.Events(), 0};
+                owners[count++] = &probe;
+            }
+        if (count == 0) break;
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+        const int ready = left.count() > 0
+                              ? ::poll(waiting.data(), count, static_cast<int>(left.count()))
+                              : 0;
+        if (ready < 0 && errno == EINTR) continue;
+        if (ready <= 0) {
+            for (nfds_t i = 0; i < count; ++i) owners[i]->Fail(TimeoutText(timeout));
+            break;
+        }
+        for (nfds_t i = 0; i < count; ++i)
+            if (waiting[i].revents != 0) owners[i]->Advance();
+    }
+    return {probes[0].Take(), probes[1].Take()};
 }
 
 } // namespace bmccert::health
