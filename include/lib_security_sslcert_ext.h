@@ -405,6 +405,8 @@ BMCCERT_API uint32_t LIB_SECURITY_SSL_RecoverInstallation(uint8_t bRestartServic
 #define SSLCERT_EXT_FINDING_VALIDITY        10u /* days left of the certificate in force */
 #define SSLCERT_EXT_FINDING_ROOT_VALIDITY   11u /* days left of a trusted root's file */
 #define SSLCERT_EXT_FINDING_CLIENT_VALIDITY 12u /* days left of a client certificate's file */
+#define SSLCERT_EXT_FINDING_ROOT_RECORD     13u /* a trusted root's record names no usable file */
+#define SSLCERT_EXT_FINDING_CLIENT_RECORD   14u /* a client certificate's record names no usable file */
 
 /* One finding. Texts always end inside their fields; a text longer than
  * its field ends in "..." there. iDaysLeft is set for the validity kinds
@@ -454,7 +456,8 @@ BMCCERT_LAYOUT_ASSERT(HealthProbe_size, sizeof(SSLHealthProbe) == 12);
  * defaults); the installed pair and combined file; key, signature, names
  * (the common name and the controller's host name among the alternative
  * names); days left of it, of every file of /conf/certs/root and of
- * /conf/certs/client. Reads only public parts; writes nothing; starts no
+ * /conf/certs/client; and a fault for every root or client record whose
+ * file name leaves its directory or names no readable certificate. Reads only public parts; writes nothing; starts no
  * process. Blocks at most twice the probe's time.
  * Results: 0 (the record tells the rest); SSLCERT_ERR_NULL_POINTER.
  */

@@ -17,7 +17,9 @@
 #include <string>
 #include <vector>
 
+#include "frame/record_file_name.h"
 #include "frame/unique_fd.h"
+#include "lib_ssl_auth.h"
 #include "platform/controller_paths.h"
 #include "sslcert/health_internal.h"
 #include "sslcert/sslcert_internal.h"
@@ -48,8 +50,10 @@ std::string ReadAll(const UniqueFd &fd) {
     std::string text;
     if (!fd.Valid()) return text;
     char chunk[4096];
-    for (ssize_t n; (n = ::read(fd.Get(), chunk, sizeof chunk)) > 0;)
+    for (ssize_t n; (n = ::read(fd.Get(), chunk, sizeof chunk)) > 0;) {
         text.append(chunk, static_cast<size_t>(n));
+        if (text.size() > static_cast<size_t>(kMaxFileBytes)) return {};
+    }
     return text;
 }
 
@@ -59,8 +63,7 @@ UniquePtr<BIO> MemoryOf(const std::string &bytes) {
 
 // The first certificate of a file, PEM (other blocks, keys included, are
 // passed over unread) or DER.
-UniquePtr<X509> ReadCertificate(int directory, const char *name) {
-    const std::string bytes = ReadAll(OpenBounded(directory, name));
+UniquePtr<X509> ParseCertificate(const std::string &bytes) {
     if (bytes.empty()) return nullptr;
     UniquePtr<BIO> bio = MemoryOf(bytes);
     if (!bio) return nullptr;
@@ -68,6 +71,10 @@ UniquePtr<X509> ReadCertificate(int directory, const char *name) {
     if (!cert && (bio = MemoryOf(bytes))) cert.reset(d2i_X509_bio(bio.get(), nullptr));
     ERR_clear_error();
     return cert;
+}
+
+UniquePtr<X509> ReadCertificate(int directory, const char *name) {
+    return ParseCertificate(ReadAll(OpenBounded(directory, name)));
 }
 
 UniquePtr<X509> ReadCertificate(const std::string &path) {
@@ -282,6 +289,64 @@ void CheckDirectory(uint32_t kind, const char *directory, SSLHealthRecord &recor
     }
 }
 
+// A record's file name as a finding shows it: bytes outside printable
+// ASCII as \xNN, cut to its field.
+template <size_t N> std::string ShownName(const char (&field)[N]) {
+    std::string shown;
+    for (size_t i = 0; i < N && field[i] != '\0'; ++i) {
+        const auto byte = static_cast<unsigned char>(field[i]);
+        if (byte >= 0x20u && byte < 0x7Fu) {
+            shown += field[i];
+            continue;
+        }
+        char escape[5];
+        (void)std::snprintf(escape, sizeof escape, "\\x%02X", byte);
+        shown += escape;
+    }
+    return shown;
+}
+
+// A record whose name leaves its directory, or names no readable
+// certificate, is a fault: revocation, login and deletion refuse it.
+template <size_t N>
+void CheckRecordFile(uint32_t kind, const char *subject, uint32_t id, const char *directory,
+                     const char (&name)[N], SSLHealthRecord &record) {
+    const std::string who = std::string(subject) + " " + std::to_string(id);
+    const std::string shown = "\"" + ShownName(name) + "\"";
+    if (!IsPlainFileName(name)) {
+        Add(record, {SSLCERT_EXT_SEVERITY_FAULT, kind, who,
+                     "names the file " + shown +
+                         ", which is no plain name in its directory: the record is refused"});
+        return;
+    }
+    const UniqueFd fd = OpenPlainFileIn(directory, std::string_view(name));
+    if (!fd.Valid()) {
+        Add(record, {SSLCERT_EXT_SEVERITY_FAULT, kind, who,
+                     "names " + std::string(directory) + ShownName(name) +
+                         ", which is missing or not a plain file"});
+        return;
+    }
+    if (!ParseCertificate(ReadAll(fd)))
+        Add(record, {SSLCERT_EXT_SEVERITY_FAULT, kind, who,
+                     "names " + std::string(directory) + ShownName(name) +
+                         ", which holds no readable certificate"});
+}
+
+void CheckRecords(SSLHealthRecord &record) {
+    auto roots = std::make_unique<RootCertList>();
+    if (LIB_SSL_GetRootCertList(roots.get()) == 0)
+        for (const RootCertInfo &root : roots->astRootCert)
+            if (root.uiCertId != 0)
+                CheckRecordFile(SSLCERT_EXT_FINDING_ROOT_RECORD, "root record", root.uiCertId,
+                                kRootCertDir, root.szFileName, record);
+    auto clients = std::make_unique<CliCertList>();
+    if (LIB_SSL_GetClientCertList(clients.get()) == 0)
+        for (const CliCertInfo &client : clients->astCliCert)
+            if (client.uiCertId != 0)
+                CheckRecordFile(SSLCERT_EXT_FINDING_CLIENT_RECORD, "client record",
+                                client.uiCertId, kClientCertDir, client.szFileName, record);
+}
+
 std::string HostName() {
     char name[256] = {};
     if (::gethostname(name, sizeof name - 1) != 0) return {};
@@ -303,6 +368,7 @@ void Check(const SSLHealthProbe *probe, SSLHealthRecord &record) {
     }
     CheckDirectory(SSLCERT_EXT_FINDING_ROOT_VALIDITY, kRootCertDir, record);
     CheckDirectory(SSLCERT_EXT_FINDING_CLIENT_VALIDITY, kClientCertDir, record);
+    CheckRecords(record);
     ERR_clear_error();
 }
 
