@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "frame/cert_type_names.h"
 #include "frame/record_file_name.h"
 #include "frame/unique_fd.h"
 #include "lib_ssl_auth.h"
@@ -95,21 +96,6 @@ UniquePtr<EVP_PKEY> ReadKey(const std::string &path) {
 
 std::string ReadText(const char *path) {
     return ReadAll(OpenBounded(AT_FDCWD, path));
-}
-
-std::string TypeName(uint32_t type) {
-    switch (type) {
-    case SSL_CERT_TYPE_USER:
-        return "user";
-    case SSL_CERT_TYPE_OEM_CUSTOM:
-        return "OEM custom";
-    case SSL_CERT_TYPE_OEM_DEFAULT:
-        return "OEM default";
-    case SSL_CERT_TYPE_DEFAULT:
-        return "factory default";
-    default:
-        return "unknown";
-    }
 }
 
 struct InForce {
@@ -222,7 +208,7 @@ void CheckInstalledFiles(const InForce &inForce, SSLHealthRecord &record) {
     constexpr uint32_t kPair = SSLCERT_EXT_FINDING_PAIR;
     constexpr uint32_t kCombined = SSLCERT_EXT_FINDING_COMBINED;
     const std::string certInForce = inForce.certPath + " (type " + std::to_string(inForce.type) +
-                                    ' ' + TypeName(inForce.type) + ')';
+                                    ' ' + std::string(CertTypeName(inForce.type)) + ')';
     const UniquePtr<EVP_PKEY> key = ReadKey(inForce.keyPath);
     if (!key)
         Add(record, {SSLCERT_EXT_SEVERITY_FAULT, kPair, "pair",

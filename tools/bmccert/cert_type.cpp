@@ -1,27 +1,13 @@
 #include "cert_type.h"
 
-#include <array>
 #include <charconv>
 
-#include "lib_security_sslcert.h"
+#include "frame/cert_type_names.h"
 
 namespace bmccert::cli {
-namespace {
-
-constexpr std::array<std::string_view, SSL_CERT_TYPE_GEN_TMP + 1> kTypeNames = {
-    "none",                // SSL_CERT_TYPE_NONE
-    "user",                // SSL_CERT_TYPE_USER
-    "oem-custom",          // SSL_CERT_TYPE_OEM_CUSTOM
-    "oem-default",         // SSL_CERT_TYPE_OEM_DEFAULT
-    "factory-default",     // SSL_CERT_TYPE_DEFAULT
-    "upload-temporary",    // SSL_CERT_TYPE_UPLOAD_TMP
-    "generated-temporary", // SSL_CERT_TYPE_GEN_TMP
-};
-
-} // namespace
 
 std::string_view CertTypeName(uint32_t type) {
-    return type < kTypeNames.size() ? kTypeNames[type] : "unknown";
+    return bmccert::CertTypeName(type);
 }
 
 std::optional<uint32_t> ParseCertType(std::string_view text) {
