@@ -1,9 +1,8 @@
 // The one certificate policy: when a signature is weak, when a certificate
 // is valid, what makes a CA and how far it may issue, and when a key is
 // strong enough. Every path that accepts a certificate decides with it, and
-// the tool's health check reports with it; each path chooses what it
-// refuses and how it reports. It reads only public parts, with OpenSSL
-// alone, so that the library and the tool build it alike.
+// the health check reports with it; each path chooses what it refuses and
+// how it reports. It reads only public parts, with OpenSSL alone.
 #pragma once
 
 #include <openssl/evp.h>
