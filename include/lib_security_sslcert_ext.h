@@ -275,9 +275,8 @@ BMCCERT_API uint32_t LIB_SECURITY_SSL_CheckSignedCert(const char *pcPem, uint32_
  * (the task service or the thread refused; nothing installed; a task
  * already registered is reported failed); SSLCERT_EXT_ERR_LOCK;
  * SSLCERT_ERR_NULL_POINTER. The
- * thread is named SSL_ImSignedCer; the process must outlive it (wait for
- * the task's final state, then 2 seconds more for the web server's
- * restart).
+ * thread is named SSL_ImSignedCer; the process must outlive it:
+ * LIB_SECURITY_SSL_WaitImportTask returns once it has nothing left to do.
  */
 BMCCERT_API uint32_t LIB_SECURITY_SSL_ImportSignedCert(const SignedCertUpload *pstUpload,
                                                        TaskHandle *pstTask);
