@@ -7,7 +7,7 @@
 
 namespace bmccert::sslcert {
 
-// Before the task's thread is created; Forget when it could not be.
+// Before the task's thread is created; TaskForgotten when it could not be.
 void TaskStarted(uint32_t taskId) noexcept;
 void TaskForgotten(uint32_t taskId) noexcept;
 // The thread's last act: its final report made and nothing left to do.
