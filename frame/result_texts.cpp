@@ -237,6 +237,11 @@ constexpr std::array kCodes = {
     BMCCERT_CODE(SSLCERT_EXT_ERR_RESTART, kChanged,
                  "the new certificate is installed, but the tunnel did not restart and serves "
                  "the previous one until it does"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_TASK_RUNNING, kDepends,
+                 "the import task's thread was still working when the wait ran out"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_TASK_UNKNOWN, kUnchanged,
+                 "no import task of that id was started by this process (or it ended more than "
+                 "64 tasks ago)"),
 
     // ---- 0x82: the platform's, handed on
     BMCCERT_CODE(BMC_PLATFORM_ERR_1, kUnchanged,

@@ -51,6 +51,8 @@ extern "C" {
 #define SSLCERT_EXT_ERR_TASK            0x8A000020u /* the task or its thread could not start */
 #define SSLCERT_EXT_ERR_INSTALL         0x8A000021u /* installation failed: nothing changed */
 #define SSLCERT_EXT_ERR_RESTART         0x8A000022u /* installed, but the tunnel did not restart */
+#define SSLCERT_EXT_ERR_TASK_RUNNING    0x8A000024u /* the wait ran out: the task still runs */
+#define SSLCERT_EXT_ERR_TASK_UNKNOWN    0x8A000025u /* not a task this process's library started */
 
 #define SSLCERT_EXT_ERR_UNKNOWN_CODE    0x8A000030u /* not a result code of the library */
 
@@ -273,9 +275,8 @@ BMCCERT_API uint32_t LIB_SECURITY_SSL_CheckSignedCert(const char *pcPem, uint32_
  * (the task service or the thread refused; nothing installed; a task
  * already registered is reported failed); SSLCERT_EXT_ERR_LOCK;
  * SSLCERT_ERR_NULL_POINTER. The
- * thread is named SSL_ImSignedCer; the process must outlive it (wait for
- * the task's final state, then 2 seconds more for the web server's
- * restart).
+ * thread is named SSL_ImSignedCer; the process must outlive it:
+ * LIB_SECURITY_SSL_WaitImportTask returns once it has nothing left to do.
  */
 BMCCERT_API uint32_t LIB_SECURITY_SSL_ImportSignedCert(const SignedCertUpload *pstUpload,
                                                        TaskHandle *pstTask);
@@ -489,6 +490,73 @@ BMCCERT_API uint32_t LIB_SECURITY_SSL_DescribeResult(uint32_t uiCode, const char
 BMCCERT_API uint32_t LIB_SECURITY_SSL_SetPinnedCA(const char *pcPem, uint32_t uiPemLength);
 BMCCERT_API uint32_t LIB_SECURITY_SSL_GetPinnedCA(char *pcPem, uint32_t uiPemSize);
 BMCCERT_API uint32_t LIB_SECURITY_SSL_ClearPinnedCA(void);
+
+
+/* ---- The end of an import task (BMCCERT_1.2) ---------------------------- */
+/*
+ * Waits at most uiTimeoutMs milliseconds (0: only looks) for the end of an
+ * import task that LIB_SECURITY_UploadAndRestartService,
+ * SECURITY_SSL_ImportCert, LIB_SECURITY_SSL_ImportSignedCert or
+ * LIB_SECURITY_SSL_ImportSignedCertPem started in this process, named by
+ * the TaskId they filled in.
+ *
+ * A task has ended when its thread has nothing left to do: it has made
+ * its final report to the task service and, after a success, restarted
+ * the web server 2 seconds later (whether or not that restart worked).
+ * Once this returns 0 the process may exit without cutting the thread
+ * short; no further wait is needed.
+ *
+ * *puiState is the task's final state as reported to the task service:
+ * 2 finished, 4 failed (0 while it runs). *puiResult is the import's own
+ * result: 0 when it finished; for an upload the failed step's code (for
+ * instance 0x9800000A, signed with MD5); for a signed answer the
+ * extension's code (SSLCERT_EXT_ERR_INSTALL, _RESTART, _LOCK or a check's
+ * code). A failed web server restart changes neither.
+ * The last 64 tasks that ended are remembered; tasks still running always.
+ *
+ * Results: 0 (ended); SSLCERT_EXT_ERR_TASK_RUNNING (the time ran out:
+ * *puiState 0, call again); SSLCERT_EXT_ERR_TASK_UNKNOWN (no such task
+ * was started by this process, or it ended 64 tasks ago);
+ * SSLCERT_ERR_NULL_POINTER. Starts no process; reads no file.
+ */
+BMCCERT_API uint32_t LIB_SECURITY_SSL_WaitImportTask(uint32_t uiTaskId, uint32_t uiTimeoutMs,
+                                                     uint32_t *puiState, uint32_t *puiResult);
+
+/* ---- Which field of a request is refused (BMCCERT_1.2) ------------------ */
+/* The fields a check names; an alternative name is
+ * SSLCERT_EXT_FIELD_ALT_NAME + its index in astAltNames. */
+#define SSLCERT_EXT_FIELD_NONE           0u /* every field passes */
+#define SSLCERT_EXT_FIELD_COMMON_NAME    1u
+#define SSLCERT_EXT_FIELD_ORGANISATION   2u
+#define SSLCERT_EXT_FIELD_UNIT           3u
+#define SSLCERT_EXT_FIELD_LOCALITY       4u
+#define SSLCERT_EXT_FIELD_STATE          5u
+#define SSLCERT_EXT_FIELD_COUNTRY        6u
+#define SSLCERT_EXT_FIELD_EMAIL          7u
+#define SSLCERT_EXT_FIELD_VALID_DAYS     8u
+#define SSLCERT_EXT_FIELD_KEY_TYPE       9u  /* algorithm, bit length or curve; a key length */
+#define SSLCERT_EXT_FIELD_ALT_NAME_COUNT 10u /* uiAltNameCount above 16 */
+#define SSLCERT_EXT_FIELD_ALT_NAME       16u /* + index: 16 to 31 */
+
+/*
+ * The check that LIB_SECURITY_SSL_GenerateCSR (bSelfSigned 0) or
+ * LIB_SECURITY_SSL_GenSelfSignedAndRestart (bSelfSigned not 0: uiValidDays
+ * too) makes of a request, with the same rules, order and diagnostic, and
+ * *puiField the first field it refused (SSLCERT_EXT_FIELD_NONE with 0).
+ * Results: 0; SSLCERT_EXT_ERR_BAD_SUBJECT, _BAD_ALT_NAME, _BAD_KEY_TYPE;
+ * SSLCERT_ERR_NULL_POINTER. Nothing made, no file, no process.
+ */
+BMCCERT_API uint32_t LIB_SECURITY_SSL_CheckCertRequestField(const SSLCertRequest *pstRequest,
+                                                            uint8_t bSelfSigned,
+                                                            uint32_t *puiField);
+/*
+ * SECURITY_SSL_GenSSLCert_Check (lib_security_sslcert.h) with its rules,
+ * order, diagnostic and result, and *puiField the first field it refused
+ * (SSLCERT_EXT_FIELD_KEY_TYPE for uiKeyLength; _NONE with 0).
+ * Results: the check's; SSLCERT_ERR_NULL_POINTER also for puiField.
+ */
+BMCCERT_API uint32_t LIB_SECURITY_SSL_CheckGenParamField(const SSLCertGenParam *pstSSLCert,
+                                                         uint32_t *puiField);
 
 #ifdef __cplusplus
 }

@@ -19,6 +19,13 @@ namespace bmccert::sslcert {
 // certificate), the alternative names, the key type. Returns 0 or the
 // extension's code of the first refusal, after its report.
 [[nodiscard]] uint32_t CheckCertRequest(const SSLCertRequest &request, bool selfSigned);
+// The same, with field the first field refused (SSLCERT_EXT_FIELD_*).
+[[nodiscard]] uint32_t CheckCertRequest(const SSLCertRequest &request, bool selfSigned,
+                                        uint32_t &field);
+// The generation request's own check, one field at a time in the check's
+// order, so that the first refused field is named: the check's result and
+// its report of that field alone.
+[[nodiscard]] uint32_t CheckGenRequest(const SSLCertGenParam &request, uint32_t &field);
 
 // A new key pair of the request's (checked) type; null after a report.
 [[nodiscard]] UniquePtr<EVP_PKEY> MakeKeyPair(const SSLCertRequest &request);

@@ -2,6 +2,8 @@
 // type (see import_start.h).
 #include "sslcert/import_start.h"
 
+#include "sslcert/task_completion.h"
+
 namespace bmccert::sslcert {
 namespace {
 
@@ -23,9 +25,11 @@ StartResult RegisterImportTask(const ImportTaskStart &how, TaskHandle &registere
 
 StartResult StartImportThread(const ImportTaskStart &how, void *job, const TaskHandle &registered) {
     uint32_t threadId = 0;
+    TaskStarted(registered.TaskId); // before the thread can end
     const auto code = static_cast<uint32_t>(
         BMC_CreateDetachThreadInternal(how.threadBody, how.threadFunctionName, job, &threadId));
     if (code == 0) return {};
+    TaskForgotten(registered.TaskId);
     BMCCERT_DIAG(kLevelHandling, "%s", how.threadFailedReport);
     ReportFailedStart(how, registered);
     return {StartStep::kThread, code};

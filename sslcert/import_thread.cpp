@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "sslcert/import_start.h"
+#include "sslcert/task_completion.h"
 
 namespace bmccert::sslcert {
 namespace {
@@ -138,6 +139,7 @@ extern "C" void *SECURITY_SSL_ImportServerCertThread(void *pParam) {
         ReportFailure(proc, result);
     else
         ReportSuccessAndRestartWebServer(proc);
+    TaskEnded(proc.TaskId, result == SSLCERT_OK ? kTaskStateDone : kTaskStateFailed, result);
     return nullptr;
 }
 

@@ -17,6 +17,7 @@
 
 #include "sslcert/cert_request.h"
 #include "sslcert/import_start.h"
+#include "sslcert/task_completion.h"
 
 namespace bmccert::sslcert {
 namespace {
@@ -127,6 +128,7 @@ void *SignedCertImportThread(void *param) {
                                       result == SSLCERT_EXT_ERR_RESTART
                                           ? "Installed, tunnel not restarted"
                                           : "Failed to install Server Cert");
+        TaskEnded(job->taskId, kTaskStateFailed, result);
         return nullptr;
     }
     if (issuerMissing)
@@ -140,6 +142,7 @@ void *SignedCertImportThread(void *param) {
     std::this_thread::sleep_for(std::chrono::seconds(kWebRestartDelaySeconds));
     if (RestartServiceNow(kWebService) != 0)
         BMCCERT_DIAG(kLevelFailure, "Signed Cert:Restart lighttpd service failed!\n");
+    TaskEnded(job->taskId, kTaskStateDone, SSLCERT_OK);
     return nullptr;
 }
 

@@ -74,6 +74,7 @@ TEST_F(CertRequestTest, RefusedRequestsNameTheFieldAndMakeNothing) {
         std::function<void(SSLCertRequest &)> change;
         uint32_t code;
         std::string report;
+        uint32_t field = SSLCERT_EXT_FIELD_ALT_NAME + 1;
     };
     auto name = [](uint32_t type, std::string text) {
         return [=](SSLCertRequest &r) {
@@ -87,9 +88,11 @@ TEST_F(CertRequestTest, RefusedRequestsNameTheFieldAndMakeNothing) {
     };
     const Case cases[] = {
         {"subject", [](SSLCertRequest &r) { std::strcpy(r.szCommonName, "a+b"); },
-         SSLCERT_EXT_ERR_BAD_SUBJECT, "SSL cert Gen Common Name verify failed! CommonName = a+b.\n"},
+         SSLCERT_EXT_ERR_BAD_SUBJECT, "SSL cert Gen Common Name verify failed! CommonName = a+b.\n",
+         SSLCERT_EXT_FIELD_COMMON_NAME},
         {"17 names", [](SSLCertRequest &r) { r.uiAltNameCount = 17; }, SSLCERT_EXT_ERR_BAD_ALT_NAME,
-         "Certificate request uiAltNameCount verify failed! Count = 17, at most 16.\n"},
+         "Certificate request uiAltNameCount verify failed! Count = 17, at most 16.\n",
+         SSLCERT_EXT_FIELD_ALT_NAME_COUNT},
         {"shell", name(1, "a;reboot"), SSLCERT_EXT_ERR_BAD_ALT_NAME, notHost},
         {"label of 64", name(1, std::string(64, 'a') + ".org"), SSLCERT_EXT_ERR_BAD_ALT_NAME,
          notHost},
@@ -100,13 +103,17 @@ TEST_F(CertRequestTest, RefusedRequestsNameTheFieldAndMakeNothing) {
          names + "2, not an IPv4 or IPv6 address.\n"},
         {"type", name(3, "192.0.2.7"), SSLCERT_EXT_ERR_BAD_ALT_NAME, names + "3, unknown type.\n"},
         {"rsa 1024", key(1, 1024, 0), SSLCERT_EXT_ERR_BAD_KEY_TYPE,
-         "Certificate request key verify failed! Algorithm = 1, BitLength = 1024, Curve = 0.\n"},
+         "Certificate request key verify failed! Algorithm = 1, BitLength = 1024, Curve = 0.\n",
+         SSLCERT_EXT_FIELD_KEY_TYPE},
         {"rsa with curve", key(1, 2048, 1), SSLCERT_EXT_ERR_BAD_KEY_TYPE,
-         "Certificate request key verify failed! Algorithm = 1, BitLength = 2048, Curve = 1.\n"},
+         "Certificate request key verify failed! Algorithm = 1, BitLength = 2048, Curve = 1.\n",
+         SSLCERT_EXT_FIELD_KEY_TYPE},
         {"p384 of 256", key(2, 256, 2), SSLCERT_EXT_ERR_BAD_KEY_TYPE,
-         "Certificate request key verify failed! Algorithm = 2, BitLength = 256, Curve = 2.\n"},
+         "Certificate request key verify failed! Algorithm = 2, BitLength = 256, Curve = 2.\n",
+         SSLCERT_EXT_FIELD_KEY_TYPE},
         {"dsa", key(3, 2048, 0), SSLCERT_EXT_ERR_BAD_KEY_TYPE,
-         "Certificate request key verify failed! Algorithm = 3, BitLength = 2048, Curve = 0.\n"},
+         "Certificate request key verify failed! Algorithm = 3, BitLength = 2048, Curve = 0.\n",
+         SSLCERT_EXT_FIELD_KEY_TYPE},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.name);
@@ -120,6 +127,9 @@ TEST_F(CertRequestTest, RefusedRequestsNameTheFieldAndMakeNothing) {
         OperateDesc desc{};
         EXPECT_EQ(LIB_SECURITY_SSL_GenSelfSignedAndRestart(&request, &desc), c.code);
         EXPECT_STREQ(desc.szOperateDesc, "Failed to generate SSL certificate.");
+        uint32_t field = 0;
+        const uint32_t code = LIB_SECURITY_SSL_CheckCertRequestField(&request, 1, &field);
+        EXPECT_EQ((std::vector<uint32_t>{code, field}), (std::vector<uint32_t>{c.code, c.field}));
     }
     EXPECT_EQ(LIB_SECURITY_GetCertType(), SSL_CERT_TYPE_DEFAULT);
     EXPECT_EQ(ServicesLog(), "");
@@ -129,6 +139,51 @@ TEST_F(CertRequestTest, RefusedRequestsNameTheFieldAndMakeNothing) {
     std::strcpy(request.astAltNames[2].szName, "*.Example.ORG");
     request.astAltNames[2].uiType = SSLCERT_EXT_ALT_NAME_DNS;
     Generate(request);
+}
+
+// The field a check names is the first its rules refuse, in the check's
+// order (the e-mail address before the names); the days only for a
+// self-signed certificate.
+TEST_F(CertRequestTest, TheFieldCheckNamesTheFirstRefusedField) {
+    const struct {
+        const char *name;
+        void (*change)(SSLCertRequest &);
+        uint8_t selfSigned;
+        uint32_t field;
+    } rows[] = {
+        {"organisation", [](SSLCertRequest &r) { std::strcpy(r.szOrganisation, "a+b"); }, 0,
+         SSLCERT_EXT_FIELD_ORGANISATION},
+        {"unit", [](SSLCertRequest &r) { std::strcpy(r.szOrganisationUnit, " "); }, 0,
+         SSLCERT_EXT_FIELD_UNIT},
+        {"locality", [](SSLCertRequest &r) { std::strcpy(r.szLocalityName, "12"); }, 0,
+         SSLCERT_EXT_FIELD_LOCALITY},
+        {"state", [](SSLCertRequest &r) { std::memset(r.szStateName, 'a', 129); }, 0,
+         SSLCERT_EXT_FIELD_STATE},
+        {"country", [](SSLCertRequest &r) { std::strcpy(r.szCountryCode, "D1"); }, 0,
+         SSLCERT_EXT_FIELD_COUNTRY},
+        {"e-mail before the common name",
+         [](SSLCertRequest &r) { std::strcpy(r.szEmailAddress, "ops"), r.szCommonName[0] = 0; }, 0,
+         SSLCERT_EXT_FIELD_EMAIL},
+        {"days of a self-signed", [](SSLCertRequest &r) { r.uiValidDays = 0; }, 1,
+         SSLCERT_EXT_FIELD_VALID_DAYS},
+        {"days of a signing request", [](SSLCertRequest &r) { r.uiValidDays = 0; }, 0,
+         SSLCERT_EXT_FIELD_NONE},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        SSLCertRequest request = ExampleRequest();
+        row.change(request);
+        uint32_t field = 99;
+        (void)LIB_SECURITY_SSL_CheckCertRequestField(&request, row.selfSigned, &field);
+        EXPECT_EQ(field, row.field);
+    }
+    // The published request's key length comes first of all.
+    SSLCertGenParam published{};
+    published.uiKeyLength = 4096;
+    uint32_t field = 0;
+    EXPECT_EQ(
+        (std::vector<uint32_t>{LIB_SECURITY_SSL_CheckGenParamField(&published, &field), field}),
+        (std::vector<uint32_t>{SSLCERT_ERR_GENERAL, SSLCERT_EXT_FIELD_KEY_TYPE}));
 }
 
 TEST_F(CertRequestTest, EachKeyTypeGivesASignedRequestAndAPrivatePendingKey) {

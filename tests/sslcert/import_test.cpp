@@ -10,7 +10,7 @@
 #include <ctime>
 #include <thread>
 
-#include "lib_security_sslcert.h"
+#include "lib_security_sslcert_ext.h"
 #include "platform/host/bmc_sim.h"
 #include "tests/support/controller.h"
 
@@ -145,6 +145,46 @@ TEST_F(ImportTest, EachOutcomeIsReportedOnce) {
                              "File /var/certs/TmpCombinedCert.pem unlink failed. No such file or "
                              "directory\n"}),
               diags.end());
+}
+
+// The wait for a task's end: after a success only once the web server's
+// restart is done, after a failure with the import's own code; a wait that
+// runs out while the thread works; an id this process never started.
+TEST_F(ImportTest, WaitReturnsWhenTheThreadIsDone) {
+    const std::string key = KeyPem(KeyKind::Rsa2048);
+    struct Row {
+        const char *name;
+        std::string key; // none uploaded when empty
+        uint32_t timeoutMs;
+        std::vector<uint32_t> codeStateResult;
+    } rows[] = {
+        {"finished", key, 30000, {0, 2, 0}},
+        {"failed", "", 30000, {0, 4, SSLCERT_ERR_GENERAL}},
+        {"still running", key, 0, {SSLCERT_EXT_ERR_TASK_RUNNING, 0, 0}},
+        {"unknown id", "", 0, {SSLCERT_EXT_ERR_TASK_UNKNOWN, 0, 0}},
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.name);
+        SetUp();
+        WriteFile(kUploadedCert, MakeCertPem({}));
+        if (row.key.empty())
+            RemoveFile(kUploadedKey);
+        else
+            WriteFile(kUploadedKey, row.key);
+        const UploadParam request = Request();
+        TaskHandle task{0xFFFFFFF0u, 0};
+        if (row.codeStateResult[0] != SSLCERT_EXT_ERR_TASK_UNKNOWN) {
+            ASSERT_EQ(LIB_SECURITY_UploadAndRestartService(&request, &task), 0u);
+        }
+        uint32_t state = 9, result = 9;
+        const uint32_t code =
+            LIB_SECURITY_SSL_WaitImportTask(task.TaskId, row.timeoutMs, &state, &result);
+        EXPECT_EQ((std::vector<uint32_t>{code, state, result}), row.codeStateResult);
+        if (state == 2) { // the thread's last act is already done
+            EXPECT_EQ(ServicesLog(""), "restart stunnel.service\nrestart lighttpd.service\n");
+        }
+        (void)LIB_SECURITY_SSL_WaitImportTask(task.TaskId, 30000, &state, &result);
+    }
 }
 
 TEST_F(ImportTest, FailedStartsNeverReachTheThread) {

@@ -25,29 +25,42 @@ int Refused(const RefusedField &refused, uint32_t code) {
     return ReportFailure(refused.option + " refused: " + refused.why, code);
 }
 
-// A request the library refused: the option that broke its rule when the
-// tool can tell, else what the code means.
-int ReportRequestFailure(std::string_view what, const SSLCertRequest &request, uint32_t code) {
-    std::optional<RefusedField> refused;
-    if (code == SSLCERT_EXT_ERR_BAD_SUBJECT) refused = FindRefusedField(SubjectOf(request));
-    if (code == SSLCERT_EXT_ERR_BAD_ALT_NAME) refused = FindRefusedName(request);
-    if (refused) return Refused(*refused, code);
-    return ReportFailure(std::string(what) + ": " + Meaning(code), code);
+// The option of a field the library's check named, with the rule it breaks.
+RefusedField NameRequestField(const SSLCertRequest &request, uint32_t field) {
+    if (field == SSLCERT_EXT_FIELD_KEY_TYPE)
+        return {"--key", "must be one of " + std::string(kKeyTypeNames)};
+    if (field == SSLCERT_EXT_FIELD_ALT_NAME_COUNT)
+        return {"--dns/--ip",
+                "at most " + std::to_string(SSLCERT_EXT_MAX_ALT_NAMES) + " names fit"};
+    const uint32_t index = field - SSLCERT_EXT_FIELD_ALT_NAME;
+    if (field < SSLCERT_EXT_FIELD_ALT_NAME || index >= SSLCERT_EXT_MAX_ALT_NAMES)
+        return NameField(field);
+    const SSLCertAltName &entry = request.astAltNames[index];
+    const std::string name(FieldView(entry.szName));
+    if (entry.uiType == SSLCERT_EXT_ALT_NAME_IP)
+        return {"--ip", "'" + name + "' is not an IPv4 or IPv6 address"};
+    return {"--dns", "'" + name +
+                         "' is not a host name: dot-separated labels of 1 to 63 letters, digits "
+                         "and '-', none starting or ending with '-' (a leading '*.' is allowed)"};
 }
 
 // The request, or the refusal of an option that does not fit its field
-// (with the code the library gives such a field). The subject's rules are
-// the library's, asked before the call, so that a refused text is reported
-// once in the diagnostics log, not again by the call.
+// (with the code the library gives such a field) or that breaks the
+// library's rules, asked once before the call, so that a refused field is
+// reported once in the diagnostics log, not again by the call.
 std::optional<int> BuildRequest(const GenerateOptions &subject, const KeyType &key,
-                                const AltNameOptions &names, SSLCertRequest &request) {
+                                const AltNameOptions &names, bool selfSigned,
+                                SSLCertRequest &request) {
     if (const auto refused = FillCertRequest(subject, key, names, request)) {
         const bool isName = refused->option.rfind("--dns", 0) == 0 || refused->option == "--ip";
         return Refused(*refused,
                        isName ? SSLCERT_EXT_ERR_BAD_ALT_NAME : SSLCERT_EXT_ERR_BAD_SUBJECT);
     }
-    if (const auto refused = FindRefusedField(SubjectOf(request)))
-        return Refused(*refused, SSLCERT_EXT_ERR_BAD_SUBJECT);
+    uint32_t field = SSLCERT_EXT_FIELD_NONE;
+    if (const uint32_t code =
+            LIB_SECURITY_SSL_CheckCertRequestField(&request, selfSigned ? 1 : 0, &field);
+        code != SSLCERT_OK)
+        return Refused(NameRequestField(request, field), code);
     return std::nullopt;
 }
 
@@ -56,12 +69,12 @@ std::optional<int> BuildRequest(const GenerateOptions &subject, const KeyType &k
 int RunCsr(const GenerateOptions &subject, const KeyType &key, const AltNameOptions &names,
            const std::string &outPath) {
     SSLCertRequest request{};
-    if (const auto refused = BuildRequest(subject, key, names, request)) return *refused;
+    if (const auto refused = BuildRequest(subject, key, names, false, request)) return *refused;
     std::string pem(SSLCERT_EXT_CSR_PEM_SIZE, '\0');
     const uint32_t result =
         LIB_SECURITY_SSL_GenerateCSR(&request, pem.data(), static_cast<uint32_t>(pem.size()));
     if (result != SSLCERT_OK)
-        return ReportRequestFailure("no signing request made", request, result);
+        return ReportFailure("no signing request made: " + Meaning(result), result);
     pem.resize(std::strlen(pem.c_str()));
     if (outPath.empty()) return WriteResult(pem);
     std::ofstream out(outPath, std::ios::binary | std::ios::trunc);
@@ -106,11 +119,10 @@ int RunInstallSigned(const std::string &certPath, bool json) {
     (void)BMC_Strlcpy(upload.LogOrigin.szClientAddr, "localhost",
                       sizeof upload.LogOrigin.szClientAddr);
     TaskHandle handle{};
-    const std::set<std::string> threads = ThreadIds();
     const uint32_t result = LIB_SECURITY_SSL_ImportSignedCert(&upload, &handle);
     if (result != SSLCERT_OK)
         return ReportFailure("signed certificate refused: " + Meaning(result), result);
-    return FollowImport(handle.TaskId, threads, json,
+    return FollowImport(handle.TaskId, json,
                         std::string("installation failed (details in ") + DiagnosticsHint() + ")",
                         SSLCERT_EXT_ERR_INSTALL);
 }
@@ -118,15 +130,16 @@ int RunInstallSigned(const std::string &certPath, bool json) {
 int RunGenerateWithNames(const GenerateOptions &subject, const KeyType &key,
                          const AltNameOptions &names, bool json) {
     SSLCertRequest request{};
-    if (const auto refused = BuildRequest(subject, key, names, request)) return *refused;
+    if (const auto refused = BuildRequest(subject, key, names, true, request)) return *refused;
     OperateDesc desc{};
     const uint32_t result = LIB_SECURITY_SSL_GenSelfSignedAndRestart(&request, &desc);
     if (result == SSLCERT_EXT_ERR_RESTART)
         return ReportFailure("installed, but the tunnel did not restart", result);
     if (result != SSLCERT_OK) {
         const std::string_view described = FieldView(desc.szOperateDesc);
-        return ReportRequestFailure(described.empty() ? "generation failed" : described, request,
-                                    result);
+        return ReportFailure(std::string(described.empty() ? "generation failed" : described) +
+                                 ": " + Meaning(result),
+                             result);
     }
     const std::string_view text = FieldView(desc.szOperateDesc);
     if (!json) return WriteResult(std::string(text) + '\n');

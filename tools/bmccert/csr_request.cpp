@@ -87,20 +87,4 @@ SSLCertGenParam SubjectOf(const SSLCertRequest &request) {
     return subject;
 }
 
-std::optional<RefusedField> FindRefusedName(const SSLCertRequest &request) {
-    const uint32_t count = std::min(request.uiAltNameCount, SSLCERT_EXT_MAX_ALT_NAMES);
-    for (uint32_t i = 0; i < count; ++i) {
-        const SSLCertAltName &entry = request.astAltNames[i];
-        const std::string name(FieldView(entry.szName));
-        if (entry.uiType == SSLCERT_EXT_ALT_NAME_DNS && !IsHostName(name))
-            return RefusedField{"--dns", "'" + name +
-                                             "' is not a host name: dot-separated labels of 1 to "
-                                             "63 letters, digits and '-', none starting or "
-                                             "ending with '-' (a leading '*.' is allowed)"};
-        if (entry.uiType == SSLCERT_EXT_ALT_NAME_IP && !IsIpAddress(name.c_str()))
-            return RefusedField{"--ip", "'" + name + "' is not an IPv4 or IPv6 address"};
-    }
-    return std::nullopt;
-}
-
 } // namespace bmccert::cli

@@ -1,7 +1,6 @@
 // A certificate request of the extension (a signing request, or a
 // self-signed certificate with names) from the command line: key types,
-// the request with its fixed fields, and which name the library's rules
-// refuse.
+// the request with its fixed fields.
 #pragma once
 
 #include <cstdint>
@@ -47,9 +46,5 @@ struct AltNameOptions {
 // The subject's texts and days as a generation request that passes the key
 // rule, so that FindRefusedField names the text a refused request broke.
 [[nodiscard]] SSLCertGenParam SubjectOf(const SSLCertRequest &request);
-
-// The first alternative name that breaks the request's rules for a host
-// name or an address, named by its option; nothing when all pass.
-[[nodiscard]] std::optional<RefusedField> FindRefusedName(const SSLCertRequest &request);
 
 } // namespace bmccert::cli

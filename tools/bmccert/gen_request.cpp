@@ -1,34 +1,8 @@
 #include "gen_request.h"
 
-#include <cstring>
-#include <functional>
-
+#include "lib_security_sslcert_ext.h"
 
 namespace bmccert::cli {
-namespace {
-
-// A request that passes every rule, into which one field is put at a time.
-SSLCertGenParam PassingRequest() {
-    SSLCertGenParam request{};
-    request.uiKeyLength = SSLCERT_GEN_KEYLEN_2048;
-    request.uiValidDays = 1;
-    std::strcpy(request.szCommonName, "a");
-    std::strcpy(request.szOrganisation, "a");
-    std::strcpy(request.szOrganisationUnit, "a");
-    std::strcpy(request.szLocalityName, "a");
-    std::strcpy(request.szStateName, "a");
-    std::strcpy(request.szCountryCode, "aa");
-    std::strcpy(request.szEmailAddress, "a@a.a");
-    return request;
-}
-
-struct FieldRule {
-    const char *option;
-    const char *why;
-    std::function<void(SSLCertGenParam &, const SSLCertGenParam &)> take;
-};
-
-} // namespace
 
 std::optional<RefusedField> MakeRequest(const GenerateOptions &options, SSLCertGenParam &request) {
     request = SSLCertGenParam{};
@@ -37,53 +11,39 @@ std::optional<RefusedField> MakeRequest(const GenerateOptions &options, SSLCertG
     return PutSubject(options, request);
 }
 
-std::optional<RefusedField> FindRefusedField(const SSLCertGenParam &request) {
+RefusedField NameField(uint32_t field) {
     constexpr const char *kNameRule =
         "must not be blank or digits only, and may hold only letters, digits, space, '_', '.' "
         "and '-'";
-    const FieldRule rules[] = {
-        {"--key-length", "must be 1024 or 2048",
-         [](auto &to, const auto &from) { to.uiKeyLength = from.uiKeyLength; }},
-        {"--days", "must be 1 to 5475",
-         [](auto &to, const auto &from) { to.uiValidDays = from.uiValidDays; }},
-        {"--email", "must be an address such as name@host.example",
-         [](auto &to, const auto &from) {
-             std::memcpy(to.szEmailAddress, from.szEmailAddress, sizeof to.szEmailAddress);
-         }},
-        {"--country", "must be two letters",
-         [](auto &to, const auto &from) {
-             std::memcpy(to.szCountryCode, from.szCountryCode, sizeof to.szCountryCode);
-         }},
-        {"--cn", kNameRule,
-         [](auto &to, const auto &from) {
-             std::memcpy(to.szCommonName, from.szCommonName, sizeof to.szCommonName);
-         }},
-        {"--org", "must not be blank or digits only, and may hold only letters, digits, space, "
-                  "'_', '.', ',' and '-'",
-         [](auto &to, const auto &from) {
-             std::memcpy(to.szOrganisation, from.szOrganisation, sizeof to.szOrganisation);
-         }},
-        {"--ou", kNameRule,
-         [](auto &to, const auto &from) {
-             std::memcpy(to.szOrganisationUnit, from.szOrganisationUnit,
-                         sizeof to.szOrganisationUnit);
-         }},
-        {"--locality", kNameRule,
-         [](auto &to, const auto &from) {
-             std::memcpy(to.szLocalityName, from.szLocalityName, sizeof to.szLocalityName);
-         }},
-        {"--state", kNameRule,
-         [](auto &to, const auto &from) {
-             std::memcpy(to.szStateName, from.szStateName, sizeof to.szStateName);
-         }},
-    };
-    for (const FieldRule &rule : rules) {
-        SSLCertGenParam probe = PassingRequest();
-        rule.take(probe, request);
-        if (SECURITY_SSL_GenSSLCert_Check(&probe) != SSLCERT_OK)
-            return RefusedField{rule.option, rule.why};
+    switch (field) {
+    case SSLCERT_EXT_FIELD_KEY_TYPE:
+        return {"--key-length", "must be 1024 or 2048"};
+    case SSLCERT_EXT_FIELD_VALID_DAYS:
+        return {"--days", "must be 1 to 5475"};
+    case SSLCERT_EXT_FIELD_EMAIL:
+        return {"--email", "must be an address such as name@host.example"};
+    case SSLCERT_EXT_FIELD_COUNTRY:
+        return {"--country", "must be two letters"};
+    case SSLCERT_EXT_FIELD_COMMON_NAME:
+        return {"--cn", kNameRule};
+    case SSLCERT_EXT_FIELD_ORGANISATION:
+        return {"--org", "must not be blank or digits only, and may hold only letters, digits, "
+                         "space, '_', '.', ',' and '-'"};
+    case SSLCERT_EXT_FIELD_UNIT:
+        return {"--ou", kNameRule};
+    case SSLCERT_EXT_FIELD_LOCALITY:
+        return {"--locality", kNameRule};
+    case SSLCERT_EXT_FIELD_STATE:
+        return {"--state", kNameRule};
+    default:
+        return {"field " + std::to_string(field), "refused"};
     }
-    return std::nullopt;
+}
+
+std::optional<RefusedField> FindRefusedField(const SSLCertGenParam &request) {
+    uint32_t field = SSLCERT_EXT_FIELD_NONE;
+    if (LIB_SECURITY_SSL_CheckGenParamField(&request, &field) == SSLCERT_OK) return std::nullopt;
+    return NameField(field);
 }
 
 } // namespace bmccert::cli

@@ -63,9 +63,12 @@ template <typename Request>
 [[nodiscard]] std::optional<RefusedField> MakeRequest(const GenerateOptions &options,
                                                       SSLCertGenParam &request);
 
-// The first field that the library's check refuses, in the check's order.
-// Each field is checked alone beside fields known to pass, so the answer
-// comes from the library's own rules.
+// The option of a field the library's check names (SSLCERT_EXT_FIELD_*:
+// the subject's texts, the days, the key length) with the rule it breaks.
+[[nodiscard]] RefusedField NameField(uint32_t field);
+
+// The first field that the library's check refuses, in the check's order,
+// from one call of that check (which reports it once).
 [[nodiscard]] std::optional<RefusedField> FindRefusedField(const SSLCertGenParam &request);
 
 } // namespace bmccert::cli

@@ -3,19 +3,12 @@
 #include <pwd.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
-#include <chrono>
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <set>
-#include <thread>
 #include <vector>
 
 #include "gen_request.h"
 #include "json_writer.h"
-#include "lib_security_sslcert.h"
+#include "lib_security_sslcert_ext.h"
 #include "output.h"
 #include "platform/bmc_platform.h"
 #include "task_service.h"
@@ -28,23 +21,11 @@ std::string LoginName() {
     return entry != nullptr ? entry->pw_name : "unknown";
 }
 
-// An import thread is detached and nobody can join it; the process must
-// still not end while it works (its last act, the web server's restart,
-// comes after its report), so the import threads the call started are
-// waited for. Only those: a runtime may start threads of its own at any
-// time (a sanitizer's, for one) that never end.
-std::set<std::string> ThreadIds() {
-    std::set<std::string> ids;
-    std::error_code ec;
-    for (const auto &task : std::filesystem::directory_iterator("/proc/self/task", ec))
-        ids.insert(task.path().filename().string());
-    return ids;
-}
-
 namespace {
 
-constexpr auto kPollInterval = std::chrono::milliseconds(50);
-constexpr auto kThreadNamingWait = std::chrono::seconds(2);
+// A slice of the wait for an import: it ends when its thread has nothing
+// left to do (the web server's restart included).
+constexpr uint32_t kWaitSliceMs = 60000;
 constexpr uint8_t kTaskStateDone = 2;
 
 // The request, or the path that does not fit its field: a cut path would
@@ -57,25 +38,6 @@ std::optional<RefusedField> MakeRequest(const std::string &certPath, const std::
                       sizeof request.LogOrigin.szClientAddr);
     if (auto refused = PutText(request.CertSrcPath, certPath, "CERT")) return refused;
     return PutText(request.PrivkeySrcPath, keyPath, "KEY");
-}
-
-// The names the library's import threads give themselves, as the kernel
-// keeps them (15 characters). A thread renames itself first thing, long
-// before its task's final report, after which this is asked.
-constexpr std::array<std::string_view, 2> kImportThreadNames = {"SSL_ImSrvCerThr",
-                                                                "SSL_ImSignedCer"};
-
-bool ThreadStartedSince(const std::set<std::string> &before) {
-    for (const std::string &id : ThreadIds()) {
-        if (before.count(id) != 0) continue;
-        std::ifstream comm("/proc/self/task/" + id + "/comm");
-        std::string name;
-        if (std::getline(comm, name) &&
-            std::find(kImportThreadNames.begin(), kImportThreadNames.end(), name) !=
-                kImportThreadNames.end())
-            return true;
-    }
-    return false;
 }
 
 // "<description> (result kind K, user U from A)" from the log line's
@@ -119,17 +81,9 @@ std::string TaskLine(const TaskRecord &task) {
            std::to_string(task.progress) + "%" + (task.text.empty() ? "" : ": " + task.text);
 }
 
-// A controller build cannot read the task: it says which task runs and
-// waits for the thread, whose last act (the web server's restart) comes
-// after its report.
-int ReportStartedTask(uint32_t taskId, const std::set<std::string> &threadsBefore, bool json) {
-    // Just after the start the thread may not have named itself yet; an
-    // import takes seconds, so it is seen before it ends.
-    const auto named = std::chrono::steady_clock::now() + kThreadNamingWait;
-    while (!ThreadStartedSince(threadsBefore) && std::chrono::steady_clock::now() < named)
-        std::this_thread::sleep_for(kPollInterval);
-    while (ThreadStartedSince(threadsBefore))
-        std::this_thread::sleep_for(kPollInterval);
+// A controller build cannot read the task's record: it says which task
+// ran, and that it ended.
+int ReportEndedTask(uint32_t taskId, bool json) {
     if (!json)
         return WriteResult("task " + std::to_string(taskId) +
                            ": started and ended; its outcome is in the task service and the "
@@ -146,16 +100,22 @@ int ReportStartedTask(uint32_t taskId, const std::set<std::string> &threadsBefor
 
 } // namespace
 
-int FollowImport(uint32_t taskId, const std::set<std::string> &threadsBefore, bool json,
-                 std::string_view failure, uint32_t failureCode) {
-    if (!TasksReadable()) return ReportStartedTask(taskId, threadsBefore, json);
-    if (!json) (void)WriteResult("task " + std::to_string(taskId) + ": registered\n");
-    TaskRecord task;
-    for (std::optional<TaskRecord> read; (read = ReadTask(taskId)) && (task = *read).state == 0;)
-        std::this_thread::sleep_for(kPollInterval);
-    while (ThreadStartedSince(threadsBefore))
-        std::this_thread::sleep_for(kPollInterval);
-
+int FollowImport(uint32_t taskId, bool json, std::string_view failure, uint32_t failureCode) {
+    if (TasksReadable() && !json)
+        (void)WriteResult("task " + std::to_string(taskId) + ": registered\n");
+    uint32_t state = 0;
+    uint32_t result = 0;
+    uint32_t waited;
+    while ((waited = LIB_SECURITY_SSL_WaitImportTask(taskId, kWaitSliceMs, &state, &result)) ==
+           SSLCERT_EXT_ERR_TASK_RUNNING) {
+    }
+    if (waited != SSLCERT_OK) return ReportFailure(failure, failureCode);
+    if (!TasksReadable()) {
+        const int status = ReportEndedTask(taskId, json);
+        return state == kTaskStateDone ? status : ReportFailure(failure, failureCode);
+    }
+    const TaskRecord task =
+        ReadTask(taskId).value_or(TaskRecord{taskId, {}, static_cast<uint8_t>(state), 0, {}});
     const std::string entry = LastOperateLogEntry();
     int status;
     if (json) {
@@ -169,7 +129,7 @@ int FollowImport(uint32_t taskId, const std::set<std::string> &threadsBefore, bo
     } else {
         status = WriteResult(TaskLine(task) + "\noperation log: " + DescribeEntry(entry) + '\n');
     }
-    if (task.state != kTaskStateDone) return ReportFailure(failure, failureCode);
+    if (state != kTaskStateDone) return ReportFailure(failure, failureCode);
     return status;
 }
 
@@ -179,11 +139,10 @@ int RunUpload(const std::string &certPath, const std::string &keyPath, bool json
         return ReportFailure(refused->option + " refused: " + refused->why,
                              SSLCERT_MGMT_IMPORT_FAILED);
     TaskHandle handle{};
-    const std::set<std::string> threads = ThreadIds();
     if (const uint32_t result = LIB_SECURITY_UploadAndRestartService(&request, &handle);
         result != SSLCERT_OK)
         return ReportFailure("the import could not start", result);
-    return FollowImport(handle.TaskId, threads, json,
+    return FollowImport(handle.TaskId, json,
                         std::string("import failed (details in ") + DiagnosticsHint() + ")",
                         SSLCERT_MGMT_IMPORT_FAILED);
 }

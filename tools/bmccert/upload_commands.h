@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <set>
 #include <string>
 #include <string_view>
 
@@ -11,16 +10,11 @@ namespace bmccert::cli {
 // The login name of the tool's user, as the operation log records it.
 [[nodiscard]] std::string LoginName();
 
-// The ids of this process's threads, taken before a call that starts an
-// import thread.
-[[nodiscard]] std::set<std::string> ThreadIds();
-
-// Follows an import task to its final report and waits for every thread
-// started since threadsBefore; prints the task line and the operation-log
-// entry (or one JSON object); a failed task is reported as failure with
-// failureCode.
-[[nodiscard]] int FollowImport(uint32_t taskId, const std::set<std::string> &threadsBefore,
-                               bool json, std::string_view failure, uint32_t failureCode);
+// Waits for an import task this process started until its thread has
+// nothing left to do; prints the task line and the operation-log entry (or
+// one JSON object); a failed task is reported as failure with failureCode.
+[[nodiscard]] int FollowImport(uint32_t taskId, bool json, std::string_view failure,
+                               uint32_t failureCode);
 
 [[nodiscard]] int RunUpload(const std::string &certPath, const std::string &keyPath, bool json);
 [[nodiscard]] int RunTasks(bool json);
