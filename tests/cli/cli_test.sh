@@ -169,6 +169,14 @@ cat "$work/root.pem" >>"$work/leaf.pem" # the issuer, so that clients can build 
 run "$tool" install-signed "$work/leaf.pem"
 expect "install-signed follows its task" matches "$status/$out" \
     $'^0/task ([0-9]+): registered\ntask [0-9]+: finished, 100%: [^\n]+\noperation log: Installed the signed SSL certificate successfully\\. \\(result kind [0-9]+, user [^ ]+ from localhost\\)$'
+# A tunnel that does not restart: installed, and said so with the task's code.
+run "$tool" "${csr[@]}" --key p256 --dns bmc-7.example.org --ip 127.0.0.1 --ip ::1 --out "$work/bmc2.csr"
+openssl x509 -req -in "$work/bmc2.csr" -CA "$work/root.pem" -CAkey "$work/root.key" -set_serial 0x5B \
+    -days 9 -extfile "$work/leaf.ext" -out "$work/leaf2.pem" 2>/dev/null
+cat "$work/root.pem" >>"$work/leaf2.pem"
+run env BMC_SIM_FAULTS=systemd_run=5 "$tool" install-signed "$work/leaf2.pem"
+expect "install-signed whose tunnel did not restart" matches "$status/$err" \
+    '^1/bmccert: signed certificate \(details in [^)]+\): the new certificate is installed, but the tunnel did not restart .*: 0x8A000022$'
 check "a missing answer" \
     "1//bmccert: signed certificate refused: the CA's answer could not be fetched through the file transfer: 0x8A000010" \
     "$tool" install-signed "$work/missing.pem"

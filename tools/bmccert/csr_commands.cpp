@@ -123,8 +123,8 @@ int RunInstallSigned(const std::string &certPath, bool json) {
     if (result != SSLCERT_OK)
         return ReportFailure("signed certificate refused: " + Meaning(result), result);
     return FollowImport(handle.TaskId, json,
-                        std::string("installation failed (details in ") + DiagnosticsHint() + ")",
-                        SSLCERT_EXT_ERR_INSTALL);
+                        std::string("signed certificate (details in ") + DiagnosticsHint() + ")",
+                        0);
 }
 
 int RunGenerateWithNames(const GenerateOptions &subject, const KeyType &key,

@@ -10,6 +10,7 @@
 #include "json_writer.h"
 #include "lib_security_sslcert_ext.h"
 #include "output.h"
+#include "result_codes.h"
 #include "platform/bmc_platform.h"
 #include "task_service.h"
 #include "frame/field_text.h"
@@ -109,10 +110,16 @@ int FollowImport(uint32_t taskId, bool json, std::string_view failure, uint32_t 
     while ((waited = LIB_SECURITY_SSL_WaitImportTask(taskId, kWaitSliceMs, &state, &result)) ==
            SSLCERT_EXT_ERR_TASK_RUNNING) {
     }
-    if (waited != SSLCERT_OK) return ReportFailure(failure, failureCode);
+    // The task's own code where the caller asks for it (0): a signed answer
+    // installed but not restarted is not "nothing installed".
+    const uint32_t failedWith = failureCode != 0 ? failureCode : result;
+    const auto known = failureCode != 0 ? std::nullopt : FindResultCode(result);
+    const std::string failed =
+        known ? std::string(failure) + ": " + std::string(known->meaning) : std::string(failure);
+    if (waited != SSLCERT_OK) return ReportFailure(failure, failureCode != 0 ? failureCode : waited);
     if (!TasksReadable()) {
         const int status = ReportEndedTask(taskId, json);
-        return state == kTaskStateDone ? status : ReportFailure(failure, failureCode);
+        return state == kTaskStateDone ? status : ReportFailure(failed, failedWith);
     }
     const TaskRecord task =
         ReadTask(taskId).value_or(TaskRecord{taskId, {}, static_cast<uint8_t>(state), 0, {}});
@@ -129,7 +136,7 @@ int FollowImport(uint32_t taskId, bool json, std::string_view failure, uint32_t 
     } else {
         status = WriteResult(TaskLine(task) + "\noperation log: " + DescribeEntry(entry) + '\n');
     }
-    if (state != kTaskStateDone) return ReportFailure(failure, failureCode);
+    if (state != kTaskStateDone) return ReportFailure(failed, failedWith);
     return status;
 }
 

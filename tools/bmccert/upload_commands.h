@@ -12,7 +12,8 @@ namespace bmccert::cli {
 
 // Waits for an import task this process started until its thread has
 // nothing left to do; prints the task line and the operation-log entry (or
-// one JSON object); a failed task is reported as failure with failureCode.
+// one JSON object); a failed task is reported as failure with failureCode,
+// or, when that is 0, with the task's own code and its meaning.
 [[nodiscard]] int FollowImport(uint32_t taskId, bool json, std::string_view failure,
                                uint32_t failureCode);
 
