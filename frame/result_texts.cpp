@@ -202,7 +202,7 @@ constexpr std::array kCodes = {
     BMCCERT_CODE(SSLCERT_EXT_ERR_SIGNED_TOO_BIG, kUnchanged,
                  "the CA's answer (certificate and chain) is larger than 64 KiB"),
     BMCCERT_CODE(SSLCERT_EXT_ERR_SIGNED_NOT_PEM, kUnchanged,
-                 "the CA's answer is not PEM certificates, or one is cut short"),
+                 "the CA's answer is not PEM, DER or PKCS#7 certificates, or one is cut short"),
     BMCCERT_CODE(SSLCERT_EXT_ERR_CHAIN_TOO_LONG, kUnchanged,
                  "the CA's answer holds more than 8 certificates"),
     BMCCERT_CODE(SSLCERT_EXT_ERR_KEY_MISMATCH, kUnchanged,
@@ -228,6 +228,9 @@ constexpr std::array kCodes = {
     BMCCERT_CODE(SSLCERT_EXT_ERR_PIN_BAD, kUnchanged,
                  "the CA to pin is not one PEM root CA certificate, or the stored pin is damaged"),
     BMCCERT_CODE(SSLCERT_EXT_ERR_NO_PIN, kUnchanged, "no CA is pinned"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_CHAIN_SIGNATURE, kUnchanged,
+                 "a certificate of the chain names the issuer of the one before it, but its key "
+                 "did not sign it: the CA's key changed?"),
     BMCCERT_CODE(SSLCERT_EXT_ERR_UNKNOWN_CODE, kUnchanged,
                  "the value is not a result code of the library"),
     BMCCERT_CODE(SSLCERT_EXT_ERR_TASK, kUnchanged,
