@@ -20,6 +20,7 @@ using namespace bmccert;
 constexpr const char *kCertificateLabel = "CERTIFICATE";
 constexpr const char *kPkcs7Label = "PKCS7";
 constexpr std::string_view kPemStart = "-----BEGIN ";
+constexpr const char *kNotWholePem = "not a whole PEM certificate";
 
 // OpenSSL's parts of one PEM block, freed together.
 struct PemBlock {
@@ -66,6 +67,12 @@ UniquePtr<X509> NextCertificate(BIO *text, bool &ended) {
 
 uint32_t Refuse(uint32_t code, const char *why) {
     BMCCERT_DIAG(kLevelFailure, "Signed certificate verify failed! %s.\n", why);
+    return code;
+}
+
+uint32_t RefuseCertificate(uint32_t code, const char *why, int index) {
+    BMCCERT_DIAG(kLevelFailure, "Signed certificate verify failed! Certificate %d: %s.\n", index,
+                 why);
     return code;
 }
 
@@ -152,7 +159,7 @@ uint32_t FromPem(std::string_view text, CertChain &chain) {
         bool ended = false;
         if (!NextBlock(bio.get(), block, ended)) {
             if (ended && index > 0) return SSLCERT_OK;
-            return Refuse(SSLCERT_EXT_ERR_SIGNED_NOT_PEM, "A PEM block is damaged or cut short");
+            return RefuseCertificate(SSLCERT_EXT_ERR_SIGNED_NOT_PEM, kNotWholePem, index);
         }
         if (index == 0 && std::strcmp(block.name, kPkcs7Label) == 0) {
             const UniquePtr<PKCS7> bundle = WholeDer<PKCS7, d2i_PKCS7>(block.data, block.length);
@@ -163,12 +170,12 @@ uint32_t FromPem(std::string_view text, CertChain &chain) {
             return FromPkcs7(bundle.get(), chain);
         }
         if (std::strcmp(block.name, kCertificateLabel) != 0)
-            return Refuse(SSLCERT_EXT_ERR_SIGNED_NOT_PEM,
-                          "A PEM block is not a certificate (only CERTIFICATE or one PKCS7)");
+            return RefuseCertificate(SSLCERT_EXT_ERR_SIGNED_NOT_PEM, kNotWholePem, index);
         const UniquePtr<X509> cert = WholeDer<X509, d2i_X509>(block.data, block.length);
-        if (!cert) return Refuse(SSLCERT_EXT_ERR_SIGNED_NOT_PEM, "A PEM certificate is damaged");
+        if (!cert) return RefuseCertificate(SSLCERT_EXT_ERR_SIGNED_NOT_PEM, kNotWholePem, index);
         if (index == static_cast<int>(SSLCERT_EXT_SIGNED_MAX_CERTS))
-            return Refuse(SSLCERT_EXT_ERR_CHAIN_TOO_LONG, "More than 8 certificates");
+            return RefuseCertificate(SSLCERT_EXT_ERR_CHAIN_TOO_LONG, "more than 8 certificates",
+                                     index);
         if (!Push(chain.get(), cert.get())) return Refuse(SSLCERT_EXT_ERR_SIGNED_NOT_PEM, "Out of memory");
     }
 }
@@ -178,7 +185,8 @@ uint32_t FromPem(std::string_view text, CertChain &chain) {
 uint32_t ReadAnswerCertificates(std::string_view bytes, CertChain &chain) {
     CertChain certs(sk_X509_new_null());
     if (!certs) return Refuse(SSLCERT_EXT_ERR_SIGNED_NOT_PEM, "Out of memory");
-    const bool pem = bytes.find(kPemStart) != std::string_view::npos;
+    // Nothing at all is told as no PEM certificate, as before other forms.
+    const bool pem = bytes.empty() || bytes.find(kPemStart) != std::string_view::npos;
     const uint32_t result = pem ? FromPem(bytes, certs) : FromDer(bytes, certs);
     if (result == SSLCERT_OK) chain = std::move(certs);
     return result;

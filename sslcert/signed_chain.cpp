@@ -62,8 +62,7 @@ uint32_t CheckCa(X509 *ca, int index, int casBelow) {
     case policy::ChainCaFault::kNotCa:
         return Refuse(SSLCERT_EXT_ERR_CHAIN_NOT_CA, "not a CA", index);
     case policy::ChainCaFault::kNotValidNow:
-        return Refuse(SSLCERT_EXT_ERR_CHAIN_INVALID, NotValidNowText(ca, "a CA that").c_str(),
-                      index);
+        return Refuse(SSLCERT_EXT_ERR_CHAIN_INVALID, "a CA that is not valid now", index);
     case policy::ChainCaFault::kWeakSignature:
         return Refuse(SSLCERT_EXT_ERR_CHAIN_INVALID, "a CA signed with MD5 or SHA-1", index);
     case policy::ChainCaFault::kPathLength:
@@ -234,11 +233,8 @@ uint32_t CheckLeafForPendingKey(X509 *leaf, const EVP_PKEY *pendingKey) {
                                 ", under the least the controller takes (RSA 2048, EC 256 bits)";
         return Refuse(SSLCERT_EXT_ERR_BAD_KEY_TYPE, why.c_str(), 0);
     }
-    if (!SameKey(X509_get0_pubkey(leaf), pendingKey)) {
-        const std::string why = "its key (" + KeyText(X509_get0_pubkey(leaf)) +
-                                ") is not the pending key";
-        return Refuse(SSLCERT_EXT_ERR_KEY_MISMATCH, why.c_str(), 0);
-    }
+    if (!SameKey(X509_get0_pubkey(leaf), pendingKey))
+        return Refuse(SSLCERT_EXT_ERR_KEY_MISMATCH, "its key is not the pending key", 0);
     if (X509_check_purpose(leaf, X509_PURPOSE_SSL_SERVER, 0) != 1)
         return Refuse(SSLCERT_EXT_ERR_NOT_SERVER_CERT, "it may not serve TLS servers", 0);
     if (policy::ValidityNow(leaf) != policy::Validity::kValid)
