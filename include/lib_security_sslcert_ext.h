@@ -280,7 +280,7 @@ BMCCERT_API uint32_t LIB_SECURITY_SSL_CheckSignedCert(const char *pcPem, uint32_
  * pending key in place; a failed tunnel restart leaves the new certificate
  * installed. An answer already in force (see
  * LIB_SECURITY_SSL_CheckSignedCert) is a harmless retry: its task ends in
- * state 2 with "Signed Server Cert already in force", the operation log
+ * state 2 with "Signed Cert already in force", the operation log
  * says "The signed SSL certificate is already in force.", nothing is
  * written and no service restarts.
  *

@@ -35,7 +35,7 @@ constexpr const char *kDoneIncompleteText =
     "issuer of the certificate is missing.";
 constexpr const char *kDoneTaskText = "Signed Server Cert installed";
 constexpr const char *kInForceText = "The signed SSL certificate is already in force.";
-constexpr const char *kInForceTaskText = "Signed Server Cert already in force";
+constexpr const char *kInForceTaskText = "Signed Cert already in force";
 constexpr const char *kDoneIncompleteTaskText = "Installed, chain incomplete";
 constexpr uint32_t kTransferMode = 5;
 constexpr uint32_t kResultKindFailed = 67;
