@@ -19,7 +19,7 @@ expect() {  # NAME TEST...: one check on the last run
     failed=$((failed + 1))
     printf 'FAIL: %s\n  status=%s\n  stdout=[%s]\n  stderr=[%s]\n' "$1" "$status" "$out" "$err"
 }
-# The value at a path like stSSLConfig.uiPublicKeyLen of the JSON on stdout;
+# The value at a path like certificate.key_bits of the JSON on stdout;
 # fails when the text is not JSON.
 json_get() {
     python3 -c 'import functools, json, sys
@@ -47,8 +47,10 @@ expect "a type that is not plain decimal is a usage error" is "$status/$out" "2/
 # The first read comes from the files (and stores the record), the second
 # from the database.
 run "$tool" info --json
-expect "info as JSON" is "$(json_get stKeyFileInfo.ucCertType) $(json_get stSSLConfig.stIssueTo.szCommonName)" \
-    "4 bmc.local"
+expect "info as JSON" is "$(json_get type) $(json_get certificate.subject.common_name)" "4 bmc.local"
+expect "... with the expiry in seconds and the days left" matches \
+    "$(json_get certificate.not_after)/$(json_get certificate.days_left)" \
+    "^$(date -d "$(json_get certificate.not_after_text)" +%s)/547[45]\$"
 run "$tool" days-left
 expect "days left" matches "$status/$out" '^0/[1-9][0-9]*$'
 check "refresh" "0/refreshed/" "$tool" refresh
@@ -160,7 +162,8 @@ expect "show: subject, key, names in order, the PEM" matches "$status/$out" \
     $'^0/Subject:\n  CN: +bmc-7.example.org\n.*\nKey: +p384\nNames:\n  DNS: +bmc-7.example.org\n  IP: +127.0.0.1\n  IP: +::1\n-----BEGIN'
 expect "... the PEM of the request" is "-----BEGIN${out#*-----BEGIN}" "$(<"$work/bmc.csr")"
 run "$tool" csr --show --json
-expect "show as JSON" is "$(json_get key) $(json_get astAltNames.2.szName) $(json_get szCountryCode)" "p384 ::1 DE"
+expect "show as JSON" is "$(json_get key) $(json_get alt_names.2.type) $(json_get alt_names.2.name) $(json_get subject.country)" \
+    "p384 ip ::1 DE"
 
 printf 'subjectAltName=DNS:bmc-7.example.org,IP:127.0.0.1,IP:::1\nextendedKeyUsage=serverAuth\n' >"$work/leaf.ext"
 openssl x509 -req -in "$work/bmc.csr" -CA "$work/root.pem" -CAkey "$work/root.key" -set_serial 0x5A \
