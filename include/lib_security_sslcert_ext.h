@@ -501,6 +501,15 @@ BMCCERT_API uint32_t LIB_SECURITY_SSL_DescribeResult(uint32_t uiCode, const char
                                                      const char **ppcSentence,
                                                      uint32_t *puiInForce);
 
+/*
+ * What to do about a result code (BMCCERT_1.2): *ppcAdvice one sentence
+ * for the operator, constant as the texts of LIB_SECURITY_SSL_DescribeResult.
+ * Results: 0; SSLCERT_EXT_ERR_UNKNOWN_CODE when the code has no advice
+ * (success, or nothing an operator can do beyond its sentence; nothing
+ * written); SSLCERT_ERR_NULL_POINTER.
+ */
+BMCCERT_API uint32_t LIB_SECURITY_SSL_AdviseResult(uint32_t uiCode, const char **ppcAdvice);
+
 BMCCERT_API uint32_t LIB_SECURITY_SSL_SetPinnedCA(const char *pcPem, uint32_t uiPemLength);
 BMCCERT_API uint32_t LIB_SECURITY_SSL_GetPinnedCA(char *pcPem, uint32_t uiPemSize);
 BMCCERT_API uint32_t LIB_SECURITY_SSL_ClearPinnedCA(void);

@@ -213,6 +213,9 @@ run "$tool" type
 expect "no certificate is type 0, not a failure" is "$status/$out" "0/0 none"
 run "$tool" explain 0x1800041c
 expect "explain a management code" matches "$status/$out" '^0/0x1800041C SSLCERT_MGMT_GEN_BAD_REQUEST: .'
+run "$tool" explain 0x8A00001F
+expect "explain says what to do on its second line" matches "$status/$out" \
+    $'^0/0x8A00001F SSLCERT_EXT_ERR_CHAIN_SIGNATURE: .*\nwhat to do: Fetch the CA\'s current chain'
 run "$tool" explain 0x12345678
 expect "explain an unknown code" matches "$status/$err" '^1/bmccert: explain: 0x12345678 is not a result code'
 # A code as the diagnostics log prints it: a negative number must reach the
