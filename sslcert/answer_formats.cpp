@@ -102,7 +102,8 @@ bool OrderLeafFirst(const STACK_OF(X509) * bundle, STACK_OF(X509) * chain) {
     for (int i = 0; i < count; ++i) {
         bool issuedAnother = false;
         for (int j = 0; j < count && !issuedAnother; ++j)
-            issuedAnother = j != i && NamesIssuer(sk_X509_value(bundle, i), sk_X509_value(bundle, j));
+            issuedAnother =
+                j != i && NamesIssuer(sk_X509_value(bundle, i), sk_X509_value(bundle, j));
         if (issuedAnother) continue;
         if (current >= 0) return false; // two leaves
         current = i;
@@ -142,7 +143,8 @@ uint32_t FromDer(std::string_view bytes, CertChain &chain) {
     const auto *data = reinterpret_cast<const unsigned char *>(bytes.data());
     const long length = static_cast<long>(bytes.size());
     if (UniquePtr<X509> cert = WholeDer<X509, d2i_X509>(data, length)) {
-        if (!Push(chain.get(), cert.get())) return Refuse(SSLCERT_EXT_ERR_SIGNED_NOT_PEM, "Out of memory");
+        if (!Push(chain.get(), cert.get()))
+            return Refuse(SSLCERT_EXT_ERR_SIGNED_NOT_PEM, "Out of memory");
         return SSLCERT_OK;
     }
     if (const UniquePtr<PKCS7> bundle = WholeDer<PKCS7, d2i_PKCS7>(data, length))
@@ -176,7 +178,8 @@ uint32_t FromPem(std::string_view text, CertChain &chain) {
         if (index == static_cast<int>(SSLCERT_EXT_SIGNED_MAX_CERTS))
             return RefuseCertificate(SSLCERT_EXT_ERR_CHAIN_TOO_LONG, "more than 8 certificates",
                                      index);
-        if (!Push(chain.get(), cert.get())) return Refuse(SSLCERT_EXT_ERR_SIGNED_NOT_PEM, "Out of memory");
+        if (!Push(chain.get(), cert.get()))
+            return Refuse(SSLCERT_EXT_ERR_SIGNED_NOT_PEM, "Out of memory");
     }
 }
 

@@ -44,9 +44,11 @@ std::string Bundle(const std::vector<std::string> &pems, bool pem) {
     std::unique_ptr<PKCS7, Pkcs7Free> p7(PKCS7_new());
     EXPECT_EQ(PKCS7_set_type(p7.get(), NID_pkcs7_signed), 1);
     EXPECT_EQ(PKCS7_content_new(p7.get(), NID_pkcs7_data), 1);
-    for (const std::string &one : pems) EXPECT_EQ(PKCS7_add_certificate(p7.get(), Parse(one).get()), 1);
+    for (const std::string &one : pems)
+        EXPECT_EQ(PKCS7_add_certificate(p7.get(), Parse(one).get()), 1);
     const bmccert::UniquePtr<BIO> out(BIO_new(BIO_s_mem()));
-    EXPECT_EQ(pem ? PEM_write_bio_PKCS7(out.get(), p7.get()) : i2d_PKCS7_bio(out.get(), p7.get()), 1);
+    EXPECT_EQ(pem ? PEM_write_bio_PKCS7(out.get(), p7.get()) : i2d_PKCS7_bio(out.get(), p7.get()),
+              1);
     char *data = nullptr;
     const long length = BIO_get_mem_data(out.get(), &data);
     return std::string(data, static_cast<size_t>(length));
@@ -72,7 +74,8 @@ TEST_F(AnswerFormatsTest, FormsAndRefusalsTellWhatToDo) {
     const std::string root = MakeCertPem(Ca("Lab Root", KeyKind::Rsa2048, {}, nullptr));
     const std::string ca = MakeCertPem(Ca("Lab CA", KeyKind::Ec256, KeyKind::Rsa2048, "Lab Root"));
     // The CA's renewed certificate: the same name with another key.
-    const std::string renewed = MakeCertPem(Ca("Lab CA", KeyKind::Rsa2048, KeyKind::Rsa2048, "Lab Root"));
+    const std::string renewed =
+        MakeCertPem(Ca("Lab CA", KeyKind::Rsa2048, KeyKind::Rsa2048, "Lab Root"));
     auto leafWith = [&](std::function<void(CertRecipe &)> change) {
         CertRecipe leaf;
         leaf.subject = {{"CN", kExampleHost}};
@@ -97,31 +100,37 @@ TEST_F(AnswerFormatsTest, FormsAndRefusalsTellWhatToDo) {
         {"PEM PKCS7 block", Bundle({root, leaf, ca}, true), 0, ""},
         {"PKCS#7 of two chains", Bundle({leaf, root, MakeCertPem(CertRecipe{})}, false),
          SSLCERT_EXT_ERR_CHAIN_ORDER, ".*do not form one chain\\.\n"},
-        {"PKCS#12 or other bytes", std::string("\x30\x03\x02\x01\x03", 5), SSLCERT_EXT_ERR_SIGNED_NOT_PEM,
+        {"PKCS#12 or other bytes", std::string("\x30\x03\x02\x01\x03", 5),
+         SSLCERT_EXT_ERR_SIGNED_NOT_PEM,
          ".*openssl x509 -inform DER.*openssl pkcs7 -print_certs.*\n"},
-        {"renewed CA key", leaf + renewed, SSLCERT_EXT_ERR_CHAIN_SIGNATURE, ".*Certificate 1: .*key did not sign it.*\n"},
+        {"renewed CA key", leaf + renewed, SSLCERT_EXT_ERR_CHAIN_SIGNATURE,
+         ".*Certificate 1: .*key did not sign it.*\n"},
         {"expired", leafWith([](CertRecipe &r) { r.notAfter = std::time(nullptr) - 60; }),
          SSLCERT_EXT_ERR_NOT_VALID_NOW, ".*Certificate 0: it has expired " + dates + "\n"},
         {"not yet valid", leafWith([](CertRecipe &r) { r.notBefore = std::time(nullptr) + 600; }),
          SSLCERT_EXT_ERR_NOT_VALID_NOW, ".*Certificate 0: it is not yet valid " + dates + "\n"},
-        {"1024-bit key", leafWith([](CertRecipe &r) { r.keyPem.clear(), r.key = KeyKind::Rsa1024; }),
+        {"1024-bit key",
+         leafWith([](CertRecipe &r) { r.keyPem.clear(), r.key = KeyKind::Rsa1024; }),
          SSLCERT_EXT_ERR_BAD_KEY_TYPE, ".*Certificate 0: its key is RSA 1024 bits, under .*\n"},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         ClearDiagLog();
-        EXPECT_EQ(LIB_SECURITY_SSL_CheckSignedCert(c.answer.data(), static_cast<uint32_t>(c.answer.size())),
+        EXPECT_EQ(LIB_SECURITY_SSL_CheckSignedCert(c.answer.data(),
+                                                   static_cast<uint32_t>(c.answer.size())),
                   c.code);
         const std::vector<Diag> diags = ReadDiags();
         ASSERT_EQ(diags.size(), c.report.empty() ? 0u : 1u);
         if (!c.report.empty()) {
-            EXPECT_TRUE(std::regex_match(diags[0].message, std::regex(c.report))) << diags[0].message;
+            EXPECT_TRUE(std::regex_match(diags[0].message, std::regex(c.report)))
+                << diags[0].message;
         }
     }
     // The retry after an installation consumed the pending key.
     WriteFile("/conf/certs/server/user/actualcert.pem", leaf + ca);
     RemoveFile(kPending);
-    EXPECT_EQ(LIB_SECURITY_SSL_CheckSignedCert(leaf.data(), static_cast<uint32_t>(leaf.size())), 0u);
+    EXPECT_EQ(LIB_SECURITY_SSL_CheckSignedCert(leaf.data(), static_cast<uint32_t>(leaf.size())),
+              0u);
     EXPECT_EQ(LIB_SECURITY_SSL_CheckSignedCert(ca.data(), static_cast<uint32_t>(ca.size())),
               SSLCERT_EXT_ERR_NO_PENDING_KEY);
 }

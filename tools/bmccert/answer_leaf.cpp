@@ -68,7 +68,9 @@ X509Owner ReadLeaf(std::string_view answer) {
 
 std::string KeyText(const EVP_PKEY *key) {
     const int type = EVP_PKEY_base_id(key);
-    const char *name = type == EVP_PKEY_RSA ? "RSA" : type == EVP_PKEY_EC ? "EC" : "of another type";
+    const char *name = type == EVP_PKEY_RSA  ? "RSA"
+                       : type == EVP_PKEY_EC ? "EC"
+                                             : "of another type";
     return std::string(name) + ' ' + std::to_string(EVP_PKEY_bits(key)) + " bits";
 }
 
@@ -82,7 +84,6 @@ bool ReadAnswerFile(const std::string &path, std::string &bytes) {
     bytes.resize(static_cast<size_t>(file.gcount()));
     return !file.bad();
 }
-
 
 std::string RefusalDetails(std::string_view answer, uint32_t code) {
     if (code != SSLCERT_EXT_ERR_NOT_VALID_NOW && code != SSLCERT_EXT_ERR_BAD_KEY_TYPE &&
