@@ -202,7 +202,7 @@ constexpr std::array kCodes = {
     BMCCERT_CODE(SSLCERT_EXT_ERR_SIGNED_TOO_BIG, kUnchanged,
                  "the CA's answer (certificate and chain) is larger than 64 KiB"),
     BMCCERT_CODE(SSLCERT_EXT_ERR_SIGNED_NOT_PEM, kUnchanged,
-                 "the CA's answer is not PEM certificates, or one is cut short"),
+                 "the CA's answer is not PEM, DER or PKCS#7 certificates, or one is cut short"),
     BMCCERT_CODE(SSLCERT_EXT_ERR_CHAIN_TOO_LONG, kUnchanged,
                  "the CA's answer holds more than 8 certificates"),
     BMCCERT_CODE(SSLCERT_EXT_ERR_KEY_MISMATCH, kUnchanged,
@@ -228,6 +228,9 @@ constexpr std::array kCodes = {
     BMCCERT_CODE(SSLCERT_EXT_ERR_PIN_BAD, kUnchanged,
                  "the CA to pin is not one PEM root CA certificate, or the stored pin is damaged"),
     BMCCERT_CODE(SSLCERT_EXT_ERR_NO_PIN, kUnchanged, "no CA is pinned"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_CHAIN_SIGNATURE, kUnchanged,
+                 "a certificate of the chain names the issuer of the one before it, but its key "
+                 "did not sign it: the CA's key changed?"),
     BMCCERT_CODE(SSLCERT_EXT_ERR_UNKNOWN_CODE, kUnchanged,
                  "the value is not a result code of the library"),
     BMCCERT_CODE(SSLCERT_EXT_ERR_TASK, kUnchanged,
@@ -261,10 +264,84 @@ constexpr bool UniqueCodes() {
 }
 static_assert(UniqueCodes(), "a code has one entry");
 
+// What an operator does about a code, where more than its sentence helps.
+struct ResultAdvice {
+    uint32_t code;
+    const char *advice;
+};
+constexpr std::array kAdvice = {
+    ResultAdvice{SSLCERT_ERR_CERT_EXPIRED,
+                 "Check the controller's clock first; else ask the CA for a certificate valid now."},
+    ResultAdvice{SSLCERT_ERR_FILE_TOO_BIG, "Upload the certificate and the key alone, without "
+                                           "other blocks: each file must stay under 8 KiB."},
+    ResultAdvice{SSLCERT_ERR_KEY_ENCRYPTED,
+                 "Remove the pass phrase: openssl pkey -in KEY -out KEY.plain, then upload that."},
+    ResultAdvice{SSLCERT_ERR_KEY_MISMATCH,
+                 "Upload the key the certificate was issued for, of at least RSA 2048 or EC 256 "
+                 "bits: a weaker key is refused by the TLS stack as well."},
+    ResultAdvice{SSLCERT_ERR_MD5_SIGNATURE, "Ask the CA to sign again with SHA-256 or better."},
+    ResultAdvice{SSLCERT_MGMT_GEN_BAD_REQUEST,
+                 "Correct the field the diagnostics log names and generate again."},
+    ResultAdvice{SSLCERT_EXT_ERR_BAD_KEY_TYPE,
+                 "Use a key of RSA 2048 to 4096 bits or EC P-256/P-384 and make a new request."},
+    ResultAdvice{SSLCERT_EXT_ERR_NO_PENDING_KEY,
+                 "Make a signing request first (bmccert csr), then send it to the CA."},
+    ResultAdvice{SSLCERT_EXT_ERR_LOCK, "Wait for the running installation to end, then retry."},
+    ResultAdvice{SSLCERT_EXT_ERR_SIGNED_TOO_BIG,
+                 "Send the leaf and its chain only, without the root store or other files."},
+    ResultAdvice{SSLCERT_EXT_ERR_SIGNED_NOT_PEM,
+                 "Convert the answer: openssl x509 -inform DER -in FILE -out FILE.pem, or openssl "
+                 "pkcs7 -print_certs -in FILE -out FILE.pem."},
+    ResultAdvice{SSLCERT_EXT_ERR_CHAIN_TOO_LONG, "Leave the root and any cross-signed CAs out."},
+    ResultAdvice{SSLCERT_EXT_ERR_KEY_MISMATCH,
+                 "Send the CA the pending request (bmccert csr --show --pem): the answer is for "
+                 "another request, or a newer one replaced it."},
+    ResultAdvice{SSLCERT_EXT_ERR_NOT_SERVER_CERT,
+                 "Ask the CA for a TLS server certificate (extended key usage serverAuth)."},
+    ResultAdvice{SSLCERT_EXT_ERR_NOT_VALID_NOW,
+                 "Check the controller's clock first; else ask the CA for a certificate valid now."},
+    ResultAdvice{SSLCERT_EXT_ERR_WEAK_SIGNATURE, "Ask the CA to sign with SHA-256 or better."},
+    ResultAdvice{SSLCERT_EXT_ERR_CHAIN_ORDER,
+                 "Put the leaf first, then the CA that issued it, then that CA's issuer."},
+    ResultAdvice{SSLCERT_EXT_ERR_CHAIN_SIGNATURE,
+                 "Fetch the CA's current chain: the CA certificate sent is of its other key."},
+    ResultAdvice{SSLCERT_EXT_ERR_CHAIN_NOT_CA,
+                 "Send only CA certificates after the leaf, in their order."},
+    ResultAdvice{SSLCERT_EXT_ERR_NAME_MISSING,
+                 "Ask the CA to keep the request's alternative names (bmccert csr --show)."},
+    ResultAdvice{SSLCERT_EXT_ERR_CHAIN_INVALID, "Ask the CA for its current chain."},
+    ResultAdvice{SSLCERT_EXT_ERR_NOT_PINNED,
+                 "Have the pinned CA sign the request, or pin the CA that did (bmccert ca pin)."},
+    ResultAdvice{SSLCERT_EXT_ERR_INSTALL_PENDING,
+                 "Run bmccert recover before anything else is installed."},
+    ResultAdvice{SSLCERT_EXT_ERR_RESTART,
+                 "Restart stunnel.service; the new certificate serves once it runs."},
+};
+
+constexpr bool AdviceForKnownCodes() {
+    for (const ResultAdvice &advice : kAdvice) {
+        bool known = false;
+        for (const ResultText &entry : kCodes) known = known || entry.code == advice.code;
+        if (!known) return false;
+    }
+    return true;
+}
+static_assert(AdviceForKnownCodes(), "advice only for codes of the table");
+
 } // namespace
 } // namespace bmccert
 
 using namespace bmccert;
+
+extern "C" uint32_t LIB_SECURITY_SSL_AdviseResult(uint32_t uiCode, const char **ppcAdvice) {
+    if (ppcAdvice == nullptr) return SSLCERT_ERR_NULL_POINTER;
+    for (const ResultAdvice &entry : kAdvice) {
+        if (entry.code != uiCode) continue;
+        *ppcAdvice = entry.advice;
+        return SSLCERT_OK;
+    }
+    return SSLCERT_EXT_ERR_UNKNOWN_CODE;
+}
 
 extern "C" uint32_t LIB_SECURITY_SSL_DescribeResult(uint32_t uiCode, const char **ppcName,
                                                     const char **ppcSentence,

@@ -47,6 +47,7 @@ extern "C" {
 #define SSLCERT_EXT_ERR_NOT_PINNED      0x8A00001Cu /* the answer does not chain to the pinned CA */
 #define SSLCERT_EXT_ERR_PIN_BAD         0x8A00001Du /* the CA to pin is not one PEM CA certificate */
 #define SSLCERT_EXT_ERR_NO_PIN          0x8A00001Eu /* no CA is pinned */
+#define SSLCERT_EXT_ERR_CHAIN_SIGNATURE 0x8A00001Fu /* names match, the signature does not verify: the CA's key changed? */
 /* The management entries' own failures: */
 #define SSLCERT_EXT_ERR_TASK            0x8A000020u /* the task or its thread could not start */
 #define SSLCERT_EXT_ERR_INSTALL         0x8A000021u /* installation failed: nothing changed */
@@ -204,22 +205,35 @@ BMCCERT_API uint32_t LIB_SECURITY_SSL_GetPendingCSR(SSLCertRequest *pstRequest, 
 /*
  * Checks a CA's answer to the pending request, without installing it:
  * pcPem (uiPemLength bytes, no terminator needed) is a PEM certificate,
- * optionally followed by its chain, leaf first. In this order:
+ * optionally followed by its chain, leaf first; or, as CAs hand them out,
+ * one DER certificate, or a PKCS#7 bundle in DER or as one PEM "PKCS7"
+ * block, whose certificates are ordered leaf first by their issuer names
+ * (SSLCERT_EXT_ERR_CHAIN_ORDER when they do not form one chain). In this
+ * order:
  *  - at most SSLCERT_EXT_SIGNED_MAX_BYTES bytes (SSLCERT_EXT_ERR_SIGNED_TOO_BIG);
- *  - only PEM certificates, each whole, at least one
- *    (SSLCERT_EXT_ERR_SIGNED_NOT_PEM), at most 8 (SSLCERT_EXT_ERR_CHAIN_TOO_LONG);
- *  - each certificate after the first is the issuer of the one before it
- *    (names match and its key verifies the signature;
- *    SSLCERT_EXT_ERR_CHAIN_ORDER), so that a chain in the wrong order is
- *    told as such, and a CA by its basic constraints, CA:TRUE (key usage
+ *  - only certificates, each whole, at least one
+ *    (SSLCERT_EXT_ERR_SIGNED_NOT_PEM, the diagnostic says how to convert
+ *    another form), at most 8 (SSLCERT_EXT_ERR_CHAIN_TOO_LONG);
+ *  - each certificate after the first is the issuer of the one before it:
+ *    names match (SSLCERT_EXT_ERR_CHAIN_ORDER), so that a chain in the
+ *    wrong order is told as such, and its key verifies the signature
+ *    (SSLCERT_EXT_ERR_CHAIN_SIGNATURE, BMCCERT_1.2: the CA's key was
+ *    renewed and the answer carries the CA certificate of the other key);
+ *    and a CA by its basic constraints, CA:TRUE (key usage
  *    keyCertSign alone is not enough: browsers refuse such an issuer;
  *    SSLCERT_EXT_ERR_CHAIN_NOT_CA), valid now, not signed with MD5 or
  *    SHA-1 (a self-signed root's own signature is not judged) and within
  *    the path length constraints of the CAs after it
  *    (SSLCERT_EXT_ERR_CHAIN_INVALID);
  *  - a request is pending (SSLCERT_EXT_ERR_NO_PENDING_KEY) and the first
- *    certificate, the leaf, carries its public key
- *    (SSLCERT_EXT_ERR_KEY_MISMATCH, a key of another type included);
+ *    certificate, the leaf, carries its public key (a key under RSA 2048
+ *    or EC 256 bits, never a pending one: SSLCERT_EXT_ERR_BAD_KEY_TYPE,
+ *    the diagnostic names its size; another key:
+ *    SSLCERT_EXT_ERR_KEY_MISMATCH, a key of another type included). When
+ *    none is pending and the leaf is the user certificate in force (the
+ *    retry of an installed answer: the installation consumed the pending
+ *    key), the result is 0 at once and a notice says it is already in
+ *    force;
  *  - the leaf may serve TLS servers, as the upload's check of the
  *    SSL-server purpose (SSLCERT_EXT_ERR_NOT_SERVER_CERT);
  *  - the leaf is valid now (SSLCERT_EXT_ERR_NOT_VALID_NOW);
@@ -266,7 +280,11 @@ BMCCERT_API uint32_t LIB_SECURITY_SSL_CheckSignedCert(const char *pcPem, uint32_
  * the certificate is missing." and a level 6 diagnostic says so. A
  * failed installation leaves the previous certificate in force and the
  * pending key in place; a failed tunnel restart leaves the new certificate
- * installed.
+ * installed. An answer already in force (see
+ * LIB_SECURITY_SSL_CheckSignedCert) is a harmless retry: its task ends in
+ * state 2 with "Signed Cert already in force", the operation log
+ * says "The signed SSL certificate is already in force.", nothing is
+ * written and no service restarts.
  *
  * Results: 0; a check's code; SSLCERT_EXT_ERR_SIGNED_FETCH also when
  * CertSrcPath does not fit the file transfer's record (1023 characters)
@@ -486,6 +504,15 @@ BMCCERT_API uint32_t LIB_SECURITY_SSL_CheckHealthOffline(SSLHealthRecord *pstRec
 BMCCERT_API uint32_t LIB_SECURITY_SSL_DescribeResult(uint32_t uiCode, const char **ppcName,
                                                      const char **ppcSentence,
                                                      uint32_t *puiInForce);
+
+/*
+ * What to do about a result code (BMCCERT_1.2): *ppcAdvice one sentence
+ * for the operator, constant as the texts of LIB_SECURITY_SSL_DescribeResult.
+ * Results: 0; SSLCERT_EXT_ERR_UNKNOWN_CODE when the code has no advice
+ * (success, or nothing an operator can do beyond its sentence; nothing
+ * written); SSLCERT_ERR_NULL_POINTER.
+ */
+BMCCERT_API uint32_t LIB_SECURITY_SSL_AdviseResult(uint32_t uiCode, const char **ppcAdvice);
 
 BMCCERT_API uint32_t LIB_SECURITY_SSL_SetPinnedCA(const char *pcPem, uint32_t uiPemLength);
 BMCCERT_API uint32_t LIB_SECURITY_SSL_GetPinnedCA(char *pcPem, uint32_t uiPemSize);

@@ -104,6 +104,9 @@ struct SignedAnswer {
     CertChain chain;
     PendingRequest pending;
     bool issuerMissing = false;
+    // No key pending and the leaf is the certificate in force: a retry of
+    // an installed answer, with nothing to install.
+    bool alreadyInForce = false;
 };
 // Every check of LIB_SECURITY_SSL_CheckSignedCert, in its order; 0 or the
 // first refusal's code after its report.

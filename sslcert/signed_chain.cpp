@@ -7,55 +7,51 @@
 
 #include <string>
 
+#include <ctime>
+
 #include <openssl/pem.h>
 
+#include "platform/controller_paths.h"
+#include "sslcert/answer_formats.h"
 #include "sslcert/cert_policy.h"
-#include "sslcert/cert_request.h"
 
 namespace bmccert::sslcert {
 namespace {
 
 using namespace bmccert;
 
-constexpr const char *kCertificateLabel = "CERTIFICATE";
-
-// OpenSSL's parts of one PEM block, freed together.
-struct PemBlock {
-    char *name = nullptr;
-    char *header = nullptr;
-    unsigned char *data = nullptr;
-    long length = 0;
-    PemBlock() = default;
-    PemBlock(const PemBlock &) = delete;
-    PemBlock &operator=(const PemBlock &) = delete;
-    ~PemBlock() {
-        OPENSSL_free(name);
-        OPENSSL_free(header);
-        OPENSSL_free(data);
-    }
-};
-
-// Reads the next block as a certificate; null at the end of the text
-// (ended set) or for anything that is not one whole certificate.
-UniquePtr<X509> NextCertificate(BIO *text, bool &ended) {
-    PemBlock block;
-    ERR_clear_error();
-    if (PEM_read_bio(text, &block.name, &block.header, &block.data, &block.length) != 1) {
-        ended = ERR_GET_REASON(ERR_peek_last_error()) == PEM_R_NO_START_LINE;
-        ERR_clear_error();
-        return nullptr;
-    }
-    if (std::strcmp(block.name, kCertificateLabel) != 0) return nullptr;
-    const unsigned char *next = block.data;
-    UniquePtr<X509> cert(d2i_X509(nullptr, &next, block.length));
-    if (next != block.data + block.length) return nullptr; // bytes after the certificate
-    return cert;
-}
-
 uint32_t Refuse(uint32_t code, const char *why, int index) {
     BMCCERT_DIAG(kLevelFailure, "Signed certificate verify failed! Certificate %d: %s.\n", index,
                  why);
     return code;
+}
+
+// A time as the controller's clock and the certificate both can be read:
+// "2026-11-25 07:11:40 UTC".
+std::string UtcText(const std::tm &when) {
+    char text[32] = {};
+    return std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S UTC", &when) > 0 ? text : "?";
+}
+
+std::string UtcText(const ASN1_TIME *when) {
+    std::tm parts{};
+    return when != nullptr && ASN1_TIME_to_tm(when, &parts) == 1 ? UtcText(parts) : "unreadable";
+}
+
+// Why a certificate is not valid now, with its dates and the controller's
+// clock: on a controller a clock that is wrong is the usual cause.
+std::string NotValidNowText(const X509 *cert, std::string_view what) {
+    const char *state = policy::ValidityNow(cert) == policy::Validity::kNotYetValid
+                            ? "is not yet valid"
+                            : policy::ValidityNow(cert) == policy::Validity::kExpired
+                                  ? "has expired"
+                                  : "has unreadable dates";
+    const std::time_t now = std::time(nullptr);
+    std::tm clock{};
+    (void)gmtime_r(&now, &clock);
+    return std::string(what) + ' ' + state + " (valid from " +
+           UtcText(X509_get0_notBefore(cert)) + " until " + UtcText(X509_get0_notAfter(cert)) +
+           "; the controller's clock says " + UtcText(clock) + ")";
 }
 
 // The policy's verdict on a CA of the chain as a refusal; 0 when sound.
@@ -159,6 +155,23 @@ uint32_t CheckPinnedChain(STACK_OF(X509) * chain, X509 *pin) {
     return SSLCERT_EXT_ERR_NOT_PINNED;
 }
 
+// "RSA 1024 bits", "EC 256 bits" (EC by its curve's order).
+std::string KeyText(const EVP_PKEY *key) {
+    const int type = EVP_PKEY_base_id(key);
+    const char *name = type == EVP_PKEY_RSA ? "RSA" : type == EVP_PKEY_EC ? "EC" : "of another type";
+    return std::string(name) + ' ' + std::to_string(EVP_PKEY_bits(key)) + " bits";
+}
+
+// The leaf is the user certificate in force: the retry of an answer whose
+// installation consumed the pending key.
+bool IsCertificateInForce(X509 *leaf) {
+    const UniquePtr<BIO> file(BIO_new_file(kUserCertPath, "r"));
+    const UniquePtr<X509> inForce(
+        file ? PEM_read_bio_X509(file.get(), nullptr, nullptr, nullptr) : nullptr);
+    ERR_clear_error();
+    return inForce && X509_cmp(inForce.get(), leaf) == 0;
+}
+
 // The leaf's issuer is not in the answer and the leaf did not sign itself,
 // and no pinned CA issued it: clients that lack the issuer cannot verify it.
 bool IssuerMissing(STACK_OF(X509) * chain, X509 *pin) {
@@ -179,28 +192,23 @@ uint32_t ReadSignedChain(std::string_view pem, CertChain &chain) {
                      pem.size(), SSLCERT_EXT_SIGNED_MAX_BYTES);
         return SSLCERT_EXT_ERR_SIGNED_TOO_BIG;
     }
-    const UniquePtr<BIO> text(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
-    CertChain certs(sk_X509_new_null());
-    if (!text || !certs) return Refuse(SSLCERT_EXT_ERR_SIGNED_NOT_PEM, "out of memory", 0);
-    for (int index = 0;; ++index) {
-        bool ended = false;
-        UniquePtr<X509> cert = NextCertificate(text.get(), ended);
-        if (ended && index > 0) break;
-        if (!cert) return Refuse(SSLCERT_EXT_ERR_SIGNED_NOT_PEM, "not a whole PEM certificate", index);
-        if (index == static_cast<int>(SSLCERT_EXT_SIGNED_MAX_CERTS))
-            return Refuse(SSLCERT_EXT_ERR_CHAIN_TOO_LONG, "more than 8 certificates", index);
-        if (sk_X509_push(certs.get(), cert.get()) == 0)
-            return Refuse(SSLCERT_EXT_ERR_SIGNED_NOT_PEM, "out of memory", index);
-        (void)cert.release(); // the chain owns it now
-    }
+    CertChain certs;
+    if (const uint32_t result = ReadAnswerCertificates(pem, certs); result != SSLCERT_OK)
+        return result;
     int casBelow = 0;
     for (int index = 1; index < sk_X509_num(certs.get()); ++index) {
         X509 *issued = sk_X509_value(certs.get(), index - 1);
         X509 *issuer = sk_X509_value(certs.get(), index);
-        if (X509_NAME_cmp(X509_get_issuer_name(issued), X509_get_subject_name(issuer)) != 0 ||
-            X509_verify(issued, X509_get0_pubkey(issuer)) != 1) {
-            ERR_clear_error();
+        if (X509_NAME_cmp(X509_get_issuer_name(issued), X509_get_subject_name(issuer)) != 0)
             return Refuse(SSLCERT_EXT_ERR_CHAIN_ORDER, "not the issuer of the one before it",
+                          index);
+        // The right name without the right key: the CA's key was renewed,
+        // and the answer carries the CA certificate of the other key.
+        if (X509_verify(issued, X509_get0_pubkey(issuer)) != 1) {
+            ERR_clear_error();
+            return Refuse(SSLCERT_EXT_ERR_CHAIN_SIGNATURE,
+                          "its name is the issuer's of the one before it, but its key did not "
+                          "sign it (the CA's key changed? fetch the CA's current chain)",
                           index);
         }
         if (const uint32_t result = CheckCa(issuer, index, casBelow); result != SSLCERT_OK)
@@ -218,27 +226,23 @@ uint32_t CheckLeafForPendingKey(X509 *leaf, const EVP_PKEY *pendingKey) {
                                     "pending.\n");
         return SSLCERT_EXT_ERR_NO_PENDING_KEY;
     }
+    // A weak key can never be the pending one (requests are made with
+    // strong keys only): say its size, not a mismatch.
+    if (policy::KeyStrengthOf(X509_get0_pubkey(leaf)) == policy::KeyStrength::kWeak) {
+        const std::string why = "its key is " + KeyText(X509_get0_pubkey(leaf)) +
+                                ", under the least the controller takes (RSA 2048, EC 256 bits)";
+        return Refuse(SSLCERT_EXT_ERR_BAD_KEY_TYPE, why.c_str(), 0);
+    }
     if (!SameKey(X509_get0_pubkey(leaf), pendingKey))
         return Refuse(SSLCERT_EXT_ERR_KEY_MISMATCH, "its key is not the pending key", 0);
     if (X509_check_purpose(leaf, X509_PURPOSE_SSL_SERVER, 0) != 1)
         return Refuse(SSLCERT_EXT_ERR_NOT_SERVER_CERT, "it may not serve TLS servers", 0);
     if (policy::ValidityNow(leaf) != policy::Validity::kValid)
-        return Refuse(SSLCERT_EXT_ERR_NOT_VALID_NOW, "it is not valid now", 0);
+        return Refuse(SSLCERT_EXT_ERR_NOT_VALID_NOW, NotValidNowText(leaf, "it").c_str(), 0);
     if (policy::SignatureDigest(leaf) != policy::Digest::kSound)
         return Refuse(SSLCERT_EXT_ERR_WEAK_SIGNATURE, "it is signed with MD5 or SHA-1", 0);
     ERR_clear_error();
     return SSLCERT_OK;
-}
-
-UniquePtr<X509> ReadOneCertificate(std::string_view pem) {
-    if (pem.size() > SSLCERT_EXT_SIGNED_MAX_BYTES) return nullptr;
-    const UniquePtr<BIO> text(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
-    if (!text) return nullptr;
-    bool ended = false;
-    UniquePtr<X509> cert = NextCertificate(text.get(), ended);
-    if (!cert) return nullptr;
-    const UniquePtr<X509> more = NextCertificate(text.get(), ended);
-    return ended ? std::move(cert) : nullptr;
 }
 
 uint32_t CheckSignedAnswer(std::string_view pem, SignedAnswer &answer) {
@@ -246,6 +250,11 @@ uint32_t CheckSignedAnswer(std::string_view pem, SignedAnswer &answer) {
         return result;
     answer.pending = LoadPendingRequest();
     X509 *leaf = sk_X509_value(answer.chain.get(), 0);
+    if (!answer.pending.key && IsCertificateInForce(leaf)) {
+        BMCCERT_DIAG(kLevelNotice, "Signed certificate already in force: nothing to install.\n");
+        answer.alreadyInForce = true;
+        return SSLCERT_OK;
+    }
     if (const uint32_t result = CheckLeafForPendingKey(leaf, answer.pending.key.get());
         result != SSLCERT_OK)
         return result;

@@ -35,6 +35,8 @@ constexpr const char *kDoneIncompleteText =
     "Installed the signed SSL certificate successfully, but its chain is incomplete: the "
     "issuer of the certificate is missing.";
 constexpr const char *kDoneTaskText = "Signed Server Cert installed";
+constexpr const char *kInForceText = "The signed SSL certificate is already in force.";
+constexpr const char *kInForceTaskText = "Signed Cert already in force";
 constexpr const char *kDoneIncompleteTaskText = "Installed, chain incomplete";
 constexpr uint32_t kTransferMode = 5;
 constexpr uint32_t kResultKindFailed = 67;
@@ -43,7 +45,7 @@ constexpr uint8_t kTaskStateDone = 2;
 constexpr uint8_t kTaskStateFailed = 4;
 constexpr uint8_t kProgressComplete = 100;
 
-enum class Outcome { kFailed, kDone, kDoneIncomplete };
+enum class Outcome { kFailed, kDone, kDoneIncomplete, kAlreadyInForce };
 
 // The thread's own copy of an accepted answer.
 struct SignedImportJob {
@@ -56,6 +58,7 @@ struct SignedImportJob {
 void WriteOperateLog(const LogOrigin &origin, Outcome outcome, int line = __builtin_LINE()) {
     const char *text = outcome == Outcome::kDone             ? kDoneText
                        : outcome == Outcome::kDoneIncomplete ? kDoneIncompleteText
+                       : outcome == Outcome::kAlreadyInForce ? kInForceText
                                                              : kFailedText;
     (void)OPERATELOG_AddLogComm(origin.uiInterface,
                                 outcome == Outcome::kFailed ? kResultKindFailed : kResultKindDone,
@@ -79,10 +82,12 @@ bool OriginTextsEnd(const LogOrigin &origin) {
 // pending now (a new request may have replaced it since the entry), written
 // as a temporary pair and installed; the pending key goes once it is in
 // force.
-uint32_t InstallAnswer(std::string_view pem, bool &issuerMissing) {
+uint32_t InstallAnswer(std::string_view pem, bool &issuerMissing, bool &alreadyInForce) {
     SignedAnswer answer;
     if (const uint32_t result = CheckSignedAnswer(pem, answer); result != SSLCERT_OK)
         return result;
+    alreadyInForce = answer.alreadyInForce;
+    if (alreadyInForce) return SSLCERT_OK;
     issuerMissing = answer.issuerMissing;
     const CertChain &chain = answer.chain;
     const PendingRequest &pending = answer.pending;
@@ -111,11 +116,20 @@ void *SignedCertImportThread(void *param) {
 
     uint32_t result;
     bool issuerMissing = false;
+    bool alreadyInForce = false;
     {
         const InstallationTask task(job->taskId);
         const InstallationLock installing;
-        result = installing.Held() ? InstallAnswer({job->pem.get(), job->length}, issuerMissing)
+        result = installing.Held() ? InstallAnswer({job->pem.get(), job->length}, issuerMissing,
+                                                                 alreadyInForce)
                                    : SSLCERT_EXT_ERR_LOCK;
+    }
+    if (result == SSLCERT_OK && alreadyInForce) {
+        WriteOperateLog(job->origin, Outcome::kAlreadyInForce);
+        SECURITY_SSL_UpdateImportTask(job->taskId, kTaskStateDone, kProgressComplete,
+                                      kInForceTaskText);
+        TaskEnded(job->taskId, kTaskStateDone, SSLCERT_OK);
+        return nullptr;
     }
     if (result == SSLCERT_OK && RestartServiceNow(kTunnelService) != 0) {
         BMCCERT_DIAG(kLevelFailure, "Signed Cert:installed, but restart stunnel service failed!\n");

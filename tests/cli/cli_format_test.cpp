@@ -71,16 +71,21 @@ SSLCertInfo UnterminatedRecord() {
 }
 
 TEST(InfoFormat, JsonAndTextBoundEveryFieldByItsArray) {
-    const std::string json = FormatInfoJson(UnterminatedRecord());
-    EXPECT_EQ(json.rfind(R"({"stKeyFileInfo":{"ucCertType":4,)", 0), 0u);
+    SSLCertInfo dated = UnterminatedRecord();
+    std::strcpy(dated.stSSLConfig.szExpDate, "2026-01-11T00:00:00Z");
+    const std::string json = FormatInfoJson(dated, 1767916800 + 3600); // 2026-01-09T01:00:00Z
+    EXPECT_EQ(json.rfind(R"({"type":4,"type_name":"factory-default",)", 0), 0u);
     EXPECT_EQ(json.back(), '\n');
-    for (const std::string &piece : {"\"szVersion\":\"" + std::string(64, 'A') + "\",",
-                                     "\"szKeyUsage\":\"" + std::string(255, 'A') + "\",",
-                                     "\"szCertFileTime\":\"" + std::string(126, 'A') + "\",",
-                                     std::string(R"("szCountryCode":"CCC","szEmailAddress")"),
-                                     std::string(R"("uiValidDays":365}})"),
-                                     std::string(R"("stSSLConfig":{"uiPublicKeyLen":2048,)")})
+    for (const std::string &piece : {"\"version\":\"" + std::string(64, 'A') + "\",",
+                                     "\"key_usage\":\"" + std::string(255, 'A') + "\",",
+                                     "\"cert_file_time\":\"" + std::string(126, 'A') + "\",",
+                                     std::string(R"("country":"CCC","email")"),
+                                     std::string(R"("not_after":1768089600,"not_after_text":"2026-01-11T00:00:00Z","days_left":1,)"),
+                                     std::string(R"("certificate":{"version")"),
+                                     std::string(R"("key_bits":2048,)")})
         EXPECT_NE(json.find(piece), std::string::npos) << piece;
+    // An unreadable date keeps its text and gives no number.
+    EXPECT_EQ(json.find(R"("not_before":)"), std::string::npos) << json;
 
     // The text also shows control bytes escaped, never raw to a terminal.
     SSLCertInfo info = UnterminatedRecord();
@@ -113,8 +118,8 @@ TEST(RequestFormat, BoundedByTheArrayAndEscaped) {
     const std::string unterminated(256, 'n');
     EXPECT_NE(text.find("  IP:                     " + unterminated + "\n"), std::string::npos);
     const std::string json = FormatRequestJson(request, "PEM\n");
-    EXPECT_EQ(json.rfind(R"({"szCommonName":"bmc\u001b[2J",)", 0), 0u) << json;
-    EXPECT_NE(json.find(R"({"uiType":2,"szName":")" + unterminated + R"("}],"pem":"PEM\n"})"),
+    EXPECT_EQ(json.rfind(R"({"subject":{"common_name":"bmc\u001b[2J",)", 0), 0u) << json;
+    EXPECT_NE(json.find(R"({"type":"ip","name":")" + unterminated + R"("}],"pem":"PEM\n"})"),
               std::string::npos);
     EXPECT_EQ(FormatRequestJson(request, "").find("\"pem\""), std::string::npos);
 }

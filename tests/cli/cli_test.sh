@@ -19,7 +19,7 @@ expect() {  # NAME TEST...: one check on the last run
     failed=$((failed + 1))
     printf 'FAIL: %s\n  status=%s\n  stdout=[%s]\n  stderr=[%s]\n' "$1" "$status" "$out" "$err"
 }
-# The value at a path like stSSLConfig.uiPublicKeyLen of the JSON on stdout;
+# The value at a path like certificate.key_bits of the JSON on stdout;
 # fails when the text is not JSON.
 json_get() {
     python3 -c 'import functools, json, sys
@@ -47,8 +47,10 @@ expect "a type that is not plain decimal is a usage error" is "$status/$out" "2/
 # The first read comes from the files (and stores the record), the second
 # from the database.
 run "$tool" info --json
-expect "info as JSON" is "$(json_get stKeyFileInfo.ucCertType) $(json_get stSSLConfig.stIssueTo.szCommonName)" \
-    "4 bmc.local"
+expect "info as JSON" is "$(json_get type) $(json_get certificate.subject.common_name)" "4 bmc.local"
+expect "... with the expiry in seconds and the days left" matches \
+    "$(json_get certificate.not_after)/$(json_get certificate.days_left)" \
+    "^$(date -d "$(json_get certificate.not_after_text)" +%s)/547[45]\$"
 run "$tool" days-left
 expect "days left" matches "$status/$out" '^0/[1-9][0-9]*$'
 check "refresh" "0/refreshed/" "$tool" refresh
@@ -160,15 +162,32 @@ expect "show: subject, key, names in order, the PEM" matches "$status/$out" \
     $'^0/Subject:\n  CN: +bmc-7.example.org\n.*\nKey: +p384\nNames:\n  DNS: +bmc-7.example.org\n  IP: +127.0.0.1\n  IP: +::1\n-----BEGIN'
 expect "... the PEM of the request" is "-----BEGIN${out#*-----BEGIN}" "$(<"$work/bmc.csr")"
 run "$tool" csr --show --json
-expect "show as JSON" is "$(json_get key) $(json_get astAltNames.2.szName) $(json_get szCountryCode)" "p384 ::1 DE"
+expect "show as JSON" is "$(json_get key) $(json_get alt_names.2.type) $(json_get alt_names.2.name) $(json_get subject.country)" \
+    "p384 ip ::1 DE"
 
 printf 'subjectAltName=DNS:bmc-7.example.org,IP:127.0.0.1,IP:::1\nextendedKeyUsage=serverAuth\n' >"$work/leaf.ext"
 openssl x509 -req -in "$work/bmc.csr" -CA "$work/root.pem" -CAkey "$work/root.key" -set_serial 0x5A \
     -days 9 -extfile "$work/leaf.ext" -out "$work/leaf.pem" 2>/dev/null
 cat "$work/root.pem" >>"$work/leaf.pem" # the issuer, so that clients can build the chain
+# An expired answer of a lab CA: a wrong clock is the usual cause.
+mkdir "$work/ca" && : >"$work/ca/index" && echo 01 >"$work/ca/serial"
+printf '[ca]\ndefault_ca=lab\n[lab]\ndatabase=index\nnew_certs_dir=.\nserial=serial\ndefault_md=sha256\npolicy=any\n[any]\ncommonName=supplied\n' >"$work/ca/ca.cnf"
+(cd "$work/ca" && openssl ca -batch -config ca.cnf -cert "$work/root.pem" -keyfile "$work/root.key" \
+    -in "$work/bmc.csr" -startdate 20240101000000Z -enddate 20240201000000Z -out old.pem 2>/dev/null)
+run "$tool" check-signed "$work/ca/old.pem"
+expect "an expired answer shows its dates and the clock" matches "$status/$err" \
+    "^1/bmccert: signed certificate refused: .*; valid from 2024-01-01 00:00:00 UTC until 2024-02-01 00:00:00 UTC; the controller's clock says 20[0-9-]+ [0-9:]+ UTC: 0x8A000016$"
+check "check-signed installs nothing" "0/the answer passes every check: bmccert install-signed $work/leaf.pem installs it/" \
+    "$tool" check-signed "$work/leaf.pem"
 run "$tool" install-signed "$work/leaf.pem"
 expect "install-signed follows its task" matches "$status/$out" \
     $'^0/task ([0-9]+): registered\ntask [0-9]+: finished, 100%: [^\n]+\noperation log: Installed the signed SSL certificate successfully\\. \\(result kind [0-9]+, user [^ ]+ from localhost\\)$'
+openssl x509 -in "$work/leaf.pem" -outform DER -out "$work/leaf.cer"
+check "the answer in force, checked again" "0/the answer is the certificate already in force: nothing to install/" \
+    "$tool" check-signed "$work/leaf.cer"
+run "$tool" install-signed "$work/leaf.cer"
+expect "... installed again as DER: a harmless retry" matches "$status/$out" \
+    $'^0/task ([0-9]+): registered\ntask [0-9]+: finished, 100%: Signed Cert already in force\n'
 # A tunnel that does not restart: installed, and said so with the task's code.
 run "$tool" "${csr[@]}" --key p256 --dns bmc-7.example.org --ip 127.0.0.1 --ip ::1 --out "$work/bmc2.csr"
 openssl x509 -req -in "$work/bmc2.csr" -CA "$work/root.pem" -CAkey "$work/root.key" -set_serial 0x5B \
@@ -197,6 +216,9 @@ run "$tool" type
 expect "no certificate is type 0, not a failure" is "$status/$out" "0/0 none"
 run "$tool" explain 0x1800041c
 expect "explain a management code" matches "$status/$out" '^0/0x1800041C SSLCERT_MGMT_GEN_BAD_REQUEST: .'
+run "$tool" explain 0x8A00001F
+expect "explain says what to do on its second line" matches "$status/$out" \
+    $'^0/0x8A00001F SSLCERT_EXT_ERR_CHAIN_SIGNATURE: .*\nwhat to do: Fetch the CA\'s current chain'
 run "$tool" explain 0x12345678
 expect "explain an unknown code" matches "$status/$err" '^1/bmccert: explain: 0x12345678 is not a result code'
 # A code as the diagnostics log prints it: a negative number must reach the

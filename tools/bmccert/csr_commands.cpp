@@ -4,6 +4,7 @@
 #include <cstring>
 #include <fstream>
 
+#include "answer_leaf.h"
 #include "json_writer.h"
 #include "info_format.h"
 #include "output.h"
@@ -64,7 +65,41 @@ std::optional<int> BuildRequest(const GenerateOptions &subject, const KeyType &k
     return std::nullopt;
 }
 
+// The refusal of a CA's answer with what the tool can tell of its leaf:
+// its dates and the controller's clock, or its key.
+int ReportAnswerRefusal(const std::string &path, uint32_t code) {
+    std::string answer;
+    const std::string details = ReadAnswerFile(path, answer) ? RefusalDetails(answer, code) : "";
+    return ReportFailure("signed certificate refused: " + Meaning(code) + details, code);
+}
+
 } // namespace
+
+int RunCheckSigned(const std::string &certPath, bool json) {
+    std::string answer;
+    if (!ReadAnswerFile(certPath, answer))
+        return ReportFailure("cannot read " + certPath + ": " + std::strerror(errno),
+                             SSLCERT_ERR_FILE_OPEN);
+    const uint32_t result =
+        LIB_SECURITY_SSL_CheckSignedCert(answer.data(), static_cast<uint32_t>(answer.size()));
+    if (result != SSLCERT_OK) return ReportAnswerRefusal(certPath, result);
+    // The check passes without a pending key only for the answer in force.
+    SSLCertRequest pending{};
+    const bool inForce = LIB_SECURITY_SSL_GetPendingCSR(&pending, nullptr, 0) ==
+                         SSLCERT_EXT_ERR_NO_PENDING_KEY;
+    if (json) {
+        JsonWriter writer;
+        writer.BeginObject();
+        writer.Uint("result", result);
+        writer.Bool("already_in_force", inForce);
+        writer.EndObject();
+        return WriteResult(writer.Text() + '\n');
+    }
+    return WriteResult(inForce ? "the answer is the certificate already in force: nothing to "
+                                 "install\n"
+                               : "the answer passes every check: bmccert install-signed " +
+                                     certPath + " installs it\n");
+}
 
 int RunCsr(const GenerateOptions &subject, const KeyType &key, const AltNameOptions &names,
            const std::string &outPath) {
@@ -120,8 +155,7 @@ int RunInstallSigned(const std::string &certPath, bool json) {
                       sizeof upload.LogOrigin.szClientAddr);
     TaskHandle handle{};
     const uint32_t result = LIB_SECURITY_SSL_ImportSignedCert(&upload, &handle);
-    if (result != SSLCERT_OK)
-        return ReportFailure("signed certificate refused: " + Meaning(result), result);
+    if (result != SSLCERT_OK) return ReportAnswerRefusal(certPath, result);
     return FollowImport(handle.TaskId, json,
                         std::string("signed certificate (details in ") + DiagnosticsHint() + ")",
                         0);

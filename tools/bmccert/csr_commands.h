@@ -18,6 +18,8 @@ namespace bmccert::cli {
 [[nodiscard]] int RunDropCsr();
 // Installs a CA's answer to the pending request as a task and follows it.
 [[nodiscard]] int RunInstallSigned(const std::string &certPath, bool json);
+// Checks a CA's answer without installing it.
+[[nodiscard]] int RunCheckSigned(const std::string &certPath, bool json);
 // A self-signed certificate of the key type with names, installed, and the
 // services restarted.
 [[nodiscard]] int RunGenerateWithNames(const GenerateOptions &subject, const KeyType &key,

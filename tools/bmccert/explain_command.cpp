@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <string>
 
+#include "lib_security_sslcert_ext.h"
 #include "output.h"
 #include "result_codes.h"
 
@@ -24,8 +25,12 @@ int RunExplain(std::string_view codeText) {
     }
     char head[16];
     std::snprintf(head, sizeof head, "0x%08X ", entry->code);
-    return WriteResult(std::string(head) + std::string(entry->name) + ": " +
-                       std::string(entry->meaning) + "\n");
+    std::string text = std::string(head) + std::string(entry->name) + ": " +
+                       std::string(entry->meaning) + "\n";
+    // What to do, on a line of its own so that the first stays as scripts read it.
+    if (const char *advice = nullptr; LIB_SECURITY_SSL_AdviseResult(entry->code, &advice) == SSLCERT_OK)
+        text += "what to do: " + std::string(advice) + "\n";
+    return WriteResult(text);
 }
 
 } // namespace bmccert::cli

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <ctime>
 #include <string_view>
 
 #include "cert_type.h"
@@ -59,41 +60,52 @@ void AppendName(std::string &out, std::string_view heading, const SSLCertGenPara
 void WriteName(JsonWriter &json, std::string_view key, const SSLCertGenParam &name) {
     json.Key(key);
     json.BeginObject();
-    json.Uint("uiKeyLength", name.uiKeyLength);
-    json.String("szCommonName", FieldView(name.szCommonName));
-    json.String("szOrganisation", FieldView(name.szOrganisation));
-    json.String("szOrganisationUnit", FieldView(name.szOrganisationUnit));
-    json.String("szLocalityName", FieldView(name.szLocalityName));
-    json.String("szStateName", FieldView(name.szStateName));
-    json.String("szCountryCode", FieldView(name.szCountryCode));
-    json.String("szEmailAddress", FieldView(name.szEmailAddress));
-    json.Uint("uiValidDays", name.uiValidDays);
+    json.String("common_name", FieldView(name.szCommonName));
+    json.String("organisation", FieldView(name.szOrganisation));
+    json.String("organisational_unit", FieldView(name.szOrganisationUnit));
+    json.String("locality", FieldView(name.szLocalityName));
+    json.String("state", FieldView(name.szStateName));
+    json.String("country", FieldView(name.szCountryCode));
+    json.String("email", FieldView(name.szEmailAddress));
     json.EndObject();
 }
 
-void WriteFileInfo(JsonWriter &json, const SSLCertKeyFileInfo &files) {
-    json.Key("stKeyFileInfo");
-    json.BeginObject();
-    json.Uint("ucCertType", uint32_t{files.ucCertType});
-    json.String("szCertFileTime", FieldView(files.szCertFileTime));
-    json.String("szKeyFileTime", FieldView(files.szKeyFileTime));
-    json.EndObject();
+// Seconds since the epoch of the record's ISO time ("2026-11-22T19:58:47Z");
+// false for any other text.
+bool EpochSeconds(std::string_view iso, int64_t &seconds) {
+    std::tm parts{};
+    const std::string text(iso);
+    const char *end = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%SZ", &parts);
+    if (end == nullptr || *end != '\0') return false;
+    seconds = static_cast<int64_t>(timegm(&parts));
+    return true;
 }
 
-void WriteConfig(JsonWriter &json, const SSLConfig &config) {
-    json.Key("stSSLConfig");
+// A date as seconds since the epoch, and as its text under name_text.
+void WriteDate(JsonWriter &json, std::string_view name, std::string_view iso, int64_t &seconds) {
+    if (EpochSeconds(iso, seconds)) json.Int(name, seconds);
+    json.String(std::string(name) + "_text", iso);
+}
+
+void WriteCertificate(JsonWriter &json, const SSLConfig &config, int64_t now) {
+    json.Key("certificate");
     json.BeginObject();
-    json.Uint("uiPublicKeyLen", config.uiPublicKeyLen);
-    json.String("szVersion", FieldView(config.szVersion));
-    json.String("szSerialNum", FieldView(config.szSerialNum));
-    json.String("szSigAlgorithm", FieldView(config.szSigAlgorithm));
-    json.String("szPublicKey", FieldView(config.szPublicKey));
-    json.String("szStartDate", FieldView(config.szStartDate));
-    json.String("szExpDate", FieldView(config.szExpDate));
-    json.String("szSSLServer", FieldView(config.szSSLServer));
-    json.String("szKeyUsage", FieldView(config.szKeyUsage));
-    WriteName(json, "stIssueFrom", config.stIssueFrom);
-    WriteName(json, "stIssueTo", config.stIssueTo);
+    json.String("version", FieldView(config.szVersion));
+    json.String("serial", FieldView(config.szSerialNum));
+    json.String("signature_algorithm", FieldView(config.szSigAlgorithm));
+    json.String("public_key", FieldView(config.szPublicKey));
+    json.Uint("key_bits", config.uiPublicKeyLen);
+    int64_t start = 0;
+    int64_t expiry = 0;
+    WriteDate(json, "not_before", FieldView(config.szStartDate), start);
+    WriteDate(json, "not_after", FieldView(config.szExpDate), expiry);
+    // Whole days, as days-left counts them: a day begun is not left.
+    if (EpochSeconds(FieldView(config.szExpDate), expiry))
+        json.Int("days_left", expiry >= now ? (expiry - now) / 86400 : -((now - expiry + 86399) / 86400));
+    json.String("ssl_server", FieldView(config.szSSLServer));
+    json.String("key_usage", FieldView(config.szKeyUsage));
+    WriteName(json, "issuer", config.stIssueFrom);
+    WriteName(json, "subject", config.stIssueTo);
     json.EndObject();
 }
 
@@ -128,11 +140,15 @@ std::string FormatInfoText(const SSLCertInfo &info) {
     return out;
 }
 
-std::string FormatInfoJson(const SSLCertInfo &info) {
+std::string FormatInfoJson(const SSLCertInfo &info, int64_t now) {
+    const SSLCertKeyFileInfo &files = info.stKeyFileInfo;
     JsonWriter json;
     json.BeginObject();
-    WriteFileInfo(json, info.stKeyFileInfo);
-    WriteConfig(json, info.stSSLConfig);
+    json.Uint("type", uint32_t{files.ucCertType});
+    json.String("type_name", CertTypeName(files.ucCertType));
+    json.String("cert_file_time", FieldView(files.szCertFileTime));
+    json.String("key_file_time", FieldView(files.szKeyFileTime));
+    WriteCertificate(json, info.stSSLConfig, now);
     json.EndObject();
     return json.Text() + '\n';
 }
@@ -145,6 +161,17 @@ std::string_view AltNameTypeText(uint32_t type) {
         return "DNS";
     case SSLCERT_EXT_ALT_NAME_IP:
         return "IP";
+    default:
+        return "unknown";
+    }
+}
+
+std::string_view AltNameJsonType(uint32_t type) {
+    switch (type) {
+    case SSLCERT_EXT_ALT_NAME_DNS:
+        return "dns";
+    case SSLCERT_EXT_ALT_NAME_IP:
+        return "ip";
     default:
         return "unknown";
     }
@@ -173,24 +200,15 @@ std::string FormatRequestText(const SSLCertRequest &request) {
 std::string FormatRequestJson(const SSLCertRequest &request, std::string_view pem) {
     JsonWriter json;
     json.BeginObject();
-    json.String("szCommonName", FieldView(request.szCommonName));
-    json.String("szOrganisation", FieldView(request.szOrganisation));
-    json.String("szOrganisationUnit", FieldView(request.szOrganisationUnit));
-    json.String("szLocalityName", FieldView(request.szLocalityName));
-    json.String("szStateName", FieldView(request.szStateName));
-    json.String("szCountryCode", FieldView(request.szCountryCode));
-    json.String("szEmailAddress", FieldView(request.szEmailAddress));
-    json.Uint("uiKeyAlgorithm", request.uiKeyAlgorithm);
-    json.Uint("uiKeyBitLength", request.uiKeyBitLength);
-    json.Uint("uiKeyCurve", request.uiKeyCurve);
+    WriteName(json, "subject", SubjectOf(request));
     json.String("key",
                 KeyTypeName(request.uiKeyAlgorithm, request.uiKeyBitLength, request.uiKeyCurve));
-    json.Key("astAltNames");
+    json.Key("alt_names");
     json.BeginArray();
     for (uint32_t i = 0; i < AltNameCount(request); ++i) {
         json.BeginObject();
-        json.Uint("uiType", request.astAltNames[i].uiType);
-        json.String("szName", FieldView(request.astAltNames[i].szName));
+        json.String("type", AltNameJsonType(request.astAltNames[i].uiType));
+        json.String("name", FieldView(request.astAltNames[i].szName));
         json.EndObject();
     }
     json.EndArray();

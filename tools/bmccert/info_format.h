@@ -1,6 +1,8 @@
 // Rendering of the certificate information record.
 #pragma once
 
+#include <cstdint>
+#include <ctime>
 #include <string>
 #include <string_view>
 
@@ -15,17 +17,21 @@ namespace bmccert::cli {
 // terminal.
 [[nodiscard]] std::string FormatInfoText(const SSLCertInfo &info);
 
-// Every field of the record as one JSON object, each member named after the
-// record field it carries.
-[[nodiscard]] std::string FormatInfoJson(const SSLCertInfo &info);
+// The record as one JSON object with stable lower-case names: "type",
+// "type_name", the files' times and "certificate" with its texts, "key_bits",
+// "not_before"/"not_after" as seconds since the epoch (with their texts as
+// "..._text"), "days_left" from now, and "issuer"/"subject" names
+// ("common_name", ..., "country", "email").
+[[nodiscard]] std::string FormatInfoJson(const SSLCertInfo &info,
+                                         int64_t now = static_cast<int64_t>(std::time(nullptr)));
 
 // The pending signing request: its subject as the record's names show it,
 // its key type and its alternative names, escaped as the record's texts are.
 [[nodiscard]] std::string FormatRequestText(const SSLCertRequest &request);
 
-// The pending signing request as one JSON object named after the request's
-// fields, with "key" (the key type's name), "astAltNames" as an array and,
-// when pem is not empty, "pem".
+// The pending signing request as one JSON object: "subject" (names as in
+// the info's), "key" (the key type's name), "alt_names" as an array of
+// {"type":"dns"|"ip","name":...} and, when pem is not empty, "pem".
 [[nodiscard]] std::string FormatRequestJson(const SSLCertRequest &request, std::string_view pem);
 
 } // namespace bmccert::cli

@@ -232,10 +232,15 @@ int main(int argc, char **argv) {
         "Install a CA's answer to the pending signing request as a task and wait for its outcome");
     installSigned
         ->add_option("FILE", signedCert,
-                     "Uploaded PEM: the signed certificate, then its chain (leaf first)")
+                     "The answer: PEM (the signed certificate, then its chain), DER or PKCS#7")
         ->required();
     AddJsonFlag(*installSigned, json);
     installSigned->callback([&] { status = RunInstallSigned(signedCert, json); });
+    CLI::App *checkSigned = app.add_subcommand(
+        "check-signed", "Check a CA's answer to the pending signing request without installing it");
+    checkSigned->add_option("FILE", signedCert, "The answer: PEM, DER or PKCS#7")->required();
+    AddJsonFlag(*checkSigned, json);
+    checkSigned->callback([&] { status = RunCheckSigned(signedCert, json); });
     AddCaCommands(app, status);
 
     CLI::App *verify = app.add_subcommand(

@@ -1,0 +1,103 @@
+#include "answer_leaf.h"
+
+#include <ctime>
+#include <fstream>
+
+#include <openssl/err.h>
+#include <openssl/pem.h>
+#include <openssl/pkcs7.h>
+
+#include "lib_security_sslcert_ext.h"
+#include "openssl_owners.h"
+
+namespace bmccert::cli {
+namespace {
+
+using Pkcs7Owner = std::unique_ptr<PKCS7, FreedBy<PKCS7_free>>;
+
+std::string UtcText(const std::tm &when) {
+    char text[32] = {};
+    return std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S UTC", &when) > 0 ? text : "?";
+}
+
+std::string UtcText(const ASN1_TIME *when) {
+    std::tm parts{};
+    return when != nullptr && ASN1_TIME_to_tm(when, &parts) == 1 ? UtcText(parts) : "unreadable";
+}
+
+std::string UtcNowText() {
+    const std::time_t now = std::time(nullptr);
+    std::tm clock{};
+    (void)gmtime_r(&now, &clock);
+    return UtcText(clock);
+}
+
+// The certificate of a bundle that issued none of the others.
+X509 *BundleLeaf(const PKCS7 *bundle) {
+    if (!PKCS7_type_is_signed(bundle) || bundle->d.sign == nullptr) return nullptr;
+    const STACK_OF(X509) *certs = bundle->d.sign->cert;
+    for (int i = 0; i < sk_X509_num(certs); ++i) {
+        bool issued = false;
+        for (int j = 0; j < sk_X509_num(certs) && !issued; ++j)
+            issued = i != j && X509_NAME_cmp(X509_get_subject_name(sk_X509_value(certs, i)),
+                                             X509_get_issuer_name(sk_X509_value(certs, j))) == 0;
+        if (!issued) return sk_X509_value(certs, i);
+    }
+    return nullptr;
+}
+
+X509Owner FromBundle(Pkcs7Owner bundle) {
+    X509 *leaf = bundle ? BundleLeaf(bundle.get()) : nullptr;
+    return X509Owner(leaf != nullptr ? X509_dup(leaf) : nullptr);
+}
+
+// The leaf of an answer in any form the library takes.
+X509Owner ReadLeaf(std::string_view answer) {
+    const BioOwner bio(BIO_new_mem_buf(answer.data(), static_cast<int>(answer.size())));
+    if (!bio) return nullptr;
+    if (answer.find("-----BEGIN PKCS7") != std::string_view::npos)
+        return FromBundle(Pkcs7Owner(PEM_read_bio_PKCS7(bio.get(), nullptr, nullptr, nullptr)));
+    if (answer.find("-----BEGIN ") != std::string_view::npos)
+        return X509Owner(PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr));
+    const auto *data = reinterpret_cast<const unsigned char *>(answer.data());
+    const unsigned char *next = data;
+    if (X509Owner cert{d2i_X509(nullptr, &next, static_cast<long>(answer.size()))}) return cert;
+    next = data;
+    return FromBundle(Pkcs7Owner(d2i_PKCS7(nullptr, &next, static_cast<long>(answer.size()))));
+}
+
+std::string KeyText(const EVP_PKEY *key) {
+    const int type = EVP_PKEY_base_id(key);
+    const char *name = type == EVP_PKEY_RSA  ? "RSA"
+                       : type == EVP_PKEY_EC ? "EC"
+                                             : "of another type";
+    return std::string(name) + ' ' + std::to_string(EVP_PKEY_bits(key)) + " bits";
+}
+
+} // namespace
+
+bool ReadAnswerFile(const std::string &path, std::string &bytes) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file) return false;
+    bytes.assign(SSLCERT_EXT_SIGNED_MAX_BYTES + 1, '\0');
+    file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    bytes.resize(static_cast<size_t>(file.gcount()));
+    return !file.bad();
+}
+
+std::string RefusalDetails(std::string_view answer, uint32_t code) {
+    if (code != SSLCERT_EXT_ERR_NOT_VALID_NOW && code != SSLCERT_EXT_ERR_BAD_KEY_TYPE &&
+        code != SSLCERT_EXT_ERR_KEY_MISMATCH)
+        return {};
+    const X509Owner leaf = ReadLeaf(answer);
+    ERR_clear_error();
+    if (!leaf) return {};
+    if (code == SSLCERT_EXT_ERR_NOT_VALID_NOW)
+        return "; valid from " + UtcText(X509_get0_notBefore(leaf.get())) + " until " +
+               UtcText(X509_get0_notAfter(leaf.get())) + "; the controller's clock says " +
+               UtcNowText();
+    const EVP_PKEY *key = X509_get0_pubkey(leaf.get());
+    return key != nullptr ? "; its key is " + KeyText(key) : std::string();
+}
+
+} // namespace bmccert::cli

@@ -1,0 +1,20 @@
+// What the tool tells of a refused CA's answer beyond its code: the leaf's
+// dates against the controller's clock, and its key.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace bmccert::cli {
+
+// The answer file's bytes, at most one more than the library takes so that
+// a larger file is refused as such; false when the file cannot be read.
+[[nodiscard]] bool ReadAnswerFile(const std::string &path, std::string &bytes);
+
+// "; valid from ... until ...; the controller's clock says ..." for a
+// leaf that is not valid now, "; its key is RSA 1024 bits" for a key
+// refusal, empty for other codes or an answer the tool cannot read.
+[[nodiscard]] std::string RefusalDetails(std::string_view answer, uint32_t code);
+
+} // namespace bmccert::cli
