@@ -3,7 +3,6 @@
 // recovery settles, and the pair installed before stays whole and loadable
 // by the services. The scratch directory /var/certs kept private by every
 // writer there.
-#include <gtest/gtest.h>
 
 #include <fcntl.h>
 #include <signal.h>
@@ -23,7 +22,6 @@
 #include <memory>
 
 #include "lib_security_sslcert_ext.h"
-#include "platform/bmc_platform.h"
 #include "tests/support/controller.h"
 #include "tests/support/example_request.h"
 
@@ -268,12 +266,6 @@ TEST_F(StorageTest, DropPendingKey) {
     EXPECT_EQ(LIB_SECURITY_SSL_DropPendingCSR(), 0u);
     EXPECT_FALSE(fs::exists("/conf/certs/server/pending/csr.pem"));
     EXPECT_EQ(LIB_SECURITY_SSL_DropPendingCSR(), SSLCERT_EXT_ERR_NO_PENDING_KEY);
-}
-
-mode_t ModeOf(const char *path) {
-    struct stat st {};
-    EXPECT_EQ(stat(path, &st), 0) << path;
-    return st.st_mode & 07777;
 }
 
 // Whatever writes under /var/certs finds it 0755 and leaves it 0700, and a

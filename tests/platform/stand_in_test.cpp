@@ -5,7 +5,6 @@
 // command capture are used by every library suite, the time parsers by the
 // time-text fuzz target; the database's writers in several processes, the
 // named locks and the shared scratch file are held by the concurrency suite.
-#include <gtest/gtest.h>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -17,7 +16,6 @@
 #include <climits>
 #include <filesystem>
 #include <thread>
-#include <vector>
 
 #include "platform/host/bmc_sim.h"
 #include "tests/support/diag_log.h"

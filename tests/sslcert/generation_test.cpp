@@ -5,7 +5,6 @@
 // files exist after each failure, key modes whatever the umask, the
 // refresh), and the management entry that restarts the services. A refused
 // request is held by the hostile-request test.
-#include <gtest/gtest.h>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -15,8 +14,6 @@
 #include <functional>
 #include <thread>
 
-#include "lib_security_sslcert.h"
-#include "platform/host/bmc_sim.h"
 #include "tests/support/controller.h"
 
 namespace bmctest {
@@ -30,16 +27,6 @@ constexpr const char *kUserKey = "/conf/certs/server/user/actualprivkey.pem";
 
 template <size_t N> void Set(char (&field)[N], const char *text) {
     (void)BMC_Strlcpy(field, text, N);
-}
-
-mode_t ModeOf(const char *path) {
-    struct stat st {};
-    EXPECT_EQ(stat(path, &st), 0) << path;
-    return st.st_mode & 07777;
-}
-
-bool Exists(const char *path) {
-    return access(path, F_OK) == 0;
 }
 
 class GenerationTest : public ControllerTest {};
@@ -199,18 +186,7 @@ TEST_F(GenerationTest, OnlyTheFailureCodeOfACommandCountsAsFailure) {
                   {31, 3, 2, "SSL cert gen update failed! iRet=" + Signed(0x81000001) + ".\n"}}));
 }
 
-TEST_F(GenerationTest, SuccessRestartsTheTunnelNowAndTheWebServerLater) {
-    const SSLCertGenParam request = GenRequest(1024);
-    OperateDesc desc{};
-    ASSERT_EQ(LIB_SECURITY_GenAndRestartService(&request, &desc), 0u)
-        << testing::PrintToString(ReadDiags());
-    EXPECT_EQ(ServicesLog(), "restart stunnel.service\n"); // the description: the tool's tests
-    EXPECT_FALSE(Exists(kGenCert) || Exists(kGenKey));
-
-    const std::string both = "restart stunnel.service\nrestart lighttpd.service\n";
-    EXPECT_EQ(ServicesLog(both), both);
-}
-
+// A success restarts both services: the end-to-end and tool tests.
 // The request check's own reports are held by the request tests.
 TEST_F(GenerationTest, RefusedRequestIsMappedAndBothTemporariesAreStillRemoved) {
     const SSLCertGenParam request = GenRequest(512);

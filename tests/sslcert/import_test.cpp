@@ -1,7 +1,6 @@
 // Import of an uploaded pair as a task: the task records, the thread's
 // single final report, the operation log, the diagnostic event, scratch
 // files gone on every path, and the start's own failures.
-#include <gtest/gtest.h>
 
 #include <unistd.h>
 
@@ -10,8 +9,6 @@
 #include <ctime>
 #include <thread>
 
-#include "lib_security_sslcert.h"
-#include "platform/host/bmc_sim.h"
 #include "tests/support/controller.h"
 
 namespace bmctest {
