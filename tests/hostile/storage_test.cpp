@@ -12,14 +12,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <openssl/bio.h>
 #include <openssl/pem.h>
-#include <openssl/x509.h>
 
 #include <cstring>
 #include <filesystem>
 #include <functional>
-#include <memory>
+
+#include "frame/frame.h"
 
 #include "lib_security_sslcert_ext.h"
 #include "tests/support/controller.h"
@@ -37,13 +36,11 @@ constexpr const char *kFiller = "/conf/filler";
 // True when the combined file holds a certificate followed by its own key,
 // as the web server needs it.
 bool CombinedFileLoads() {
+    using bmccert::UniquePtr;
     const std::string pem = ReadFile(kCombinedFile);
-    std::unique_ptr<BIO, decltype(&BIO_free)> bio(BIO_new_mem_buf(pem.data(), int(pem.size())),
-                                                  BIO_free);
-    std::unique_ptr<X509, decltype(&X509_free)> cert(
-        PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr), X509_free);
-    std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key(
-        PEM_read_bio_PrivateKey(bio.get(), nullptr, nullptr, nullptr), EVP_PKEY_free);
+    const UniquePtr<BIO> bio(BIO_new_mem_buf(pem.data(), int(pem.size())));
+    const UniquePtr<X509> cert(PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr));
+    const UniquePtr<EVP_PKEY> key(PEM_read_bio_PrivateKey(bio.get(), nullptr, nullptr, nullptr));
     return cert && key && X509_check_private_key(cert.get(), key.get()) == 1;
 }
 
