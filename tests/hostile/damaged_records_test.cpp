@@ -5,7 +5,6 @@
 
 #include <cstring>
 #include <filesystem>
-#include <functional>
 #include <string_view>
 
 #include "tests/sslauth/auth_fixture.h"
