@@ -84,10 +84,9 @@ TEST_F(GenerationTest, FirstFailingRuleAloneIsReported) {
     EXPECT_EQ(SECURITY_SSL_GenSSLCert_Check(&request), 0x81000001u);
     EXPECT_EQ(
         ReadDiags(),
-        (std::vector<Diag>{
-            {31, 3, 2, "SSL cert Gen Keylength verify failed! Keylength = 512.\n"},
-            {31, 3, 2, "SSL cert Gen ValidDays verify failed! ValidDays = 0.\n"},
-            {31, 3, 2, "SSL cert Gen Organisation verify failed! Organisation = Works; Inc.\n"}}));
+        Failures({"SSL cert Gen Keylength verify failed! Keylength = 512.\n",
+                  "SSL cert Gen ValidDays verify failed! ValidDays = 0.\n",
+                  "SSL cert Gen Organisation verify failed! Organisation = Works; Inc.\n"}));
 }
 
 TEST_F(GenerationTest, GeneratesAndInstallsWithPrivateKeysWhateverTheUmask) {
@@ -147,8 +146,7 @@ TEST_F(GenerationTest, RequestConfigurationKeepsEachFieldOnItsLine) {
     ClearDiagLog();
     EXPECT_EQ(SECURITY_SSL_ConfFile_Check(&request), 0x81000001u);
     EXPECT_FALSE(Exists(kRequestConfig));
-    EXPECT_EQ(ReadDiags(),
-              (std::vector<Diag>{{31, 3, 2, "SSL request conf field CN holds a line break!\n"}}));
+    EXPECT_EQ(ReadDiags(), Failures({"SSL request conf field CN holds a line break!\n"}));
 
     RemoveFile(kExtensionFile);
     request = GenRequest(2048);
@@ -162,10 +160,8 @@ TEST_F(GenerationTest, RequestConfigurationKeepsEachFieldOnItsLine) {
     EXPECT_FALSE(Exists(kGenKey));
     EXPECT_EQ(
         ReadDiags(),
-        (std::vector<Diag>{
-            {31, 3, 2,
-             "SSL cert extension file /conf/certs/server/cert_v3_extfile.ext is not exist!\n"},
-            {31, 3, 2, "Gen cert conf file check failed! iRet = " + Signed(0x81000017) + ".\n"}}));
+        Failures({"SSL cert extension file /conf/certs/server/cert_v3_extfile.ext is not exist!\n",
+                  "Gen cert conf file check failed! iRet = " + Signed(0x81000017) + ".\n"}));
 }
 
 TEST_F(GenerationTest, OnlyTheFailureCodeOfACommandCountsAsFailure) {
@@ -180,9 +176,8 @@ TEST_F(GenerationTest, OnlyTheFailureCodeOfACommandCountsAsFailure) {
     SetFaults("BMC_System=5");
     EXPECT_EQ(LIB_SECURITY_GenCert(&request), 0x81000001u);
     EXPECT_EQ(ReadDiags(),
-              (std::vector<Diag>{
-                  {31, 3, 2, "Tmp Cert File /var/certs/TmpCertGen.pem is not exist!\n"},
-                  {31, 3, 2, "SSL cert gen update failed! iRet=" + Signed(0x81000001) + ".\n"}}));
+              Failures({"Tmp Cert File /var/certs/TmpCertGen.pem is not exist!\n",
+                        "SSL cert gen update failed! iRet=" + Signed(0x81000001) + ".\n"}));
 }
 
 // A success restarts both services: the end-to-end and tool tests.

@@ -155,26 +155,19 @@ TEST_F(InfoTest, FilesThatHoldNoUsableCertificate) {
     EXPECT_EQ(SECURITY_SSL_GetSSLCertX509_Parse(kFactory, &config_), SSLCERT_ERR_FILE_OPEN);
     EXPECT_EQ(SECURITY_SSL_GetSSLCertX509_Parse(0, &config_), SSLCERT_ERR_GENERAL);
     EXPECT_EQ(ReadDiags(),
-              (std::vector<Diag>{
-                  {31, 3, 2, "Error is opening certificate\n"},
-                  {31, 3, 2, "Unknown Cert type = 0.\n"},
-                  {31, 3, 2,
-                   "Failed to get Cert and Key Path. Func:[SECURITY_SSL_GetSSLCertX509_Parse]\n"},
-              }));
+              Failures({"Error is opening certificate\n", "Unknown Cert type = 0.\n",
+                        "Failed to get Cert and Key Path. "
+                        "Func:[SECURITY_SSL_GetSSLCertX509_Parse]\n"}));
 
     // No record and no certificate: the information is unavailable.
     ClearDiagLog();
     SSLCertInfo info{};
     EXPECT_EQ(LIB_SECURITY_GetCertInfo(&info), SSLCERT_MGMT_INFO_UNAVAILABLE);
-    EXPECT_EQ(
-        ReadDiags(),
-        (std::vector<Diag>{
-            {31, 3, 2, "Failed to get cert config data from DB. iRet=" + Signed(0x81000001) + "."},
-            {31, 3, 2, "No SSL certificate found.\n"},
-            {31, 3, 2, "Get SSL cert type failed! Cert type = 0."},
-            {31, 3, 2,
-             "Failed to get cert config data from DB and file. iRet=" + Signed(0x81000001) + "."},
-        }));
+    EXPECT_EQ(ReadDiags(),
+              Failures({"Failed to get cert config data from DB. iRet=" + Signed(0x81000001) + ".",
+                        "No SSL certificate found.\n", "Get SSL cert type failed! Cert type = 0.",
+                        "Failed to get cert config data from DB and file. iRet=" +
+                            Signed(0x81000001) + "."}));
     EXPECT_EQ(LIB_SECURITY_GetCertLeftExpires(), 0);
 }
 
@@ -257,8 +250,8 @@ TEST_F(InfoTest, AttributesRecordTheTypeFirstAndStopAtAMissingFile) {
     EXPECT_EQ(SECURITY_SSL_GetSSLCertAttributes(SSL_CERT_TYPE_USER, &info), SSLCERT_ERR_FILE_TIME);
     EXPECT_EQ(info.ucCertType, SSL_CERT_TYPE_USER);
     EXPECT_EQ(info.szCertFileTime[0], '\0');
-    EXPECT_EQ(ReadDiags(), (std::vector<Diag>{{31, 3, 2, "Get privatekey file time failed!\n"},
-                                              {31, 3, 2, "Get cert file time failed!\n"}}));
+    EXPECT_EQ(ReadDiags(),
+              Failures({"Get privatekey file time failed!\n", "Get cert file time failed!\n"}));
 }
 
 TEST_F(InfoTest, FirstGetReadsTheFilesThenTheDatabaseServesWithoutAProcess) {
@@ -327,17 +320,10 @@ TEST_F(InfoTest, RefreshReplacesTheRecordOnlyWhenTheFilesRead) {
     SSLCertInfo after{};
     ASSERT_TRUE(StoredRecord(after));
     EXPECT_EQ(std::memcmp(&after, &stored, sizeof after), 0);
-    const Diag usage{31, 3, 2, "Invalid keyusage.\n"};
-    const Diag parse{
-        31, 3, 2,
-        "Get SSL cert X509_Parse info failed! Ret = " + Signed(SSLCERT_ERR_CERT_PARSE) + "."};
-    EXPECT_EQ(ReadDiags(), (std::vector<Diag>{usage,
-                                              parse,
-                                              usage,
-                                              parse,
-                                              {31, 3, 2,
-                                               "Failed to get cert info from file, iRet = " +
-                                                   Signed(SSLCERT_ERR_CERT_PARSE) + "."}}));
+    const std::string usage = "Invalid keyusage.\n", failed = Signed(SSLCERT_ERR_CERT_PARSE) + ".";
+    const std::string parse = "Get SSL cert X509_Parse info failed! Ret = " + failed;
+    EXPECT_EQ(ReadDiags(), Failures({usage, parse, usage, parse,
+                                     "Failed to get cert info from file, iRet = " + failed}));
 }
 
 TEST_F(InfoTest, DaysLeftCountsWholeDays) {

@@ -97,8 +97,7 @@ TEST_F(InstallTest, EachCheckRefusesWithItsOwnCodeAndReport) {
     RemoveFile(kGenCert);
     ClearDiagLog();
     EXPECT_EQ(LIB_SECURITY_VerifyCert(), 0x81000001u);
-    EXPECT_EQ(ReadDiags(),
-              (std::vector<Diag>{{31, 3, 2, "File /var/certs/TmpCertGen.pem is not exist!\n"}}));
+    EXPECT_EQ(ReadDiags(), Failures({"File /var/certs/TmpCertGen.pem is not exist!\n"}));
 }
 
 TEST_F(InstallTest, EachStepRefusesWithItsCodeAndReports) {
@@ -166,9 +165,8 @@ TEST_F(InstallTest, MissingAndEmptyFiles) {
     EXPECT_EQ(SECURITY_SSL_ValidateSSLCert(), 0x98000009u);
     EXPECT_EQ(
         ReadDiags(),
-        (std::vector<Diag>{
-            {31, 3, 2, "File /var/certs/actualcert.pem is not exist!\n"},
-            {31, 3, 2, "SSL verify file exist failed! iRet = " + Signed(0x98000009) + ".\n"}}));
+        Failures({"File /var/certs/actualcert.pem is not exist!\n",
+                  "SSL verify file exist failed! iRet = " + Signed(0x98000009) + ".\n"}));
 }
 
 TEST_F(InstallTest, FetchStopsAtTheFirstFailedTransfer) {

@@ -41,6 +41,11 @@ BMCSIM_TaskState AwaitTask(uint32_t taskId);
 mode_t ModeOf(const std::string &path);
 bool Exists(const std::string &path);
 
+// Failures the server-certificate unit reports, as ReadDiags gives them.
+inline std::vector<Diag> Failures(const std::vector<std::string> &messages) {
+    return Reports(3, 2, messages);
+}
+
 class ControllerTest : public ::testing::Test {
   protected:
     void SetUp() override;
