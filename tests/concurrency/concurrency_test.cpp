@@ -4,7 +4,6 @@
 // by certificate. Every call must give its documented result, readers must
 // only ever see a whole configuration, no scratch file may stay behind and
 // no caller may wait forever.
-#include <gtest/gtest.h>
 
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -19,11 +18,7 @@
 #include <functional>
 #include <new>
 #include <thread>
-#include <vector>
 
-#include "lib_security_sslcert.h"
-#include "lib_ssl_auth.h"
-#include "platform/host/bmc_sim.h"
 #include "tests/sslauth/auth_fixture.h"
 
 namespace bmctest {

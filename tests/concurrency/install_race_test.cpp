@@ -2,20 +2,14 @@
 // installing a pair of its own. The installation lock must keep them from
 // mixing their files: whenever the lock is free, and at the end, the user
 // pair, the combined file and the tunnel configuration are one whole set.
-#include <gtest/gtest.h>
 
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
-#include <string>
 #include <thread>
-#include <vector>
 
-#include "lib_security_sslcert.h"
-#include "platform/bmc_platform.h"
-#include "platform/controller_paths.h"
 #include "tests/support/controller.h"
 
 namespace bmctest {

@@ -25,7 +25,7 @@ combined=/conf/certs/server/server.pem
 broken=0 served=0 count=0 slice=${BMCCERT_CRASH_SLICE:-0/1}
 
 serial() { openssl x509 -noout -serial -in "$1" 2>/dev/null; }
-record() { "$tool" info --json | python3 -c 'import json,sys; print("serial=" + json.load(sys.stdin)["stSSLConfig"]["szSerialNum"])'; }
+record() { "$tool" info --json | python3 -c 'import json,sys; print("serial=" + json.load(sys.stdin)["certificate"]["serial"])'; }
 for pair in a b; do
   openssl req -x509 -newkey rsa:2048 -nodes -sha256 -days 30 -subj "/CN=crash-$pair" \
     -addext extendedKeyUsage=serverAuth -keyout "$work/$pair.key" -out "$work/$pair.crt" 2>/dev/null

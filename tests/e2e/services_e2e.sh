@@ -40,7 +40,7 @@ both_serve() {
     return 1
 }
 info_serial() {
-    "$tool" info --json | python3 -c 'import json,sys; print(json.load(sys.stdin)["stSSLConfig"]["szSerialNum"])'
+    "$tool" info --json | python3 -c 'import json,sys; print(json.load(sys.stdin)["certificate"]["serial"])'
 }
 file_serial() { openssl x509 -noout -serial -in "$1" | sed 's/^serial=//'; }
 user_cert=/conf/certs/server/user/actualcert.pem

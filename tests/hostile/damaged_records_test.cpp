@@ -2,17 +2,11 @@
 // another size, cut short, zeroed, or full of bytes with no terminator in
 // any text. Readers never read past a field, never write past an output
 // and answer as documented.
-#include <gtest/gtest.h>
 
 #include <cstring>
 #include <filesystem>
-#include <functional>
 #include <string_view>
-#include <vector>
 
-#include "lib_security_sslcert.h"
-#include "lib_ssl_auth.h"
-#include "platform/host/bmc_sim.h"
 #include "tests/sslauth/auth_fixture.h"
 
 namespace bmctest {

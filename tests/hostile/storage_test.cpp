@@ -3,7 +3,6 @@
 // recovery settles, and the pair installed before stays whole and loadable
 // by the services. The scratch directory /var/certs kept private by every
 // writer there.
-#include <gtest/gtest.h>
 
 #include <fcntl.h>
 #include <signal.h>
@@ -13,17 +12,15 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <openssl/bio.h>
 #include <openssl/pem.h>
-#include <openssl/x509.h>
 
 #include <cstring>
 #include <filesystem>
 #include <functional>
-#include <memory>
+
+#include "frame/frame.h"
 
 #include "lib_security_sslcert_ext.h"
-#include "platform/bmc_platform.h"
 #include "tests/support/controller.h"
 #include "tests/support/example_request.h"
 
@@ -39,13 +36,11 @@ constexpr const char *kFiller = "/conf/filler";
 // True when the combined file holds a certificate followed by its own key,
 // as the web server needs it.
 bool CombinedFileLoads() {
+    using bmccert::UniquePtr;
     const std::string pem = ReadFile(kCombinedFile);
-    std::unique_ptr<BIO, decltype(&BIO_free)> bio(BIO_new_mem_buf(pem.data(), int(pem.size())),
-                                                  BIO_free);
-    std::unique_ptr<X509, decltype(&X509_free)> cert(
-        PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr), X509_free);
-    std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key(
-        PEM_read_bio_PrivateKey(bio.get(), nullptr, nullptr, nullptr), EVP_PKEY_free);
+    const UniquePtr<BIO> bio(BIO_new_mem_buf(pem.data(), int(pem.size())));
+    const UniquePtr<X509> cert(PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr));
+    const UniquePtr<EVP_PKEY> key(PEM_read_bio_PrivateKey(bio.get(), nullptr, nullptr, nullptr));
     return cert && key && X509_check_private_key(cert.get(), key.get()) == 1;
 }
 
@@ -268,12 +263,6 @@ TEST_F(StorageTest, DropPendingKey) {
     EXPECT_EQ(LIB_SECURITY_SSL_DropPendingCSR(), 0u);
     EXPECT_FALSE(fs::exists("/conf/certs/server/pending/csr.pem"));
     EXPECT_EQ(LIB_SECURITY_SSL_DropPendingCSR(), SSLCERT_EXT_ERR_NO_PENDING_KEY);
-}
-
-mode_t ModeOf(const char *path) {
-    struct stat st {};
-    EXPECT_EQ(stat(path, &st), 0) << path;
-    return st.st_mode & 07777;
 }
 
 // Whatever writes under /var/certs finds it 0755 and leaves it 0700, and a

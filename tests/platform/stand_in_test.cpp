@@ -1,11 +1,11 @@
 // What the library suites and the end-to-end tests never make the platform
 // stand-in do: files past 2 GiB or 2038, a failed or leftover copy,
-// diagnostics from several threads or longer than a line, tasks read back,
-// and the database connections of threads that end. The fault switches and
-// command capture are used by every library suite, the time parsers by the
-// time-text fuzz target; the database's writers in several processes, the
-// named locks and the shared scratch file are held by the concurrency suite.
-#include <gtest/gtest.h>
+// diagnostics from several threads or longer than a line, and the database
+// connections of threads that end. The fault switches and command capture
+// are used by every library suite, tasks read back by the import tests and
+// the tool's, the time parsers by the time-text fuzz target; the database's
+// writers in several processes, the named locks and the shared scratch file
+// are held by the concurrency suite.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -17,7 +17,6 @@
 #include <climits>
 #include <filesystem>
 #include <thread>
-#include <vector>
 
 #include "platform/host/bmc_sim.h"
 #include "tests/support/diag_log.h"
@@ -79,22 +78,6 @@ TEST(StandIn, DiagnosticsFromSeveralThreadsKeepTheirLinesAndLongTextIsCut) {
     for (size_t i = 0; i < 400; ++i)
         ASSERT_EQ(diags[i].message, std::to_string(diags[i].subModule) + body);
     EXPECT_EQ(diags[400].message, std::string(4095, 'y'));
-}
-
-// Ids that follow each other across processes are held by the tool's tests
-// (each run of the tool is a process of its own).
-TEST(StandIn, TasksKeepTheirRegistrationAndRefuseUnknownIds) {
-    TaskRegisterRecord record{};
-    std::snprintf(record.szTaskDesc, sizeof record.szTaskDesc, "%s", "first");
-    uint32_t id = 0, tag = 0;
-    ASSERT_EQ(TASK_TaskServiceRegister(&record, &id, &tag, 0x01000A05), 0);
-    BMCSIM_TaskState state{};
-    ASSERT_EQ(BMCSIM_TaskGet(id, &state), 0);
-    EXPECT_STREQ(state.szDescription, "first");
-    EXPECT_EQ(state.uiTaskType, 0x01000A05u);
-    TaskUpdateRecord update{};
-    update.uiTaskId = id + 1000;
-    EXPECT_NE(TASK_TaskServiceUpdate(&update), 0);
 }
 
 // Each thread reads through a connection of its own; it must close when the

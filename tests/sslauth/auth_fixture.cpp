@@ -148,11 +148,4 @@ std::string AuthTest::Outcome(uint32_t result, const OperateDesc &desc) {
            std::string(desc.szOperateDesc, strnlen(desc.szOperateDesc, sizeof desc.szOperateDesc));
 }
 
-std::vector<Diag> AuthTest::Handling(const std::vector<std::string> &messages) {
-    std::vector<Diag> diags;
-    for (const std::string &message : messages)
-        diags.push_back({31, 2, 4, message});
-    return diags;
-}
-
 } // namespace bmctest

@@ -66,7 +66,9 @@ class AuthTest : public ControllerTest {
     static std::string Outcome(uint32_t result, const OperateDesc &desc);
     // Reports of this unit at level 4 (a handled failure), as ReadDiags
     // gives them.
-    static std::vector<Diag> Handling(const std::vector<std::string> &messages);
+    static std::vector<Diag> Handling(const std::vector<std::string> &messages) {
+        return Reports(2, 4, messages);
+    }
 };
 
 } // namespace bmctest

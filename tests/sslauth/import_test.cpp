@@ -4,7 +4,6 @@
 // service where the library's own checks never let a call through: the
 // expiry an import stores, the owner's refusals, what a deletion takes
 // along, and passwords that stay sealed.
-#include <gtest/gtest.h>
 
 #include <sys/stat.h>
 
@@ -13,7 +12,6 @@
 #include <filesystem>
 #include <fstream>
 
-#include "platform/host/bmc_sim.h"
 #include "tests/sslauth/auth_fixture.h"
 
 namespace bmctest {

@@ -1,10 +1,8 @@
 // Binding certificates to users, the login by serial number and the
 // clean-up of a user who goes away.
-#include <gtest/gtest.h>
 
 #include <cstring>
 
-#include "platform/host/bmc_sim.h"
 #include "tests/sslauth/auth_fixture.h"
 
 namespace bmctest {

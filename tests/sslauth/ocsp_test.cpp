@@ -1,12 +1,10 @@
 // The revocation check against a real `openssl ocsp` responder, the issuer
 // lookup in the web server's configuration, and hostile values in every
 // place a command line takes one from.
-#include <gtest/gtest.h>
 
 #include <cstring>
 #include <filesystem>
 
-#include "platform/host/bmc_sim.h"
 #include "tests/sslauth/auth_fixture.h"
 #include "tests/sslauth/ocsp_responder.h"
 

@@ -2,12 +2,10 @@
 // holds at the moment of the call; and the two switches against the record
 // owner: when a call is sent, what travels on the wire, and how failures
 // are mapped and described.
-#include <gtest/gtest.h>
 
 #include <cstring>
 #include <ctime>
 
-#include "platform/host/bmc_sim.h"
 #include "tests/sslauth/auth_fixture.h"
 
 namespace bmctest {

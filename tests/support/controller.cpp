@@ -1,5 +1,6 @@
 #include "tests/support/controller.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -91,6 +92,16 @@ std::string ServicesLog(const std::string &awaited) {
            !awaited.empty() && std::chrono::steady_clock::now() < deadline)
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     return log;
+}
+
+mode_t ModeOf(const std::string &path) {
+    struct stat st {};
+    EXPECT_EQ(stat(path.c_str(), &st), 0) << path;
+    return st.st_mode & 07777;
+}
+
+bool Exists(const std::string &path) {
+    return access(path.c_str(), F_OK) == 0;
 }
 
 BMCSIM_TaskState AwaitTask(uint32_t taskId) {

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <string>
 
@@ -34,6 +36,15 @@ std::string ServicesLog(const std::string &awaited = "");
 
 // A task's state once it has left state 0, or as it stands after 30 s.
 BMCSIM_TaskState AwaitTask(uint32_t taskId);
+
+// A file's permission bits; a file that is missing fails the test.
+mode_t ModeOf(const std::string &path);
+bool Exists(const std::string &path);
+
+// Failures the server-certificate unit reports, as ReadDiags gives them.
+inline std::vector<Diag> Failures(const std::vector<std::string> &messages) {
+    return Reports(3, 2, messages);
+}
 
 class ControllerTest : public ::testing::Test {
   protected:

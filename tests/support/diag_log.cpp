@@ -12,6 +12,14 @@ void PrintTo(const Diag &diag, std::ostream *out) {
          << "] " << diag.file << ':' << diag.line;
 }
 
+std::vector<Diag> Reports(uint32_t subModule, uint32_t level,
+                          const std::vector<std::string> &messages) {
+    std::vector<Diag> diags;
+    for (const std::string &message : messages)
+        diags.emplace_back(31, subModule, level, message);
+    return diags;
+}
+
 std::vector<Diag> ReadDiags() {
     std::vector<Diag> diags;
     std::ifstream in(BMCSIM_DIAG_LOG);

@@ -28,6 +28,9 @@ struct Diag {
 };
 void PrintTo(const Diag &diag, std::ostream *out);
 
+// Reports of the library (module 31) of one sub-module and level.
+std::vector<Diag> Reports(uint32_t subModule, uint32_t level,
+                          const std::vector<std::string> &messages);
 // Every report of diag.log, oldest first.
 std::vector<Diag> ReadDiags();
 // Empties diag.log.

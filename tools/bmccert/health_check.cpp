@@ -29,11 +29,13 @@ Severity SeverityOf(uint32_t severity) {
     }
 }
 
+#if BMCCERT_HOST_TOOL
 uint32_t PortOf(std::string_view text) {
     uint32_t port = 0;
     const auto [next, error] = std::from_chars(text.data(), text.data() + text.size(), port);
     return error == std::errc() && next == text.data() + text.size() && port <= 65535 ? port : 0;
 }
+#endif
 
 // The port the sandbox gave the service (its listeners are not on the
 // controller's ports): from the environment, else from the sandbox's
