@@ -31,6 +31,9 @@ inline constexpr uint32_t kDiagModule = 31;
 // stamp's own second still counts as not passed). In double precision from
 // 64-bit stamps, so that it stays right past 2038 on a 32-bit controller.
 [[nodiscard]] double SecondsUntil(BMC_TimeStamp when);
+// An ASN1 time in seconds since 1970-01-01 UTC (64 bits on every target);
+// false when it cannot be read.
+[[nodiscard]] bool Asn1Seconds(const ASN1_TIME *time, int64_t &seconds);
 
 // Diagnostic levels: lower is graver.
 inline constexpr uint32_t kLevelFailure = 2;
@@ -53,6 +56,9 @@ BMCCERT_OPENSSL_DELETER(X509_REQ, X509_REQ_free);
 BMCCERT_OPENSSL_DELETER(X509_NAME, X509_NAME_free);
 BMCCERT_OPENSSL_DELETER(X509_EXTENSION, X509_EXTENSION_free);
 BMCCERT_OPENSSL_DELETER(BIGNUM, BN_free);
+BMCCERT_OPENSSL_DELETER(X509_STORE, X509_STORE_free);
+BMCCERT_OPENSSL_DELETER(X509_STORE_CTX, X509_STORE_CTX_free);
+BMCCERT_OPENSSL_DELETER(X509_CRL, X509_CRL_free);
 #undef BMCCERT_OPENSSL_DELETER
 template <typename T> using UniquePtr = std::unique_ptr<T, OpenSslDeleter<T>>;
 

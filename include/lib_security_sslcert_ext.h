@@ -56,6 +56,24 @@ extern "C" {
 #define SSLCERT_EXT_ERR_TASK_UNKNOWN    0x8A000025u /* not a task this process's library started */
 
 #define SSLCERT_EXT_ERR_UNKNOWN_CODE    0x8A000030u /* not a result code of the library */
+/* A client certificate's revocation check under a verified method (see
+ * below); each refuses the login like a revoked certificate: */
+#define SSLCERT_EXT_ERR_REVOKED          0x8A000040u /* the issuer's answer or list says revoked */
+#define SSLCERT_EXT_ERR_STATUS_UNKNOWN   0x8A000041u /* the responder does not know the certificate */
+#define SSLCERT_EXT_ERR_OCSP_SIGNATURE   0x8A000042u /* the answer's signature does not verify */
+#define SSLCERT_EXT_ERR_OCSP_SIGNER      0x8A000043u /* signed by neither the root nor a responder it certified for OCSP signing */
+#define SSLCERT_EXT_ERR_OCSP_STALE       0x8A000044u /* the answer is too old, not yet valid, or past its next update */
+#define SSLCERT_EXT_ERR_OCSP_WRONG_CERT  0x8A000045u /* the answer is not about the certificate asked for */
+#define SSLCERT_EXT_ERR_OCSP_NONCE       0x8A000046u /* the answer echoes another nonce */
+#define SSLCERT_EXT_ERR_UNREACHABLE      0x8A000047u /* no answer in time, no connection, an HTTP error or a redirect */
+#define SSLCERT_EXT_ERR_ANSWER_TOO_BIG   0x8A000048u /* an OCSP answer over 64 KiB, a list over 4 MiB */
+#define SSLCERT_EXT_ERR_ANSWER_MALFORMED 0x8A000049u /* not HTTP, not an OCSP answer, or an unsuccessful one */
+#define SSLCERT_EXT_ERR_NO_RESPONDER     0x8A00004Au /* no http:// address of at most 63 bytes to ask */
+#define SSLCERT_EXT_ERR_CERT_NOT_RECORD  0x8A00004Bu /* the file is not the certificate its record describes */
+#define SSLCERT_EXT_ERR_CRL_MISSING      0x8A00004Cu /* no list is installed for the certificate's root */
+#define SSLCERT_EXT_ERR_CRL_STALE        0x8A00004Du /* the list is past its next update, or not yet valid */
+#define SSLCERT_EXT_ERR_CRL_BAD          0x8A00004Eu /* a list that does not parse, is not the root's, or has too many entries */
+#define SSLCERT_EXT_ERR_REVOCATION_SETTING 0x8A00004Fu /* a value out of range, or the setting could not be stored */
 
 /* Outcomes of LIB_SECURITY_SSL_RecoverInstallation. */
 #define SSLCERT_EXT_RECOVER_NONE      0u /* nothing was pending */
@@ -584,6 +602,92 @@ BMCCERT_API uint32_t LIB_SECURITY_SSL_CheckCertRequestField(const SSLCertRequest
  */
 BMCCERT_API uint32_t LIB_SECURITY_SSL_CheckGenParamField(const SSLCertGenParam *pstSSLCert,
                                                          uint32_t *puiField);
+
+/* ---- Revocation of client certificates (BMCCERT_1.2) -------------------- */
+/*
+ * How LIB_SSL_CertRevokeCheck (and so the login by certificate while
+ * revocation checking is on) decides:
+ *   _COMMAND   the openssl tool asked without a trust anchor, as
+ *              lib_ssl_auth.h describes (the default, and the method while
+ *              no setting is stored). Its answer is NOT verified: whoever
+ *              answers for the responder's address can call a revoked
+ *              certificate good.
+ *   _OCSP      asked in process over HTTP, with a nonce; the answer is
+ *              verified against the root the record names: signed by that
+ *              root or by a responder certificate it issued for OCSP
+ *              signing, about this certificate, fresh.
+ *   _CRL       the list installed for that root, verified against it.
+ *   _OCSP_CRL  OCSP; where no answer comes (unreachable, too big,
+ *              malformed), the list.
+ * Under the verified methods the certificate file must be the one its
+ * record describes (serial, issued by the record's root).
+ * uiOnFailure decides what a failure to get a usable answer does (no
+ * responder, unreachable, malformed, stale, no list): _REFUSE the login
+ * (the default), or _ALLOW it with an operation-log entry. An answer that
+ * says revoked or unknown, or that fails its verification, always refuses.
+ */
+#define SSLCERT_EXT_REVOCATION_COMMAND  0u
+#define SSLCERT_EXT_REVOCATION_OCSP     1u
+#define SSLCERT_EXT_REVOCATION_CRL      2u
+#define SSLCERT_EXT_REVOCATION_OCSP_CRL 3u
+#define SSLCERT_EXT_ON_FAILURE_REFUSE   0u
+#define SSLCERT_EXT_ON_FAILURE_ALLOW    1u
+/* Where the setting is stored in the configuration database. */
+#define SSLCERT_EXT_REVOCATION_DB_KEY   0x221102FFu
+
+/* uiMaxAgeSeconds: an OCSP answer whose thisUpdate is older is stale
+ * (1 to 2592000; 604800 by default); uiClockSkewSeconds: how far the
+ * responder's clock may be off (0 to 3600; 300 by default). */
+typedef struct SSLRevocationPolicy_s {
+    uint32_t uiMethod;
+    uint32_t uiOnFailure;
+    uint32_t uiMaxAgeSeconds;
+    uint32_t uiClockSkewSeconds;
+} SSLRevocationPolicy;
+BMCCERT_LAYOUT_ASSERT(RevocationPolicy_size, sizeof(SSLRevocationPolicy) == 16);
+BMCCERT_LAYOUT_ASSERT(RevocationPolicy_age, offsetof(SSLRevocationPolicy, uiMaxAgeSeconds) == 8);
+
+/* The list installed for one trusted root: times in seconds since
+ * 1970-01-01 UTC (llNextUpdate 0 when the list names none). */
+typedef struct SSLCrlSummary_s {
+    uint32_t uiRootCertId;
+    uint32_t uiEntries;
+    int64_t llLastUpdate;
+    int64_t llNextUpdate;
+} SSLCrlSummary;
+BMCCERT_LAYOUT_ASSERT(CrlSummary_size, sizeof(SSLCrlSummary) == 24);
+BMCCERT_LAYOUT_ASSERT(CrlSummary_last, offsetof(SSLCrlSummary, llLastUpdate) == 8);
+
+typedef struct SSLRevocationState_s {
+    SSLRevocationPolicy stPolicy;
+    uint32_t uiCrlCount; /* entries of astCrl used, one per root with a list */
+    uint32_t uiReserved; /* zero */
+    SSLCrlSummary astCrl[20];
+} SSLRevocationState;
+BMCCERT_LAYOUT_ASSERT(RevocationState_crl, offsetof(SSLRevocationState, astCrl) == 24);
+BMCCERT_LAYOUT_ASSERT(RevocationState_size, sizeof(SSLRevocationState) == 504);
+
+/* Stores the method and policy. Results: 0; SSLCERT_EXT_ERR_REVOCATION_SETTING
+ * (a value out of range, or the database refused it); SSLCERT_ERR_NULL_POINTER. */
+BMCCERT_API uint32_t LIB_SECURITY_SSL_SetRevocationPolicy(const SSLRevocationPolicy *pstPolicy);
+/* The stored policy (the defaults while none is stored) and the lists
+ * installed. Results: 0; SSLCERT_ERR_NULL_POINTER; the root list's codes. */
+BMCCERT_API uint32_t LIB_SECURITY_SSL_GetRevocationState(SSLRevocationState *pstState);
+/* Installs a certificate revocation list (PEM or DER, at most 4 MiB and
+ * 50000 entries) for the trusted root uiRootCertId: the list must be
+ * signed by that root and not past its next update. Installed beside the
+ * root's file as "<root file>.crl" (mode 0644), replacing the previous
+ * list whole. Results: 0; SSLCERT_EXT_ERR_CRL_BAD, _CRL_STALE,
+ * _ANSWER_TOO_BIG (the previous list stays); SSLCERT_EXT_ERR_REVOCATION_SETTING
+ * (no such root, or the file could not be written); SSLCERT_ERR_NULL_POINTER. */
+BMCCERT_API uint32_t LIB_SECURITY_SSL_AddRootCRL(uint32_t uiRootCertId, const char *pcCrl,
+                                                 uint32_t uiLength);
+/* Fetches the list of root uiRootCertId from the first http:// CRL
+ * distribution point named by one of its client certificates (bounded
+ * time and size, no redirect) and installs it as LIB_SECURITY_SSL_AddRootCRL
+ * does. Results: those of LIB_SECURITY_SSL_AddRootCRL;
+ * SSLCERT_EXT_ERR_NO_RESPONDER, _UNREACHABLE. */
+BMCCERT_API uint32_t LIB_SECURITY_SSL_FetchRootCRL(uint32_t uiRootCertId);
 
 #ifdef __cplusplus
 }

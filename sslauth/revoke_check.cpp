@@ -8,6 +8,7 @@
 #include <cstdarg>
 
 #include "frame/record_file_name.h"
+#include "sslauth/revocation.h"
 #include "sslauth/sslauth_internal.h"
 
 namespace bmccert::sslauth {
@@ -147,6 +148,11 @@ extern "C" uint32_t LIB_SSL_CertRevokeCheck(uint32_t uiCertId) {
         BMCCERT_DIAG(kLevelHandling, "Get ClientCertList failed.\n");
         return read;
     }
+    // The operator's verified method where one is chosen; the published
+    // command below otherwise.
+    if (const SSLRevocationPolicy policy = LoadRevocationPolicy();
+        policy.uiMethod != SSLCERT_EXT_REVOCATION_COMMAND)
+        return CheckRevocationVerified(uiCertId, list.astCliCert[uiCertId - 1], policy);
     // The openssl tool opens the path itself, so the name is checked here:
     // a plain name of a regular file in the client directory, not a link.
     // Refused like a file that holds no OCSP address, as a missing one does.

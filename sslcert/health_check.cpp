@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "frame/bounded_file.h"
 #include "frame/cert_type_names.h"
 #include "frame/record_file_name.h"
 #include "frame/unique_fd.h"
@@ -32,48 +33,6 @@ using namespace controller_paths;
 
 constexpr uint32_t kDefaultTimeoutMs = 2000;
 constexpr uint32_t kMaxTimeoutMs = 30000;
-// Larger files are no certificate, key or configuration of this controller.
-constexpr off_t kMaxFileBytes = 1 << 20;
-
-// Opens a regular file without following a link, at most kMaxFileBytes.
-UniqueFd OpenBounded(int directory, const char *name) {
-    UniqueFd fd(::openat(directory, name, O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
-    struct stat st {};
-    if (!fd.Valid() || ::fstat(fd.Get(), &st) != 0 || !S_ISREG(st.st_mode) ||
-        st.st_size > kMaxFileBytes)
-        return UniqueFd();
-    return fd;
-}
-
-// The whole of a file opened by OpenBounded; OpenSSL's descriptor BIO
-// reads a PEM file byte by byte, a memory BIO does not.
-std::string ReadAll(const UniqueFd &fd) {
-    std::string text;
-    if (!fd.Valid()) return text;
-    char chunk[4096];
-    for (ssize_t n; (n = ::read(fd.Get(), chunk, sizeof chunk)) > 0;) {
-        text.append(chunk, static_cast<size_t>(n));
-        if (text.size() > static_cast<size_t>(kMaxFileBytes)) return {};
-    }
-    return text;
-}
-
-UniquePtr<BIO> MemoryOf(const std::string &bytes) {
-    return UniquePtr<BIO>(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size())));
-}
-
-// The first certificate of a file, PEM (other blocks, keys included, are
-// passed over unread) or DER.
-UniquePtr<X509> ParseCertificate(const std::string &bytes) {
-    if (bytes.empty()) return nullptr;
-    UniquePtr<BIO> bio = MemoryOf(bytes);
-    if (!bio) return nullptr;
-    UniquePtr<X509> cert(PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr));
-    if (!cert && (bio = MemoryOf(bytes))) cert.reset(d2i_X509_bio(bio.get(), nullptr));
-    ERR_clear_error();
-    return cert;
-}
-
 UniquePtr<X509> ReadCertificate(int directory, const char *name) {
     return ParseCertificate(ReadAll(OpenBounded(directory, name)));
 }
@@ -84,7 +43,7 @@ UniquePtr<X509> ReadCertificate(const std::string &path) {
 
 UniquePtr<EVP_PKEY> ReadKey(const std::string &path) {
     std::string bytes = ReadAll(OpenBounded(AT_FDCWD, path.c_str()));
-    const UniquePtr<BIO> bio = MemoryOf(bytes);
+    const UniquePtr<BIO> bio(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size())));
     // A key protected by a pass phrase is unreadable here, never a prompt.
     UniquePtr<EVP_PKEY> key(bio ? PEM_read_bio_PrivateKey(bio.get(), nullptr,
                                                           sslcert::SupplyNoPassphrase, nullptr)

@@ -121,13 +121,6 @@ uint32_t CheckRequestedNames(X509 *leaf, X509_REQ *request) {
     return SSLCERT_OK;
 }
 
-struct StoreCtxFree {
-    void operator()(X509_STORE_CTX *context) const noexcept { X509_STORE_CTX_free(context); }
-};
-struct StoreFree {
-    void operator()(X509_STORE *store) const noexcept { X509_STORE_free(store); }
-};
-
 // Verified in process with the pin as the only trust anchor and the
 // answer's certificates as untrusted: the chain must end at the pin or at a
 // certificate the pin issued. No partial chain: the leaf alone never passes.
@@ -138,8 +131,8 @@ uint32_t CheckPinnedChain(STACK_OF(X509) * chain, X509 *pin) {
                      kPinnedCaPath);
         return SSLCERT_EXT_ERR_NOT_PINNED;
     }
-    const std::unique_ptr<X509_STORE, StoreFree> store(X509_STORE_new());
-    const std::unique_ptr<X509_STORE_CTX, StoreCtxFree> context(X509_STORE_CTX_new());
+    const UniquePtr<X509_STORE> store(X509_STORE_new());
+    const UniquePtr<X509_STORE_CTX> context(X509_STORE_CTX_new());
     int verified = 0;
     int error = X509_V_ERR_OUT_OF_MEM;
     if (store && context && X509_STORE_add_cert(store.get(), pin) == 1 &&
