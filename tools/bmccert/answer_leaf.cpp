@@ -76,7 +76,7 @@ std::string KeyText(const EVP_PKEY *key) {
 
 } // namespace
 
-bool ReadAnswerFile(const std::string &path, std::string &bytes) {
+bool ReadCertFile(const std::string &path, std::string &bytes) {
     std::ifstream file(path, std::ios::binary);
     if (!file) return false;
     bytes.assign(SSLCERT_EXT_SIGNED_MAX_BYTES + 1, '\0');

@@ -1,8 +1,5 @@
 #include "cert_commands.h"
 
-#include <pwd.h>
-#include <unistd.h>
-
 #include <openssl/crypto.h>
 
 #include <chrono>
@@ -10,30 +7,19 @@
 #include <string>
 #include <thread>
 
+#include "auth_commands.h"
 #include "json_writer.h"
 #include "lib_ssl_auth.h"
-#include "operate_output.h"
 #include "output.h"
-#include "platform/bmc_platform.h"
+#include "upload_commands.h"
 #include "task_service.h"
 #include "frame/field_text.h"
 
 namespace bmccert::cli {
 namespace {
 
-// The wait limit the management daemons use for their own calls.
-constexpr uint32_t kWaitLimit = 10000;
 constexpr auto kPollInterval = std::chrono::milliseconds(50);
 constexpr int kPollLimit = 600; // 30 seconds
-
-LogOrigin Origin() {
-    LogOrigin origin{};
-    const passwd *entry = getpwuid(getuid());
-    (void)BMC_Strlcpy(origin.szUserName, entry != nullptr ? entry->pw_name : "unknown",
-                      sizeof origin.szUserName);
-    (void)BMC_Strlcpy(origin.szClientAddr, "localhost", sizeof origin.szClientAddr);
-    return origin;
-}
 
 // The owner reads the file by its path; a relative one would name
 // another file in the owner's working directory.
@@ -76,19 +62,20 @@ int FollowImport(uint32_t result, const TaskHandle &task, bool json) {
 }
 
 int ImportRoot(const std::string &file, bool json) {
-    const LogOrigin origin = Origin();
+    const LogOrigin origin = LocalOrigin();
     TaskHandle task{};
     const std::string path = AbsolutePath(file);
-    return FollowImport(LIB_SSL_ImportRootCert(&origin, path.c_str(), kWaitLimit, &task), task,
-                        json);
+    return FollowImport(LIB_SSL_ImportRootCert(&origin, path.c_str(), kAuthWaitLimitMs, &task),
+                        task, json);
 }
 
 int ImportClient(const std::string &file, uint32_t rootId, bool json) {
-    const LogOrigin origin = Origin();
+    const LogOrigin origin = LocalOrigin();
     TaskHandle task{};
     const std::string path = AbsolutePath(file);
-    return FollowImport(LIB_SSL_ImportClientCert(&origin, path.c_str(), rootId, kWaitLimit, &task),
-                        task, json);
+    return FollowImport(
+        LIB_SSL_ImportClientCert(&origin, path.c_str(), rootId, kAuthWaitLimitMs, &task), task,
+        json);
 }
 
 int Login(const std::string &serial, bool showPassword, bool json) {
@@ -167,7 +154,7 @@ void AddCertCommands(CLI::App &app, int &status) {
     jsonFlag(rootDelete);
     rootDelete->callback([&] {
         OperateDesc desc{};
-        status = Described(LIB_SSL_DelRootCert(id, kWaitLimit, &desc), desc, json);
+        status = Described(LIB_SSL_DelRootCert(id, kAuthWaitLimitMs, &desc), desc, json);
     });
 
     CLI::App *clients = app.get_subcommand("clients");
@@ -182,7 +169,7 @@ void AddCertCommands(CLI::App &app, int &status) {
     jsonFlag(clientDelete);
     clientDelete->callback([&] {
         OperateDesc desc{};
-        status = Described(LIB_SSL_DelClientCert(id, kWaitLimit, &desc), desc, json);
+        status = Described(LIB_SSL_DelClientCert(id, kAuthWaitLimitMs, &desc), desc, json);
     });
 
     for (const bool bind : {true, false}) {
@@ -195,8 +182,8 @@ void AddCertCommands(CLI::App &app, int &status) {
         command->callback([&, bind] {
             OperateDesc desc{};
             const uint32_t result =
-                bind ? LIB_SSL_ClientCertBindUser(id, userId, kWaitLimit, &desc)
-                     : LIB_SSL_ClientCertUntieUser(id, userId, kWaitLimit, &desc);
+                bind ? LIB_SSL_ClientCertBindUser(id, userId, kAuthWaitLimitMs, &desc)
+                     : LIB_SSL_ClientCertUntieUser(id, userId, kAuthWaitLimitMs, &desc);
             status = Described(result, desc, json);
         });
     }

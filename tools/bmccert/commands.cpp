@@ -2,11 +2,11 @@
 
 #include <string>
 
-#include "cert_type.h"
 #include "info_format.h"
 #include "json_writer.h"
 #include "lib_security_sslcert.h"
 #include "output.h"
+#include "frame/cert_type_names.h"
 #include "frame/field_text.h"
 
 namespace bmccert::cli {

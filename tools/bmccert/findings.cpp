@@ -1,27 +1,11 @@
 #include "findings.h"
 
 #include <algorithm>
-#include <cstdio>
 
 #include "json_writer.h"
 
 namespace bmccert::cli {
 namespace {
-
-// Certificate names come from the certificate and may hold any byte: none
-// reaches a terminal raw.
-void AppendPrintable(std::string &out, std::string_view text) {
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte >= 0x20u && byte != 0x7Fu) {
-            out += c;
-            continue;
-        }
-        char escape[5];
-        (void)std::snprintf(escape, sizeof escape, "\\x%02X", byte);
-        out += escape;
-    }
-}
 
 std::string Counted(size_t count, std::string_view noun) {
     return std::to_string(count) + ' ' + std::string(noun) + (count == 1 ? "" : "s");
@@ -56,9 +40,9 @@ std::string FormatFindingsText(const std::vector<Finding> &findings) {
         const std::string_view name = SeverityName(finding.severity);
         out += name;
         out.append(8 - name.size(), ' ');
-        AppendPrintable(out, finding.subject);
+        AppendTerminalSafe(out, finding.subject);
         out += ": ";
-        AppendPrintable(out, finding.text);
+        AppendTerminalSafe(out, finding.text);
         out += '\n';
     }
     out += faults == 0 && warnings == 0

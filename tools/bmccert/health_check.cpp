@@ -80,8 +80,8 @@ int RunCheck(const CheckOptions &options) {
     std::vector<Finding> findings;
     for (uint32_t i = 0; i < record->uiCount; ++i) {
         const SSLHealthFinding &finding = record->astFindings[i];
-        findings.push_back({SeverityOf(finding.uiSeverity), std::string(FieldView(finding.szSubject)),
-                            WithOptionHint(finding)});
+        findings.push_back({SeverityOf(finding.uiSeverity),
+                            std::string(FieldView(finding.szSubject)), WithOptionHint(finding)});
     }
     if (record->uiOmitted != 0)
         findings.push_back({Severity::kWarning, "check",

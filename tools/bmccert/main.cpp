@@ -201,8 +201,9 @@ int main(int argc, char **argv) {
     for (CLI::Option *option : csrRequest)
         show->excludes(option);
     bool csrDrop = false;
-    CLI::Option *drop = csr->add_flag(
-        "--drop", csrDrop, "Drop the pending key and its request: no answer to it can be installed");
+    CLI::Option *drop =
+        csr->add_flag("--drop", csrDrop,
+                      "Drop the pending key and its request: no answer to it can be installed");
     for (CLI::Option *option : csrRequest)
         drop->excludes(option);
     drop->excludes(show);
