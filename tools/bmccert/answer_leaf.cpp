@@ -1,6 +1,5 @@
 #include "answer_leaf.h"
 
-#include <ctime>
 #include <fstream>
 
 #include <openssl/err.h>
@@ -9,28 +8,12 @@
 
 #include "lib_security_sslcert_ext.h"
 #include "openssl_owners.h"
+#include "frame/cert_texts.h"
 
 namespace bmccert::cli {
 namespace {
 
 using Pkcs7Owner = std::unique_ptr<PKCS7, FreedBy<PKCS7_free>>;
-
-std::string UtcText(const std::tm &when) {
-    char text[32] = {};
-    return std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S UTC", &when) > 0 ? text : "?";
-}
-
-std::string UtcText(const ASN1_TIME *when) {
-    std::tm parts{};
-    return when != nullptr && ASN1_TIME_to_tm(when, &parts) == 1 ? UtcText(parts) : "unreadable";
-}
-
-std::string UtcNowText() {
-    const std::time_t now = std::time(nullptr);
-    std::tm clock{};
-    (void)gmtime_r(&now, &clock);
-    return UtcText(clock);
-}
 
 // The certificate of a bundle that issued none of the others.
 X509 *BundleLeaf(const PKCS7 *bundle) {
@@ -64,14 +47,6 @@ X509Owner ReadLeaf(std::string_view answer) {
     if (X509Owner cert{d2i_X509(nullptr, &next, static_cast<long>(answer.size()))}) return cert;
     next = data;
     return FromBundle(Pkcs7Owner(d2i_PKCS7(nullptr, &next, static_cast<long>(answer.size()))));
-}
-
-std::string KeyText(const EVP_PKEY *key) {
-    const int type = EVP_PKEY_base_id(key);
-    const char *name = type == EVP_PKEY_RSA  ? "RSA"
-                       : type == EVP_PKEY_EC ? "EC"
-                                             : "of another type";
-    return std::string(name) + ' ' + std::to_string(EVP_PKEY_bits(key)) + " bits";
 }
 
 } // namespace

@@ -83,28 +83,24 @@ int Login(const std::string &serial, bool showPassword, bool json) {
     char password[41] = {};
     const uint32_t result =
         LIB_SSL_GetNamePwdBySerial(serial.c_str(), sizeof name, name, sizeof password, password);
-    std::string shown = showPassword && result == 0 ? password : "";
-    OPENSSL_cleanse(password, sizeof password);
-    int status;
     if (result != 0) {
-        status = ReportFailure("no login for serial number " + serial, result);
-    } else if (json) {
+        OPENSSL_cleanse(password, sizeof password);
+        return ReportFailure("no login for serial number " + serial, result);
+    }
+    std::string text;
+    if (json) {
         JsonWriter w;
         w.BeginObject();
         w.String("user", name);
-        if (showPassword) {
-            w.String("password", shown);
-        }
+        if (showPassword) w.String("password", password);
         w.EndObject();
-        std::string text = w.Text() + '\n';
-        status = WriteResult(text);
-        OPENSSL_cleanse(text.data(), text.size());
+        text = w.Text() + '\n';
     } else {
-        std::string text = std::string(name) + '\n' + (showPassword ? shown + '\n' : "");
-        status = WriteResult(text);
-        OPENSSL_cleanse(text.data(), text.size());
+        text = std::string(name) + '\n' + (showPassword ? std::string(password) + '\n' : "");
     }
-    OPENSSL_cleanse(shown.data(), shown.size());
+    OPENSSL_cleanse(password, sizeof password);
+    const int status = WriteResult(text);
+    OPENSSL_cleanse(text.data(), text.size());
     return status;
 }
 

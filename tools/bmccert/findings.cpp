@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "json_writer.h"
+#include "lib_security_sslcert_ext.h"
 
 namespace bmccert::cli {
 namespace {
@@ -13,21 +14,20 @@ std::string Counted(size_t count, std::string_view noun) {
 
 } // namespace
 
-std::string_view SeverityName(Severity severity) {
+std::string_view SeverityName(uint32_t severity) {
     switch (severity) {
-    case Severity::kOk:
+    case SSLCERT_EXT_SEVERITY_OK:
         return "ok";
-    case Severity::kWarning:
+    case SSLCERT_EXT_SEVERITY_WARNING:
         return "warning";
-    case Severity::kFault:
+    default:
         return "fault";
     }
-    return "fault";
 }
 
 bool HasFault(const std::vector<Finding> &findings) {
     return std::any_of(findings.begin(), findings.end(),
-                       [](const Finding &f) { return f.severity == Severity::kFault; });
+                       [](const Finding &f) { return SeverityName(f.severity) == "fault"; });
 }
 
 std::string FormatFindingsText(const std::vector<Finding> &findings) {
@@ -35,9 +35,9 @@ std::string FormatFindingsText(const std::vector<Finding> &findings) {
     size_t faults = 0;
     size_t warnings = 0;
     for (const Finding &finding : findings) {
-        faults += finding.severity == Severity::kFault ? 1 : 0;
-        warnings += finding.severity == Severity::kWarning ? 1 : 0;
         const std::string_view name = SeverityName(finding.severity);
+        faults += name == "fault" ? 1 : 0;
+        warnings += name == "warning" ? 1 : 0;
         out += name;
         out.append(8 - name.size(), ' ');
         AppendTerminalSafe(out, finding.subject);
