@@ -7,13 +7,17 @@
 #include <openssl/pkcs7.h>
 
 #include "lib_security_sslcert_ext.h"
-#include "openssl_owners.h"
 #include "frame/cert_texts.h"
+#include "frame/frame.h"
+
+namespace bmccert {
+template <> struct OpenSslDeleter<PKCS7> {
+    void operator()(PKCS7 *bundle) const noexcept { PKCS7_free(bundle); }
+};
+} // namespace bmccert
 
 namespace bmccert::cli {
 namespace {
-
-using Pkcs7Owner = std::unique_ptr<PKCS7, FreedBy<PKCS7_free>>;
 
 // The certificate of a bundle that issued none of the others.
 X509 *BundleLeaf(const PKCS7 *bundle) {
@@ -29,24 +33,27 @@ X509 *BundleLeaf(const PKCS7 *bundle) {
     return nullptr;
 }
 
-X509Owner FromBundle(Pkcs7Owner bundle) {
+UniquePtr<X509> FromBundle(UniquePtr<PKCS7> bundle) {
     X509 *leaf = bundle ? BundleLeaf(bundle.get()) : nullptr;
-    return X509Owner(leaf != nullptr ? X509_dup(leaf) : nullptr);
+    return UniquePtr<X509>(leaf != nullptr ? X509_dup(leaf) : nullptr);
 }
 
 // The leaf of an answer in any form the library takes.
-X509Owner ReadLeaf(std::string_view answer) {
-    const BioOwner bio(BIO_new_mem_buf(answer.data(), static_cast<int>(answer.size())));
+UniquePtr<X509> ReadLeaf(std::string_view answer) {
+    const UniquePtr<BIO> bio(BIO_new_mem_buf(answer.data(), static_cast<int>(answer.size())));
     if (!bio) return nullptr;
     if (answer.find("-----BEGIN PKCS7") != std::string_view::npos)
-        return FromBundle(Pkcs7Owner(PEM_read_bio_PKCS7(bio.get(), nullptr, nullptr, nullptr)));
+        return FromBundle(
+            UniquePtr<PKCS7>(PEM_read_bio_PKCS7(bio.get(), nullptr, nullptr, nullptr)));
     if (answer.find("-----BEGIN ") != std::string_view::npos)
-        return X509Owner(PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr));
+        return UniquePtr<X509>(PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr));
     const auto *data = reinterpret_cast<const unsigned char *>(answer.data());
     const unsigned char *next = data;
-    if (X509Owner cert{d2i_X509(nullptr, &next, static_cast<long>(answer.size()))}) return cert;
+    if (UniquePtr<X509> cert{d2i_X509(nullptr, &next, static_cast<long>(answer.size()))})
+        return cert;
     next = data;
-    return FromBundle(Pkcs7Owner(d2i_PKCS7(nullptr, &next, static_cast<long>(answer.size()))));
+    return FromBundle(
+        UniquePtr<PKCS7>(d2i_PKCS7(nullptr, &next, static_cast<long>(answer.size()))));
 }
 
 } // namespace
@@ -64,7 +71,7 @@ std::string RefusalDetails(std::string_view answer, uint32_t code) {
     if (code != SSLCERT_EXT_ERR_NOT_VALID_NOW && code != SSLCERT_EXT_ERR_BAD_KEY_TYPE &&
         code != SSLCERT_EXT_ERR_KEY_MISMATCH)
         return {};
-    const X509Owner leaf = ReadLeaf(answer);
+    const UniquePtr<X509> leaf = ReadLeaf(answer);
     ERR_clear_error();
     if (!leaf) return {};
     if (code == SSLCERT_EXT_ERR_NOT_VALID_NOW)

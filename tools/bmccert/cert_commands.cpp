@@ -145,14 +145,6 @@ void AddCertCommands(CLI::App &app, int &status) {
     rootImport->add_option("FILE", file, "PEM certificate (.pem, .crt or .cer)")->required();
     jsonFlag(rootImport);
     rootImport->callback([&] { status = ImportRoot(file, json); });
-    CLI::App *rootDelete = roots->add_subcommand("delete", "Delete a root certificate");
-    rootDelete->add_option("ID", id, "Root certificate id (1..20)")->required();
-    jsonFlag(rootDelete);
-    rootDelete->callback([&] {
-        OperateDesc desc{};
-        status = Described(LIB_SSL_DelRootCert(id, kAuthWaitLimitMs, &desc), desc, json);
-    });
-
     CLI::App *clients = app.get_subcommand("clients");
     CLI::App *clientImport = clients->add_subcommand("import", "Import a client certificate");
     clientImport->add_option("FILE", file, "PEM certificate (.pem, .crt or .cer)")->required();
@@ -160,13 +152,22 @@ void AddCertCommands(CLI::App &app, int &status) {
         ->required();
     jsonFlag(clientImport);
     clientImport->callback([&] { status = ImportClient(file, rootId, json); });
-    CLI::App *clientDelete = clients->add_subcommand("delete", "Delete a client certificate");
-    clientDelete->add_option("ID", id, "Client certificate id (1..20)")->required();
-    jsonFlag(clientDelete);
-    clientDelete->callback([&] {
-        OperateDesc desc{};
-        status = Described(LIB_SSL_DelClientCert(id, kAuthWaitLimitMs, &desc), desc, json);
-    });
+    for (const bool root : {true, false}) {
+        CLI::App *remove = (root ? roots : clients)
+                               ->add_subcommand("delete", root ? "Delete a root certificate"
+                                                               : "Delete a client certificate");
+        remove
+            ->add_option("ID", id,
+                         root ? "Root certificate id (1..20)" : "Client certificate id (1..20)")
+            ->required();
+        jsonFlag(remove);
+        remove->callback([&, root] {
+            OperateDesc desc{};
+            status = Described(root ? LIB_SSL_DelRootCert(id, kAuthWaitLimitMs, &desc)
+                                    : LIB_SSL_DelClientCert(id, kAuthWaitLimitMs, &desc),
+                               desc, json);
+        });
+    }
 
     for (const bool bind : {true, false}) {
         CLI::App *command = app.add_subcommand(bind ? "bind" : "unbind",
