@@ -7,10 +7,9 @@
 
 #include <string>
 
-#include <ctime>
-
 #include <openssl/pem.h>
 
+#include "frame/cert_texts.h"
 #include "platform/controller_paths.h"
 #include "sslcert/answer_formats.h"
 #include "sslcert/cert_policy.h"
@@ -26,32 +25,16 @@ uint32_t Refuse(uint32_t code, const char *why, int index) {
     return code;
 }
 
-// A time as the controller's clock and the certificate both can be read:
-// "2026-11-25 07:11:40 UTC".
-std::string UtcText(const std::tm &when) {
-    char text[32] = {};
-    return std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S UTC", &when) > 0 ? text : "?";
-}
-
-std::string UtcText(const ASN1_TIME *when) {
-    std::tm parts{};
-    return when != nullptr && ASN1_TIME_to_tm(when, &parts) == 1 ? UtcText(parts) : "unreadable";
-}
-
 // Why a certificate is not valid now, with its dates and the controller's
 // clock: on a controller a clock that is wrong is the usual cause.
 std::string NotValidNowText(const X509 *cert, std::string_view what) {
-    const char *state = policy::ValidityNow(cert) == policy::Validity::kNotYetValid
-                            ? "is not yet valid"
-                            : policy::ValidityNow(cert) == policy::Validity::kExpired
-                                  ? "has expired"
-                                  : "has unreadable dates";
-    const std::time_t now = std::time(nullptr);
-    std::tm clock{};
-    (void)gmtime_r(&now, &clock);
-    return std::string(what) + ' ' + state + " (valid from " +
-           UtcText(X509_get0_notBefore(cert)) + " until " + UtcText(X509_get0_notAfter(cert)) +
-           "; the controller's clock says " + UtcText(clock) + ")";
+    const char *state =
+        policy::ValidityNow(cert) == policy::Validity::kNotYetValid ? "is not yet valid"
+        : policy::ValidityNow(cert) == policy::Validity::kExpired   ? "has expired"
+                                                                    : "has unreadable dates";
+    return std::string(what) + ' ' + state + " (valid from " + UtcText(X509_get0_notBefore(cert)) +
+           " until " + UtcText(X509_get0_notAfter(cert)) + "; the controller's clock says " +
+           UtcNowText() + ")";
 }
 
 // The policy's verdict on a CA of the chain as a refusal; 0 when sound.
@@ -126,8 +109,9 @@ uint32_t CheckRequestedNames(X509 *leaf, X509_REQ *request) {
 // certificate the pin issued. No partial chain: the leaf alone never passes.
 uint32_t CheckPinnedChain(STACK_OF(X509) * chain, X509 *pin) {
     if (pin == nullptr) {
-        BMCCERT_DIAG(kLevelFailure, "Signed certificate verify failed! The pinned CA %s is "
-                                    "unreadable.\n",
+        BMCCERT_DIAG(kLevelFailure,
+                     "Signed certificate verify failed! The pinned CA %s is "
+                     "unreadable.\n",
                      kPinnedCaPath);
         return SSLCERT_EXT_ERR_NOT_PINNED;
     }
@@ -148,19 +132,12 @@ uint32_t CheckPinnedChain(STACK_OF(X509) * chain, X509 *pin) {
     return SSLCERT_EXT_ERR_NOT_PINNED;
 }
 
-// "RSA 1024 bits", "EC 256 bits" (EC by its curve's order).
-std::string KeyText(const EVP_PKEY *key) {
-    const int type = EVP_PKEY_base_id(key);
-    const char *name = type == EVP_PKEY_RSA ? "RSA" : type == EVP_PKEY_EC ? "EC" : "of another type";
-    return std::string(name) + ' ' + std::to_string(EVP_PKEY_bits(key)) + " bits";
-}
-
 // The leaf is the user certificate in force: the retry of an answer whose
 // installation consumed the pending key.
 bool IsCertificateInForce(X509 *leaf) {
     const UniquePtr<BIO> file(BIO_new_file(kUserCertPath, "r"));
-    const UniquePtr<X509> inForce(
-        file ? PEM_read_bio_X509(file.get(), nullptr, nullptr, nullptr) : nullptr);
+    const UniquePtr<X509> inForce(file ? PEM_read_bio_X509(file.get(), nullptr, nullptr, nullptr)
+                                       : nullptr);
     ERR_clear_error();
     return inForce && X509_cmp(inForce.get(), leaf) == 0;
 }

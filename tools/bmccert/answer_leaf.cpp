@@ -1,6 +1,5 @@
 #include "answer_leaf.h"
 
-#include <ctime>
 #include <fstream>
 
 #include <openssl/err.h>
@@ -8,29 +7,17 @@
 #include <openssl/pkcs7.h>
 
 #include "lib_security_sslcert_ext.h"
-#include "openssl_owners.h"
+#include "frame/cert_texts.h"
+#include "frame/frame.h"
+
+namespace bmccert {
+template <> struct OpenSslDeleter<PKCS7> {
+    void operator()(PKCS7 *bundle) const noexcept { PKCS7_free(bundle); }
+};
+} // namespace bmccert
 
 namespace bmccert::cli {
 namespace {
-
-using Pkcs7Owner = std::unique_ptr<PKCS7, FreedBy<PKCS7_free>>;
-
-std::string UtcText(const std::tm &when) {
-    char text[32] = {};
-    return std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S UTC", &when) > 0 ? text : "?";
-}
-
-std::string UtcText(const ASN1_TIME *when) {
-    std::tm parts{};
-    return when != nullptr && ASN1_TIME_to_tm(when, &parts) == 1 ? UtcText(parts) : "unreadable";
-}
-
-std::string UtcNowText() {
-    const std::time_t now = std::time(nullptr);
-    std::tm clock{};
-    (void)gmtime_r(&now, &clock);
-    return UtcText(clock);
-}
 
 // The certificate of a bundle that issued none of the others.
 X509 *BundleLeaf(const PKCS7 *bundle) {
@@ -46,37 +33,32 @@ X509 *BundleLeaf(const PKCS7 *bundle) {
     return nullptr;
 }
 
-X509Owner FromBundle(Pkcs7Owner bundle) {
+UniquePtr<X509> FromBundle(UniquePtr<PKCS7> bundle) {
     X509 *leaf = bundle ? BundleLeaf(bundle.get()) : nullptr;
-    return X509Owner(leaf != nullptr ? X509_dup(leaf) : nullptr);
+    return UniquePtr<X509>(leaf != nullptr ? X509_dup(leaf) : nullptr);
 }
 
 // The leaf of an answer in any form the library takes.
-X509Owner ReadLeaf(std::string_view answer) {
-    const BioOwner bio(BIO_new_mem_buf(answer.data(), static_cast<int>(answer.size())));
+UniquePtr<X509> ReadLeaf(std::string_view answer) {
+    const UniquePtr<BIO> bio(BIO_new_mem_buf(answer.data(), static_cast<int>(answer.size())));
     if (!bio) return nullptr;
     if (answer.find("-----BEGIN PKCS7") != std::string_view::npos)
-        return FromBundle(Pkcs7Owner(PEM_read_bio_PKCS7(bio.get(), nullptr, nullptr, nullptr)));
+        return FromBundle(
+            UniquePtr<PKCS7>(PEM_read_bio_PKCS7(bio.get(), nullptr, nullptr, nullptr)));
     if (answer.find("-----BEGIN ") != std::string_view::npos)
-        return X509Owner(PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr));
+        return UniquePtr<X509>(PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr));
     const auto *data = reinterpret_cast<const unsigned char *>(answer.data());
     const unsigned char *next = data;
-    if (X509Owner cert{d2i_X509(nullptr, &next, static_cast<long>(answer.size()))}) return cert;
+    if (UniquePtr<X509> cert{d2i_X509(nullptr, &next, static_cast<long>(answer.size()))})
+        return cert;
     next = data;
-    return FromBundle(Pkcs7Owner(d2i_PKCS7(nullptr, &next, static_cast<long>(answer.size()))));
-}
-
-std::string KeyText(const EVP_PKEY *key) {
-    const int type = EVP_PKEY_base_id(key);
-    const char *name = type == EVP_PKEY_RSA  ? "RSA"
-                       : type == EVP_PKEY_EC ? "EC"
-                                             : "of another type";
-    return std::string(name) + ' ' + std::to_string(EVP_PKEY_bits(key)) + " bits";
+    return FromBundle(
+        UniquePtr<PKCS7>(d2i_PKCS7(nullptr, &next, static_cast<long>(answer.size()))));
 }
 
 } // namespace
 
-bool ReadAnswerFile(const std::string &path, std::string &bytes) {
+bool ReadCertFile(const std::string &path, std::string &bytes) {
     std::ifstream file(path, std::ios::binary);
     if (!file) return false;
     bytes.assign(SSLCERT_EXT_SIGNED_MAX_BYTES + 1, '\0');
@@ -89,7 +71,7 @@ std::string RefusalDetails(std::string_view answer, uint32_t code) {
     if (code != SSLCERT_EXT_ERR_NOT_VALID_NOW && code != SSLCERT_EXT_ERR_BAD_KEY_TYPE &&
         code != SSLCERT_EXT_ERR_KEY_MISMATCH)
         return {};
-    const X509Owner leaf = ReadLeaf(answer);
+    const UniquePtr<X509> leaf = ReadLeaf(answer);
     ERR_clear_error();
     if (!leaf) return {};
     if (code == SSLCERT_EXT_ERR_NOT_VALID_NOW)

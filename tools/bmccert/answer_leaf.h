@@ -8,9 +8,10 @@
 
 namespace bmccert::cli {
 
-// The answer file's bytes, at most one more than the library takes so that
-// a larger file is refused as such; false when the file cannot be read.
-[[nodiscard]] bool ReadAnswerFile(const std::string &path, std::string &bytes);
+// A file of certificates (a CA's answer, a CA to pin), at most one byte more
+// than the library takes so that a larger file is refused as such; false
+// when the file cannot be read.
+[[nodiscard]] bool ReadCertFile(const std::string &path, std::string &bytes);
 
 // "; valid from ... until ...; the controller's clock says ..." for a
 // leaf that is not valid now, "; its key is RSA 1024 bits" for a key

@@ -5,15 +5,11 @@
 
 #include "json_writer.h"
 #include "lib_ssl_auth.h"
-#include "operate_output.h"
 #include "output.h"
 #include "frame/field_text.h"
 
 namespace bmccert::cli {
 namespace {
-
-// The wait limit the management daemons use for their own calls.
-constexpr uint32_t kWaitLimit = 10000;
 
 std::string OnOff(uint8_t value) {
     return value == 1 ? "on" : value == 0 ? "off" : std::to_string(value);
@@ -102,13 +98,14 @@ int Status(bool json) {
 
 int SetAuth(uint8_t state, uint32_t rootId, bool json) {
     OperateDesc desc{};
-    const uint32_t result = LIB_SSL_SetCertAuthState(state, rootId, kWaitLimit, &desc);
+    const uint32_t result = LIB_SSL_SetCertAuthState(state, rootId, kAuthWaitLimitMs, &desc);
     return Described(result, desc, json);
 }
 
 int SetRevocation(const std::string &onOff, bool json) {
     OperateDesc desc{};
-    const uint32_t result = LIB_SSL_SetCertRevokeCheck(onOff == "on" ? 1 : 0, kWaitLimit, &desc);
+    const uint32_t result =
+        LIB_SSL_SetCertRevokeCheck(onOff == "on" ? 1 : 0, kAuthWaitLimitMs, &desc);
     return Described(result, desc, json);
 }
 

@@ -1,8 +1,8 @@
 #include "ca_commands.h"
 
-#include <fstream>
 #include <string>
 
+#include "answer_leaf.h"
 #include "lib_security_sslcert_ext.h"
 #include "output.h"
 #include "result_codes.h"
@@ -10,21 +10,14 @@
 namespace bmccert::cli {
 namespace {
 
-std::string Meaning(uint32_t code) {
-    const auto entry = FindResultCode(code);
-    return entry ? std::string(entry->meaning) : "unknown result code";
-}
-
 int Pin(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return ReportFailure("cannot read " + path, SSLCERT_EXT_ERR_PIN_BAD);
-    // One byte over the library's limit is enough for it to refuse.
-    std::string pem(SSLCERT_EXT_SIGNED_MAX_BYTES + 1, '\0');
-    in.read(pem.data(), static_cast<std::streamsize>(pem.size()));
-    pem.resize(static_cast<size_t>(in.gcount()));
+    std::string pem;
+    if (!ReadCertFile(path, pem))
+        return ReportFailure("cannot read " + path, SSLCERT_EXT_ERR_PIN_BAD);
     const uint32_t result =
         LIB_SECURITY_SSL_SetPinnedCA(pem.data(), static_cast<uint32_t>(pem.size()));
-    if (result != SSLCERT_OK) return ReportFailure("CA not pinned: " + Meaning(result), result);
+    if (result != SSLCERT_OK)
+        return ReportFailure("CA not pinned: " + ResultMeaning(result), result);
     return WriteResult("pinned: signed answers must now chain to this CA\n");
 }
 
@@ -32,13 +25,14 @@ int Show() {
     std::string pem(SSLCERT_EXT_SIGNED_MAX_BYTES + 1, '\0');
     const uint32_t result =
         LIB_SECURITY_SSL_GetPinnedCA(pem.data(), static_cast<uint32_t>(pem.size()));
-    if (result != SSLCERT_OK) return ReportFailure(Meaning(result), result);
+    if (result != SSLCERT_OK) return ReportFailure(ResultMeaning(result), result);
     return WriteResult(pem.c_str());
 }
 
 int Unpin() {
     const uint32_t result = LIB_SECURITY_SSL_ClearPinnedCA();
-    if (result != SSLCERT_OK) return ReportFailure("pin not removed: " + Meaning(result), result);
+    if (result != SSLCERT_OK)
+        return ReportFailure("pin not removed: " + ResultMeaning(result), result);
     return WriteResult("no CA pinned\n");
 }
 
@@ -51,7 +45,9 @@ void AddCaCommands(CLI::App &app, int &status) {
     CLI::App *pin = ca->add_subcommand("pin", "Pin a root CA (PEM file) for signed answers");
     pin->add_option("FILE", pinPath, "PEM file of one self-signed CA certificate")->required();
     pin->callback([&status] { status = Pin(pinPath); });
-    ca->add_subcommand("show", "Print the pinned CA's PEM")->callback([&status] { status = Show(); });
+    ca->add_subcommand("show", "Print the pinned CA's PEM")->callback([&status] {
+        status = Show();
+    });
     ca->add_subcommand("unpin", "Remove the pin")->callback([&status] { status = Unpin(); });
 }
 

@@ -1,8 +1,5 @@
 #include "cert_commands.h"
 
-#include <pwd.h>
-#include <unistd.h>
-
 #include <openssl/crypto.h>
 
 #include <chrono>
@@ -10,30 +7,19 @@
 #include <string>
 #include <thread>
 
+#include "auth_commands.h"
 #include "json_writer.h"
 #include "lib_ssl_auth.h"
-#include "operate_output.h"
 #include "output.h"
-#include "platform/bmc_platform.h"
+#include "upload_commands.h"
 #include "task_service.h"
 #include "frame/field_text.h"
 
 namespace bmccert::cli {
 namespace {
 
-// The wait limit the management daemons use for their own calls.
-constexpr uint32_t kWaitLimit = 10000;
 constexpr auto kPollInterval = std::chrono::milliseconds(50);
 constexpr int kPollLimit = 600; // 30 seconds
-
-LogOrigin Origin() {
-    LogOrigin origin{};
-    const passwd *entry = getpwuid(getuid());
-    (void)BMC_Strlcpy(origin.szUserName, entry != nullptr ? entry->pw_name : "unknown",
-                      sizeof origin.szUserName);
-    (void)BMC_Strlcpy(origin.szClientAddr, "localhost", sizeof origin.szClientAddr);
-    return origin;
-}
 
 // The owner reads the file by its path; a relative one would name
 // another file in the owner's working directory.
@@ -76,19 +62,20 @@ int FollowImport(uint32_t result, const TaskHandle &task, bool json) {
 }
 
 int ImportRoot(const std::string &file, bool json) {
-    const LogOrigin origin = Origin();
+    const LogOrigin origin = LocalOrigin();
     TaskHandle task{};
     const std::string path = AbsolutePath(file);
-    return FollowImport(LIB_SSL_ImportRootCert(&origin, path.c_str(), kWaitLimit, &task), task,
-                        json);
+    return FollowImport(LIB_SSL_ImportRootCert(&origin, path.c_str(), kAuthWaitLimitMs, &task),
+                        task, json);
 }
 
 int ImportClient(const std::string &file, uint32_t rootId, bool json) {
-    const LogOrigin origin = Origin();
+    const LogOrigin origin = LocalOrigin();
     TaskHandle task{};
     const std::string path = AbsolutePath(file);
-    return FollowImport(LIB_SSL_ImportClientCert(&origin, path.c_str(), rootId, kWaitLimit, &task),
-                        task, json);
+    return FollowImport(
+        LIB_SSL_ImportClientCert(&origin, path.c_str(), rootId, kAuthWaitLimitMs, &task), task,
+        json);
 }
 
 int Login(const std::string &serial, bool showPassword, bool json) {
@@ -96,28 +83,24 @@ int Login(const std::string &serial, bool showPassword, bool json) {
     char password[41] = {};
     const uint32_t result =
         LIB_SSL_GetNamePwdBySerial(serial.c_str(), sizeof name, name, sizeof password, password);
-    std::string shown = showPassword && result == 0 ? password : "";
-    OPENSSL_cleanse(password, sizeof password);
-    int status;
     if (result != 0) {
-        status = ReportFailure("no login for serial number " + serial, result);
-    } else if (json) {
+        OPENSSL_cleanse(password, sizeof password);
+        return ReportFailure("no login for serial number " + serial, result);
+    }
+    std::string text;
+    if (json) {
         JsonWriter w;
         w.BeginObject();
         w.String("user", name);
-        if (showPassword) {
-            w.String("password", shown);
-        }
+        if (showPassword) w.String("password", password);
         w.EndObject();
-        std::string text = w.Text() + '\n';
-        status = WriteResult(text);
-        OPENSSL_cleanse(text.data(), text.size());
+        text = w.Text() + '\n';
     } else {
-        std::string text = std::string(name) + '\n' + (showPassword ? shown + '\n' : "");
-        status = WriteResult(text);
-        OPENSSL_cleanse(text.data(), text.size());
+        text = std::string(name) + '\n' + (showPassword ? std::string(password) + '\n' : "");
     }
-    OPENSSL_cleanse(shown.data(), shown.size());
+    OPENSSL_cleanse(password, sizeof password);
+    const int status = WriteResult(text);
+    OPENSSL_cleanse(text.data(), text.size());
     return status;
 }
 
@@ -162,14 +145,6 @@ void AddCertCommands(CLI::App &app, int &status) {
     rootImport->add_option("FILE", file, "PEM certificate (.pem, .crt or .cer)")->required();
     jsonFlag(rootImport);
     rootImport->callback([&] { status = ImportRoot(file, json); });
-    CLI::App *rootDelete = roots->add_subcommand("delete", "Delete a root certificate");
-    rootDelete->add_option("ID", id, "Root certificate id (1..20)")->required();
-    jsonFlag(rootDelete);
-    rootDelete->callback([&] {
-        OperateDesc desc{};
-        status = Described(LIB_SSL_DelRootCert(id, kWaitLimit, &desc), desc, json);
-    });
-
     CLI::App *clients = app.get_subcommand("clients");
     CLI::App *clientImport = clients->add_subcommand("import", "Import a client certificate");
     clientImport->add_option("FILE", file, "PEM certificate (.pem, .crt or .cer)")->required();
@@ -177,13 +152,22 @@ void AddCertCommands(CLI::App &app, int &status) {
         ->required();
     jsonFlag(clientImport);
     clientImport->callback([&] { status = ImportClient(file, rootId, json); });
-    CLI::App *clientDelete = clients->add_subcommand("delete", "Delete a client certificate");
-    clientDelete->add_option("ID", id, "Client certificate id (1..20)")->required();
-    jsonFlag(clientDelete);
-    clientDelete->callback([&] {
-        OperateDesc desc{};
-        status = Described(LIB_SSL_DelClientCert(id, kWaitLimit, &desc), desc, json);
-    });
+    for (const bool root : {true, false}) {
+        CLI::App *remove = (root ? roots : clients)
+                               ->add_subcommand("delete", root ? "Delete a root certificate"
+                                                               : "Delete a client certificate");
+        remove
+            ->add_option("ID", id,
+                         root ? "Root certificate id (1..20)" : "Client certificate id (1..20)")
+            ->required();
+        jsonFlag(remove);
+        remove->callback([&, root] {
+            OperateDesc desc{};
+            status = Described(root ? LIB_SSL_DelRootCert(id, kAuthWaitLimitMs, &desc)
+                                    : LIB_SSL_DelClientCert(id, kAuthWaitLimitMs, &desc),
+                               desc, json);
+        });
+    }
 
     for (const bool bind : {true, false}) {
         CLI::App *command = app.add_subcommand(bind ? "bind" : "unbind",
@@ -195,8 +179,8 @@ void AddCertCommands(CLI::App &app, int &status) {
         command->callback([&, bind] {
             OperateDesc desc{};
             const uint32_t result =
-                bind ? LIB_SSL_ClientCertBindUser(id, userId, kWaitLimit, &desc)
-                     : LIB_SSL_ClientCertUntieUser(id, userId, kWaitLimit, &desc);
+                bind ? LIB_SSL_ClientCertBindUser(id, userId, kAuthWaitLimitMs, &desc)
+                     : LIB_SSL_ClientCertUntieUser(id, userId, kAuthWaitLimitMs, &desc);
             status = Described(result, desc, json);
         });
     }

@@ -2,13 +2,7 @@
 
 #include <charconv>
 
-#include "frame/cert_type_names.h"
-
 namespace bmccert::cli {
-
-std::string_view CertTypeName(uint32_t type) {
-    return bmccert::CertTypeName(type);
-}
 
 std::optional<uint32_t> ParseCertType(std::string_view text) {
     if (text.empty() || text.front() < '0' || text.front() > '9') return std::nullopt;

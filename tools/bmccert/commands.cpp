@@ -1,12 +1,15 @@
 #include "commands.h"
 
+#include <cstdio>
 #include <string>
 
-#include "cert_type.h"
 #include "info_format.h"
 #include "json_writer.h"
 #include "lib_security_sslcert.h"
+#include "lib_security_sslcert_ext.h"
 #include "output.h"
+#include "result_codes.h"
+#include "frame/cert_type_names.h"
 #include "frame/field_text.h"
 
 namespace bmccert::cli {
@@ -78,6 +81,32 @@ int RunRefresh() {
     const auto result = static_cast<uint32_t>(SECURITY_UpdateCertInfo());
     if (result != SSLCERT_OK) return ReportFailure("refresh failed", result);
     return WriteResult("refreshed\n");
+}
+
+int RunExplain(std::string_view codeText) {
+    const auto code = ParseResultCode(codeText);
+    if (!code) {
+        std::fprintf(stderr,
+                     "bmccert: explain: '%.*s' is not a code such as 0x98000004, -1744830456 or "
+                     "iRet=-1744830456\n",
+                     static_cast<int>(codeText.size()), codeText.data());
+        return kExitUsage;
+    }
+    const auto entry = FindResultCode(*code);
+    if (!entry) {
+        std::fprintf(stderr, "bmccert: explain: 0x%08X is not a result code of the library\n",
+                     *code);
+        return kExitFailure;
+    }
+    char head[16];
+    std::snprintf(head, sizeof head, "0x%08X ", entry->code);
+    std::string text =
+        std::string(head) + std::string(entry->name) + ": " + std::string(entry->meaning) + "\n";
+    // What to do, on a line of its own so that the first stays as scripts read it.
+    if (const char *advice = nullptr;
+        LIB_SECURITY_SSL_AdviseResult(entry->code, &advice) == SSLCERT_OK)
+        text += "what to do: " + std::string(advice) + "\n";
+    return WriteResult(text);
 }
 
 } // namespace bmccert::cli

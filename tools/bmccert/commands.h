@@ -1,8 +1,10 @@
-// The subcommands, one library call each; every one returns the exit
+// The subcommands that read the certificate in force, and explain: one
+// library call each; every one returns the exit
 // status of the tool.
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 namespace bmccert::cli {
 
@@ -11,5 +13,9 @@ namespace bmccert::cli {
 [[nodiscard]] int RunInfo(bool json);
 [[nodiscard]] int RunDaysLeft(bool json);
 [[nodiscard]] int RunRefresh();
+// The name and meaning of a result code, given as the tool prints it
+// (hexadecimal) or as the diagnostics log does (signed decimal, also after
+// "iRet="). Needs no controller.
+[[nodiscard]] int RunExplain(std::string_view codeText);
 
 } // namespace bmccert::cli

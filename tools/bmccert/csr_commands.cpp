@@ -12,19 +12,9 @@
 #include "result_codes.h"
 #include "upload_commands.h"
 #include "frame/field_text.h"
-#include "platform/bmc_platform.h"
 
 namespace bmccert::cli {
 namespace {
-
-std::string Meaning(uint32_t code) {
-    const auto entry = FindResultCode(code);
-    return entry ? std::string(entry->meaning) : "unknown result code";
-}
-
-int Refused(const RefusedField &refused, uint32_t code) {
-    return ReportFailure(refused.option + " refused: " + refused.why, code);
-}
 
 // The option of a field the library's check named, with the rule it breaks.
 RefusedField NameRequestField(const SSLCertRequest &request, uint32_t field) {
@@ -54,14 +44,14 @@ std::optional<int> BuildRequest(const GenerateOptions &subject, const KeyType &k
                                 SSLCertRequest &request) {
     if (const auto refused = FillCertRequest(subject, key, names, request)) {
         const bool isName = refused->option.rfind("--dns", 0) == 0 || refused->option == "--ip";
-        return Refused(*refused,
-                       isName ? SSLCERT_EXT_ERR_BAD_ALT_NAME : SSLCERT_EXT_ERR_BAD_SUBJECT);
+        return ReportRefused(*refused,
+                             isName ? SSLCERT_EXT_ERR_BAD_ALT_NAME : SSLCERT_EXT_ERR_BAD_SUBJECT);
     }
     uint32_t field = SSLCERT_EXT_FIELD_NONE;
     if (const uint32_t code =
             LIB_SECURITY_SSL_CheckCertRequestField(&request, selfSigned ? 1 : 0, &field);
         code != SSLCERT_OK)
-        return Refused(NameRequestField(request, field), code);
+        return ReportRefused(NameRequestField(request, field), code);
     return std::nullopt;
 }
 
@@ -69,15 +59,15 @@ std::optional<int> BuildRequest(const GenerateOptions &subject, const KeyType &k
 // its dates and the controller's clock, or its key.
 int ReportAnswerRefusal(const std::string &path, uint32_t code) {
     std::string answer;
-    const std::string details = ReadAnswerFile(path, answer) ? RefusalDetails(answer, code) : "";
-    return ReportFailure("signed certificate refused: " + Meaning(code) + details, code);
+    const std::string details = ReadCertFile(path, answer) ? RefusalDetails(answer, code) : "";
+    return ReportFailure("signed certificate refused: " + ResultMeaning(code) + details, code);
 }
 
 } // namespace
 
 int RunCheckSigned(const std::string &certPath, bool json) {
     std::string answer;
-    if (!ReadAnswerFile(certPath, answer))
+    if (!ReadCertFile(certPath, answer))
         return ReportFailure("cannot read " + certPath + ": " + std::strerror(errno),
                              SSLCERT_ERR_FILE_OPEN);
     const uint32_t result =
@@ -85,8 +75,8 @@ int RunCheckSigned(const std::string &certPath, bool json) {
     if (result != SSLCERT_OK) return ReportAnswerRefusal(certPath, result);
     // The check passes without a pending key only for the answer in force.
     SSLCertRequest pending{};
-    const bool inForce = LIB_SECURITY_SSL_GetPendingCSR(&pending, nullptr, 0) ==
-                         SSLCERT_EXT_ERR_NO_PENDING_KEY;
+    const bool inForce =
+        LIB_SECURITY_SSL_GetPendingCSR(&pending, nullptr, 0) == SSLCERT_EXT_ERR_NO_PENDING_KEY;
     if (json) {
         JsonWriter writer;
         writer.BeginObject();
@@ -109,7 +99,7 @@ int RunCsr(const GenerateOptions &subject, const KeyType &key, const AltNameOpti
     const uint32_t result =
         LIB_SECURITY_SSL_GenerateCSR(&request, pem.data(), static_cast<uint32_t>(pem.size()));
     if (result != SSLCERT_OK)
-        return ReportFailure("no signing request made: " + Meaning(result), result);
+        return ReportFailure("no signing request made: " + ResultMeaning(result), result);
     pem.resize(std::strlen(pem.c_str()));
     if (outPath.empty()) return WriteResult(pem);
     std::ofstream out(outPath, std::ios::binary | std::ios::trunc);
@@ -131,7 +121,7 @@ int RunShowCsr(bool pem, bool json) {
     const uint32_t result = LIB_SECURITY_SSL_GetPendingCSR(&request, pem ? text.data() : nullptr,
                                                            static_cast<uint32_t>(text.size()));
     if (result != SSLCERT_OK)
-        return ReportFailure("no pending signing request: " + Meaning(result), result);
+        return ReportFailure("no pending signing request: " + ResultMeaning(result), result);
     text.resize(std::strlen(text.c_str()));
     if (json) return WriteResult(FormatRequestJson(request, text));
     return WriteResult(FormatRequestText(request) + text);
@@ -139,20 +129,18 @@ int RunShowCsr(bool pem, bool json) {
 
 int RunDropCsr() {
     const uint32_t result = LIB_SECURITY_SSL_DropPendingCSR();
-    if (result == SSLCERT_EXT_ERR_NO_PENDING_KEY) return WriteResult("no signing request pending\n");
+    if (result == SSLCERT_EXT_ERR_NO_PENDING_KEY)
+        return WriteResult("no signing request pending\n");
     if (result != SSLCERT_OK)
-        return ReportFailure("the pending key stays: " + Meaning(result), result);
+        return ReportFailure("the pending key stays: " + ResultMeaning(result), result);
     return WriteResult("pending key and its signing request dropped\n");
 }
 
 int RunInstallSigned(const std::string &certPath, bool json) {
     SignedCertUpload upload{};
     if (const auto refused = PutText(upload.CertSrcPath, certPath, "FILE"))
-        return Refused(*refused, SSLCERT_EXT_ERR_SIGNED_FETCH);
-    (void)BMC_Strlcpy(upload.LogOrigin.szUserName, LoginName().c_str(),
-                      sizeof upload.LogOrigin.szUserName);
-    (void)BMC_Strlcpy(upload.LogOrigin.szClientAddr, "localhost",
-                      sizeof upload.LogOrigin.szClientAddr);
+        return ReportRefused(*refused, SSLCERT_EXT_ERR_SIGNED_FETCH);
+    upload.LogOrigin = LocalOrigin();
     TaskHandle handle{};
     const uint32_t result = LIB_SECURITY_SSL_ImportSignedCert(&upload, &handle);
     if (result != SSLCERT_OK) return ReportAnswerRefusal(certPath, result);
@@ -172,17 +160,10 @@ int RunGenerateWithNames(const GenerateOptions &subject, const KeyType &key,
     if (result != SSLCERT_OK) {
         const std::string_view described = FieldView(desc.szOperateDesc);
         return ReportFailure(std::string(described.empty() ? "generation failed" : described) +
-                                 ": " + Meaning(result),
+                                 ": " + ResultMeaning(result),
                              result);
     }
-    const std::string_view text = FieldView(desc.szOperateDesc);
-    if (!json) return WriteResult(std::string(text) + '\n');
-    JsonWriter writer;
-    writer.BeginObject();
-    writer.Uint("result", result);
-    writer.String("description", text);
-    writer.EndObject();
-    return WriteResult(writer.Text() + '\n');
+    return WriteOutcome(FieldView(desc.szOperateDesc), result, json);
 }
 
 } // namespace bmccert::cli

@@ -10,7 +10,6 @@
 namespace bmccert::cli {
 namespace {
 
-
 struct NamedKey {
     std::string_view name;
     KeyType key;
@@ -58,8 +57,8 @@ std::optional<RefusedField> FillCertRequest(const GenerateOptions &subject, cons
                          const char *option) -> std::optional<RefusedField> {
         if (name.size() > kMaxHostNameLength)
             return RefusedField{option, "a name of " + std::to_string(name.size()) +
-                                            " characters; at most " + std::to_string(kMaxHostNameLength) +
-                                            " fit"};
+                                            " characters; at most " +
+                                            std::to_string(kMaxHostNameLength) + " fit"};
         SSLCertAltName &entry = request.astAltNames[request.uiAltNameCount++];
         entry.uiType = type;
         std::memcpy(entry.szName, name.c_str(), name.size() + 1);
@@ -70,21 +69,6 @@ std::optional<RefusedField> FillCertRequest(const GenerateOptions &subject, cons
     for (const std::string &name : names.ip)
         if (auto refused = add(name, SSLCERT_EXT_ALT_NAME_IP, "--ip")) return refused;
     return std::nullopt;
-}
-
-SSLCertGenParam SubjectOf(const SSLCertRequest &request) {
-    SSLCertGenParam subject{};
-    subject.uiKeyLength = SSLCERT_GEN_KEYLEN_2048;
-    subject.uiValidDays = request.uiValidDays;
-    std::memcpy(subject.szCommonName, request.szCommonName, sizeof subject.szCommonName);
-    std::memcpy(subject.szOrganisation, request.szOrganisation, sizeof subject.szOrganisation);
-    std::memcpy(subject.szOrganisationUnit, request.szOrganisationUnit,
-                sizeof subject.szOrganisationUnit);
-    std::memcpy(subject.szLocalityName, request.szLocalityName, sizeof subject.szLocalityName);
-    std::memcpy(subject.szStateName, request.szStateName, sizeof subject.szStateName);
-    std::memcpy(subject.szCountryCode, request.szCountryCode, sizeof subject.szCountryCode);
-    std::memcpy(subject.szEmailAddress, request.szEmailAddress, sizeof subject.szEmailAddress);
-    return subject;
 }
 
 } // namespace bmccert::cli

@@ -43,8 +43,4 @@ struct AltNameOptions {
                                                           const AltNameOptions &names,
                                                           SSLCertRequest &request);
 
-// The subject's texts and days as a generation request that passes the key
-// rule, so that FindRefusedField names the text a refused request broke.
-[[nodiscard]] SSLCertGenParam SubjectOf(const SSLCertRequest &request);
-
 } // namespace bmccert::cli

@@ -1,27 +1,12 @@
 #include "findings.h"
 
 #include <algorithm>
-#include <cstdio>
 
 #include "json_writer.h"
+#include "lib_security_sslcert_ext.h"
 
 namespace bmccert::cli {
 namespace {
-
-// Certificate names come from the certificate and may hold any byte: none
-// reaches a terminal raw.
-void AppendPrintable(std::string &out, std::string_view text) {
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte >= 0x20u && byte != 0x7Fu) {
-            out += c;
-            continue;
-        }
-        char escape[5];
-        (void)std::snprintf(escape, sizeof escape, "\\x%02X", byte);
-        out += escape;
-    }
-}
 
 std::string Counted(size_t count, std::string_view noun) {
     return std::to_string(count) + ' ' + std::string(noun) + (count == 1 ? "" : "s");
@@ -29,21 +14,20 @@ std::string Counted(size_t count, std::string_view noun) {
 
 } // namespace
 
-std::string_view SeverityName(Severity severity) {
+std::string_view SeverityName(uint32_t severity) {
     switch (severity) {
-    case Severity::kOk:
+    case SSLCERT_EXT_SEVERITY_OK:
         return "ok";
-    case Severity::kWarning:
+    case SSLCERT_EXT_SEVERITY_WARNING:
         return "warning";
-    case Severity::kFault:
+    default:
         return "fault";
     }
-    return "fault";
 }
 
 bool HasFault(const std::vector<Finding> &findings) {
     return std::any_of(findings.begin(), findings.end(),
-                       [](const Finding &f) { return f.severity == Severity::kFault; });
+                       [](const Finding &f) { return SeverityName(f.severity) == "fault"; });
 }
 
 std::string FormatFindingsText(const std::vector<Finding> &findings) {
@@ -51,14 +35,14 @@ std::string FormatFindingsText(const std::vector<Finding> &findings) {
     size_t faults = 0;
     size_t warnings = 0;
     for (const Finding &finding : findings) {
-        faults += finding.severity == Severity::kFault ? 1 : 0;
-        warnings += finding.severity == Severity::kWarning ? 1 : 0;
         const std::string_view name = SeverityName(finding.severity);
+        faults += name == "fault" ? 1 : 0;
+        warnings += name == "warning" ? 1 : 0;
         out += name;
         out.append(8 - name.size(), ' ');
-        AppendPrintable(out, finding.subject);
+        AppendTerminalSafe(out, finding.subject);
         out += ": ";
-        AppendPrintable(out, finding.text);
+        AppendTerminalSafe(out, finding.text);
         out += '\n';
     }
     out += faults == 0 && warnings == 0

@@ -1,21 +1,20 @@
 // The health check's findings and their two renderings.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace bmccert::cli {
 
-enum class Severity { kOk, kWarning, kFault };
-
 struct Finding {
-    Severity severity;
+    uint32_t severity;   // SSLCERT_EXT_SEVERITY_*; any other value is a fault
     std::string subject; // what it is about: "tunnel", "key", a file path
     std::string text;
 };
 
-[[nodiscard]] std::string_view SeverityName(Severity severity);
+[[nodiscard]] std::string_view SeverityName(uint32_t severity);
 [[nodiscard]] bool HasFault(const std::vector<Finding> &findings);
 
 // One line per finding ("fault   tunnel: ..."), control bytes escaped,

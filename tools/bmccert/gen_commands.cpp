@@ -38,23 +38,12 @@ const char *VerifyFailureText(uint32_t code) {
     }
 }
 
-int WriteOutcome(std::string_view description, uint32_t code, bool json) {
-    if (!json) return WriteResult(std::string(description) + '\n');
-    JsonWriter writer;
-    writer.BeginObject();
-    writer.Uint("result", code);
-    writer.String("description", description);
-    writer.EndObject();
-    return WriteResult(writer.Text() + '\n');
-}
-
 } // namespace
 
 int RunGenerate(const GenerateOptions &options, bool json) {
     SSLCertGenParam request{};
     if (const auto refused = MakeRequest(options, request))
-        return ReportFailure(refused->option + " refused: " + refused->why,
-                             SSLCERT_MGMT_GEN_BAD_REQUEST);
+        return ReportRefused(*refused, SSLCERT_MGMT_GEN_BAD_REQUEST);
     if (options.keyLength == SSLCERT_GEN_KEYLEN_1024 && !options.force) {
         std::fprintf(stderr, "bmccert: --key-length 1024: TLS stacks at security level 2 (the "
                              "default of OpenSSL 3) refuse RSA keys under 2048 bits, so the "
@@ -65,8 +54,7 @@ int RunGenerate(const GenerateOptions &options, bool json) {
     // The library's own rules, asked before the call so that a refused
     // field is reported once in the diagnostics log, not again by the call.
     if (const auto refused = FindRefusedField(request))
-        return ReportFailure(refused->option + " refused: " + refused->why,
-                             SSLCERT_MGMT_GEN_BAD_REQUEST);
+        return ReportRefused(*refused, SSLCERT_MGMT_GEN_BAD_REQUEST);
     const std::string before = FileText(kUserCertPath);
     OperateDesc desc{};
     const uint32_t result = LIB_SECURITY_GenAndRestartService(&request, &desc);
@@ -117,7 +105,8 @@ int RunRecover(bool restart) {
             : "completed the interrupted installation: the previous set is back in force";
     if (result != SSLCERT_OK)
         return ReportFailure(completed + ", but a service did not restart", result);
-    return WriteResult(completed + (restart ? "; tunnel restarted, web server restarting\n" : "\n"));
+    return WriteResult(completed +
+                       (restart ? "; tunnel restarted, web server restarting\n" : "\n"));
 }
 
 } // namespace bmccert::cli

@@ -1,6 +1,7 @@
 #include "gen_request.h"
 
 #include "lib_security_sslcert_ext.h"
+#include "output.h"
 
 namespace bmccert::cli {
 
@@ -9,6 +10,10 @@ std::optional<RefusedField> MakeRequest(const GenerateOptions &options, SSLCertG
     request.uiKeyLength = options.keyLength;
     request.uiValidDays = options.validDays;
     return PutSubject(options, request);
+}
+
+int ReportRefused(const RefusedField &refused, uint32_t code) {
+    return ReportFailure(refused.option + " refused: " + refused.why, code);
 }
 
 RefusedField NameField(uint32_t field) {

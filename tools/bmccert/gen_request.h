@@ -29,6 +29,9 @@ struct RefusedField {
     std::string why;    // the rule it breaks
 };
 
+// "bmccert: <option> refused: <why>: <code>", the tool's exit status.
+[[nodiscard]] int ReportRefused(const RefusedField &refused, uint32_t code);
+
 // Copies text into its field when it fits with its terminator; otherwise
 // the refusal names the option and the field's room. Nothing is ever cut.
 template <std::size_t N>

@@ -18,17 +18,6 @@
 namespace bmccert::cli {
 namespace {
 
-Severity SeverityOf(uint32_t severity) {
-    switch (severity) {
-    case SSLCERT_EXT_SEVERITY_OK:
-        return Severity::kOk;
-    case SSLCERT_EXT_SEVERITY_WARNING:
-        return Severity::kWarning;
-    default:
-        return Severity::kFault;
-    }
-}
-
 #if BMCCERT_HOST_TOOL
 uint32_t PortOf(std::string_view text) {
     uint32_t port = 0;
@@ -80,11 +69,11 @@ int RunCheck(const CheckOptions &options) {
     std::vector<Finding> findings;
     for (uint32_t i = 0; i < record->uiCount; ++i) {
         const SSLHealthFinding &finding = record->astFindings[i];
-        findings.push_back({SeverityOf(finding.uiSeverity), std::string(FieldView(finding.szSubject)),
+        findings.push_back({finding.uiSeverity, std::string(FieldView(finding.szSubject)),
                             WithOptionHint(finding)});
     }
     if (record->uiOmitted != 0)
-        findings.push_back({Severity::kWarning, "check",
+        findings.push_back({SSLCERT_EXT_SEVERITY_WARNING, "check",
                             std::to_string(record->uiOmitted) + " more findings not shown"});
     const int written =
         WriteResult(options.json ? FormatFindingsJson(findings) : FormatFindingsText(findings));

@@ -1,35 +1,21 @@
 #include "info_format.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
-#include <cstdio>
 #include <ctime>
 #include <string_view>
+#include <utility>
 
-#include "cert_type.h"
 #include "csr_request.h"
 #include "json_writer.h"
+#include "frame/cert_type_names.h"
 #include "frame/field_text.h"
 
 namespace bmccert::cli {
 namespace {
 
 constexpr std::size_t kLabelWidth = 26;
-
-// Printable bytes pass, so that UTF-8 names show as the terminal renders
-// them; control bytes and DEL become \xNN.
-void AppendTerminalSafe(std::string &out, std::string_view text) {
-    for (const char ch : text) {
-        const auto c = static_cast<unsigned char>(ch);
-        if (c >= 0x20u && c != 0x7Fu) {
-            out += ch;
-            continue;
-        }
-        char escaped[5] = {};
-        (void)std::snprintf(escaped, sizeof escaped, "\\x%02X", c);
-        out += escaped;
-    }
-}
 
 void AppendRow(std::string &out, std::string_view indent, std::string_view label,
                std::string_view value) {
@@ -44,29 +30,37 @@ void AppendRow(std::string &out, std::string_view indent, std::string_view label
     out += '\n';
 }
 
-void AppendName(std::string &out, std::string_view heading, const SSLCertGenParam &name) {
-    out += heading;
-    out += ":\n";
-    constexpr std::string_view kIndent = "  ";
-    AppendRow(out, kIndent, "CN", FieldView(name.szCommonName));
-    AppendRow(out, kIndent, "O", FieldView(name.szOrganisation));
-    AppendRow(out, kIndent, "OU", FieldView(name.szOrganisationUnit));
-    AppendRow(out, kIndent, "L", FieldView(name.szLocalityName));
-    AppendRow(out, kIndent, "ST", FieldView(name.szStateName));
-    AppendRow(out, kIndent, "C", FieldView(name.szCountryCode));
-    AppendRow(out, kIndent, "Email", FieldView(name.szEmailAddress));
+struct NameField {
+    std::string_view label; // in the text form
+    std::string_view key;   // in the JSON form
+    std::string_view value;
+};
+
+// The texts of a name, a record's or a request's: their fields carry the
+// same names.
+template <typename Name> std::array<NameField, 7> NameFields(const Name &name) {
+    return {{{"CN", "common_name", FieldView(name.szCommonName)},
+             {"O", "organisation", FieldView(name.szOrganisation)},
+             {"OU", "organisational_unit", FieldView(name.szOrganisationUnit)},
+             {"L", "locality", FieldView(name.szLocalityName)},
+             {"ST", "state", FieldView(name.szStateName)},
+             {"C", "country", FieldView(name.szCountryCode)},
+             {"Email", "email", FieldView(name.szEmailAddress)}}};
 }
 
-void WriteName(JsonWriter &json, std::string_view key, const SSLCertGenParam &name) {
+template <typename Name>
+void AppendName(std::string &out, std::string_view heading, const Name &name) {
+    out += heading;
+    out += ":\n";
+    for (const NameField &field : NameFields(name))
+        AppendRow(out, "  ", field.label, field.value);
+}
+
+template <typename Name> void WriteName(JsonWriter &json, std::string_view key, const Name &name) {
     json.Key(key);
     json.BeginObject();
-    json.String("common_name", FieldView(name.szCommonName));
-    json.String("organisation", FieldView(name.szOrganisation));
-    json.String("organisational_unit", FieldView(name.szOrganisationUnit));
-    json.String("locality", FieldView(name.szLocalityName));
-    json.String("state", FieldView(name.szStateName));
-    json.String("country", FieldView(name.szCountryCode));
-    json.String("email", FieldView(name.szEmailAddress));
+    for (const NameField &field : NameFields(name))
+        json.String(field.key, field.value);
     json.EndObject();
 }
 
@@ -101,7 +95,8 @@ void WriteCertificate(JsonWriter &json, const SSLConfig &config, int64_t now) {
     WriteDate(json, "not_after", FieldView(config.szExpDate), expiry);
     // Whole days, as days-left counts them: a day begun is not left.
     if (EpochSeconds(FieldView(config.szExpDate), expiry))
-        json.Int("days_left", expiry >= now ? (expiry - now) / 86400 : -((now - expiry + 86399) / 86400));
+        json.Int("days_left",
+                 expiry >= now ? (expiry - now) / 86400 : -((now - expiry + 86399) / 86400));
     json.String("ssl_server", FieldView(config.szSSLServer));
     json.String("key_usage", FieldView(config.szKeyUsage));
     WriteName(json, "issuer", config.stIssueFrom);
@@ -155,25 +150,15 @@ std::string FormatInfoJson(const SSLCertInfo &info, int64_t now) {
 
 namespace {
 
-std::string_view AltNameTypeText(uint32_t type) {
+// An alternative name's type in the text form and in the JSON form.
+std::pair<std::string_view, std::string_view> AltNameType(uint32_t type) {
     switch (type) {
     case SSLCERT_EXT_ALT_NAME_DNS:
-        return "DNS";
+        return {"DNS", "dns"};
     case SSLCERT_EXT_ALT_NAME_IP:
-        return "IP";
+        return {"IP", "ip"};
     default:
-        return "unknown";
-    }
-}
-
-std::string_view AltNameJsonType(uint32_t type) {
-    switch (type) {
-    case SSLCERT_EXT_ALT_NAME_DNS:
-        return "dns";
-    case SSLCERT_EXT_ALT_NAME_IP:
-        return "ip";
-    default:
-        return "unknown";
+        return {"unknown", "unknown"};
     }
 }
 
@@ -186,13 +171,13 @@ uint32_t AltNameCount(const SSLCertRequest &request) {
 
 std::string FormatRequestText(const SSLCertRequest &request) {
     std::string out;
-    AppendName(out, "Subject", SubjectOf(request));
+    AppendName(out, "Subject", request);
     AppendRow(out, "", "Key",
               KeyTypeName(request.uiKeyAlgorithm, request.uiKeyBitLength, request.uiKeyCurve));
     out += "Names:\n";
     for (uint32_t i = 0; i < AltNameCount(request); ++i) {
         const SSLCertAltName &entry = request.astAltNames[i];
-        AppendRow(out, "  ", AltNameTypeText(entry.uiType), FieldView(entry.szName));
+        AppendRow(out, "  ", AltNameType(entry.uiType).first, FieldView(entry.szName));
     }
     return out;
 }
@@ -200,14 +185,14 @@ std::string FormatRequestText(const SSLCertRequest &request) {
 std::string FormatRequestJson(const SSLCertRequest &request, std::string_view pem) {
     JsonWriter json;
     json.BeginObject();
-    WriteName(json, "subject", SubjectOf(request));
+    WriteName(json, "subject", request);
     json.String("key",
                 KeyTypeName(request.uiKeyAlgorithm, request.uiKeyBitLength, request.uiKeyCurve));
     json.Key("alt_names");
     json.BeginArray();
     for (uint32_t i = 0; i < AltNameCount(request); ++i) {
         json.BeginObject();
-        json.String("type", AltNameJsonType(request.astAltNames[i].uiType));
+        json.String("type", AltNameType(request.astAltNames[i].uiType).second);
         json.String("name", FieldView(request.astAltNames[i].szName));
         json.EndObject();
     }

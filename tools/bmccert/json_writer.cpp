@@ -1,7 +1,7 @@
 #include "json_writer.h"
 
-#include <array>
 #include <cstddef>
+#include <cstdio>
 
 namespace bmccert::cli {
 namespace {
@@ -34,29 +34,18 @@ constexpr std::string_view kReplacement = "\\ufffd";
     return 0;
 }
 
+// JSON's short escape where it has one, else \u00XX.
 void AppendControlEscape(std::string &out, unsigned char c) {
-    static constexpr std::array<char, 16> kHex = {'0', '1', '2', '3', '4', '5', '6', '7',
-                                                  '8', '9', 'a', 'b', 'c', 'd', 'e', 'f'};
-    switch (c) {
-    case '\b':
-        out += "\\b";
+    constexpr std::string_view kShortEscaped = "\b\f\n\r\t";
+    constexpr std::string_view kShortNames = "bfnrt";
+    out += '\\';
+    if (const std::size_t at = kShortEscaped.find(static_cast<char>(c));
+        at != std::string_view::npos) {
+        out += kShortNames[at];
         return;
-    case '\f':
-        out += "\\f";
-        return;
-    case '\n':
-        out += "\\n";
-        return;
-    case '\r':
-        out += "\\r";
-        return;
-    case '\t':
-        out += "\\t";
-        return;
-    default:
-        break;
     }
-    out += "\\u00";
+    constexpr std::string_view kHex = "0123456789abcdef";
+    out += "u00";
     out += kHex[c >> 4];
     out += kHex[c & 0x0Fu];
 }
@@ -85,41 +74,44 @@ void AppendJsonString(std::string &out, std::string_view text) {
     out += '"';
 }
 
+void AppendTerminalSafe(std::string &out, std::string_view text) {
+    for (const char ch : text) {
+        const auto c = static_cast<unsigned char>(ch);
+        if (c >= 0x20u && c != 0x7Fu) {
+            out += ch;
+            continue;
+        }
+        char escaped[5] = {};
+        (void)std::snprintf(escaped, sizeof escaped, "\\x%02X", c);
+        out += escaped;
+    }
+}
+
 void JsonWriter::Separate() {
     if (open_.empty() || !open_.back().array) return;
     if (open_.back().written) out_ += ',';
     open_.back().written = true;
 }
 
-void JsonWriter::BeginObject() {
+void JsonWriter::Open(char bracket, bool array) {
     Separate();
-    out_ += '{';
-    open_.push_back({false, false});
+    out_ += bracket;
+    open_.push_back({array, false});
 }
 
-void JsonWriter::EndObject() {
-    out_ += '}';
+void JsonWriter::Close(char bracket) {
+    out_ += bracket;
     if (!open_.empty()) open_.pop_back();
 }
 
-void JsonWriter::BeginArray() {
-    Separate();
-    out_ += '[';
-    open_.push_back({true, false});
-}
-
-void JsonWriter::EndArray() {
-    out_ += ']';
-    if (!open_.empty()) open_.pop_back();
-}
-
-void JsonWriter::Key(std::string_view name) {
+JsonWriter &JsonWriter::Key(std::string_view name) {
     if (!open_.empty()) {
         if (open_.back().written) out_ += ',';
         open_.back().written = true;
     }
     AppendJsonString(out_, name);
     out_ += ':';
+    return *this;
 }
 
 void JsonWriter::String(std::string_view text) {
@@ -140,26 +132,6 @@ void JsonWriter::Uint(uint64_t value) {
 void JsonWriter::Bool(bool value) {
     Separate();
     out_ += value ? "true" : "false";
-}
-
-void JsonWriter::String(std::string_view key, std::string_view text) {
-    Key(key);
-    String(text);
-}
-
-void JsonWriter::Int(std::string_view key, int64_t value) {
-    Key(key);
-    Int(value);
-}
-
-void JsonWriter::Uint(std::string_view key, uint64_t value) {
-    Key(key);
-    Uint(value);
-}
-
-void JsonWriter::Bool(std::string_view key, bool value) {
-    Key(key);
-    Bool(value);
 }
 
 } // namespace bmccert::cli

@@ -1,4 +1,5 @@
-// A compact JSON writer for the tool's structured output.
+// A compact JSON writer for the tool's structured output, and the escape of
+// untrusted text for a terminal.
 //
 // Certificate texts come from the certificate itself and may hold any byte.
 // Strings are written so that the output is always valid JSON in valid
@@ -18,24 +19,29 @@ namespace bmccert::cli {
 // Appends the JSON string literal of text, quotes included.
 void AppendJsonString(std::string &out, std::string_view text);
 
+// Appends text for a terminal: printable bytes pass, so that UTF-8 names
+// show as the terminal renders them; control bytes and DEL become \xNN so
+// that a certificate cannot drive the terminal.
+void AppendTerminalSafe(std::string &out, std::string_view text);
+
 class JsonWriter {
   public:
-    void BeginObject();
-    void EndObject();
-    void BeginArray();
-    void EndArray();
+    void BeginObject() { Open('{', false); }
+    void EndObject() { Close('}'); }
+    void BeginArray() { Open('[', true); }
+    void EndArray() { Close(']'); }
     // The name of the next member of the object being written; its value
     // follows as the next call.
-    void Key(std::string_view name);
+    JsonWriter &Key(std::string_view name);
     void String(std::string_view text);
     void Int(int64_t value);
     void Uint(uint64_t value);
     void Bool(bool value);
     // One member of the object being written: its name, then its value.
-    void String(std::string_view key, std::string_view text);
-    void Int(std::string_view key, int64_t value);
-    void Uint(std::string_view key, uint64_t value);
-    void Bool(std::string_view key, bool value);
+    void String(std::string_view key, std::string_view text) { Key(key).String(text); }
+    void Int(std::string_view key, int64_t value) { Key(key).Int(value); }
+    void Uint(std::string_view key, uint64_t value) { Key(key).Uint(value); }
+    void Bool(std::string_view key, bool value) { Key(key).Bool(value); }
 
     // The document so far; complete once every object is ended.
     [[nodiscard]] const std::string &Text() const { return out_; }
@@ -45,12 +51,14 @@ class JsonWriter {
     // Before a value: the comma that separates it from an earlier element
     // of the array being written.
     void Separate();
+    void Open(char bracket, bool array);
+    void Close(char bracket);
 
-    struct Open {
+    struct Level {
         bool array;   // an array, else an object
         bool written; // a member or element came before
     };
-    std::vector<Open> open_;
+    std::vector<Level> open_;
 };
 
 } // namespace bmccert::cli

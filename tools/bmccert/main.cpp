@@ -7,15 +7,15 @@
 #include <string>
 #include <vector>
 
+#include <unistd.h>
+
 #include "auth_commands.h"
 #include "cert_commands.h"
 #include "cert_type.h"
 #include "commands.h"
-#include "controller_check.h"
 #include "ca_commands.h"
 #include "csr_commands.h"
 #include "csr_request.h"
-#include "explain_command.h"
 #include "gen_commands.h"
 #include "health_check.h"
 #include "upload_commands.h"
@@ -72,6 +72,18 @@ std::optional<std::string> MissingOption(const std::vector<CLI::Option *> &optio
 
 void AddJsonFlag(CLI::App &command, bool &json) {
     command.add_flag("--json", json, "Print the result as one JSON object");
+}
+
+// The tool answers only on a controller (or in a sandboxed one): elsewhere
+// the library would read nothing and report "no certificate", and the
+// platform stand-in would make its state directory on the workstation.
+[[nodiscard]] bool RequireController() {
+    if (::access("/conf/certs", F_OK) == 0) return true;
+    std::fputs("bmccert: /conf/certs does not exist: this is not a controller.\n"
+               "Run the tool in a sandboxed controller instead: "
+               "bmc-sandbox ROOT -- bmccert SUBCOMMAND ...\n",
+               stderr);
+    return false;
 }
 
 [[nodiscard]] bool IsSubcommand(const CLI::App &app, const char *name) {
@@ -201,8 +213,9 @@ int main(int argc, char **argv) {
     for (CLI::Option *option : csrRequest)
         show->excludes(option);
     bool csrDrop = false;
-    CLI::Option *drop = csr->add_flag(
-        "--drop", csrDrop, "Drop the pending key and its request: no answer to it can be installed");
+    CLI::Option *drop =
+        csr->add_flag("--drop", csrDrop,
+                      "Drop the pending key and its request: no answer to it can be installed");
     for (CLI::Option *option : csrRequest)
         drop->excludes(option);
     drop->excludes(show);

@@ -3,9 +3,11 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 #include "json_writer.h"
 #include "result_codes.h"
+#include "frame/field_text.h"
 
 namespace bmccert::cli {
 namespace {
@@ -25,6 +27,26 @@ int WriteResult(std::string_view text) {
     return kExitFailure;
 }
 
+int WriteOutcome(std::string_view description, uint32_t code, bool json) {
+    if (!json) return WriteResult(std::string(description) + '\n');
+    JsonWriter writer;
+    writer.BeginObject();
+    writer.Uint("result", code);
+    writer.String("description", description);
+    writer.EndObject();
+    return WriteResult(writer.Text() + '\n');
+}
+
+int Described(uint32_t result, const OperateDesc &desc, bool json) {
+    const std::string text(FieldView(desc.szOperateDesc));
+    if (result != 0) return ReportFailure(text, result);
+    if (!json) return WriteResult(text + '\n');
+    JsonWriter writer;
+    writer.BeginObject();
+    writer.String("operation", text);
+    writer.EndObject();
+    return WriteResult(writer.Text() + '\n');
+}
 
 void ReportFailuresAsJson(bool on) {
     g_failuresAsJson = on;

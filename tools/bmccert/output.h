@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "lib_security_sslcert.h"
+
 namespace bmccert::cli {
 
 inline constexpr int kExitOk = 0;
@@ -23,6 +25,15 @@ inline constexpr int kExitUsage = 2;
 // was written already (an upload's task report), as stdout holds one
 // object.
 [[nodiscard]] int ReportFailure(std::string_view what, uint32_t code);
+
+// A library call's outcome: its description on stdout, or with json
+// {"result":code,"description":...}; the code is that of a success.
+[[nodiscard]] int WriteOutcome(std::string_view description, uint32_t code, bool json);
+
+// The outcome of a management call as the operation log would show it:
+// the description on stdout (or as {"operation": ...}) on success; on a
+// failure the description and the code on stderr.
+[[nodiscard]] int Described(uint32_t result, const OperateDesc &desc, bool json);
 
 // Turns the JSON error object of ReportFailure on; main does it for --json.
 void ReportFailuresAsJson(bool on);

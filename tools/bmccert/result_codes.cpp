@@ -25,10 +25,12 @@ std::optional<std::string_view> AfterLogPrefix(std::string_view text) {
     for (std::string_view word : {"iRet", "Ret"}) {
         if (text.substr(0, word.size()) != word) continue;
         std::string_view rest = text.substr(word.size());
-        while (!rest.empty() && rest.front() == ' ') rest.remove_prefix(1);
+        while (!rest.empty() && rest.front() == ' ')
+            rest.remove_prefix(1);
         if (rest.empty() || (rest.front() != '=' && rest.front() != ':')) return std::nullopt;
         rest.remove_prefix(1);
-        while (!rest.empty() && rest.front() == ' ') rest.remove_prefix(1);
+        while (!rest.empty() && rest.front() == ' ')
+            rest.remove_prefix(1);
         // The sentence's own punctuation may follow the number.
         if (!rest.empty() && (rest.back() == '.' || rest.back() == ',')) rest.remove_suffix(1);
         return rest;
@@ -44,6 +46,11 @@ std::optional<ResultCode> FindResultCode(uint32_t code) {
     if (LIB_SECURITY_SSL_DescribeResult(code, &name, &sentence, nullptr) != SSLCERT_OK)
         return std::nullopt;
     return ResultCode{code, name, sentence};
+}
+
+std::string ResultMeaning(uint32_t code) {
+    const auto entry = FindResultCode(code);
+    return entry ? std::string(entry->meaning) : "unknown result code";
 }
 
 std::optional<uint32_t> ParseResultCode(std::string_view text) {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace bmccert::cli {
@@ -15,6 +16,8 @@ struct ResultCode {
 };
 
 [[nodiscard]] std::optional<ResultCode> FindResultCode(uint32_t code);
+// The meaning of a code; "unknown result code" for one the library does not know.
+[[nodiscard]] std::string ResultMeaning(uint32_t code);
 
 // Accepted: hexadecimal as the tool and the result tables print codes
 // ("0x98000004", "98000004", "0"); a negative decimal as the diagnostics log

@@ -17,9 +17,13 @@
 
 namespace bmccert::cli {
 
-std::string LoginName() {
+LogOrigin LocalOrigin() {
+    LogOrigin origin{};
     const passwd *entry = getpwuid(getuid());
-    return entry != nullptr ? entry->pw_name : "unknown";
+    (void)BMC_Strlcpy(origin.szUserName, entry != nullptr ? entry->pw_name : "unknown",
+                      sizeof origin.szUserName);
+    (void)BMC_Strlcpy(origin.szClientAddr, "localhost", sizeof origin.szClientAddr);
+    return origin;
 }
 
 namespace {
@@ -33,10 +37,7 @@ constexpr uint8_t kTaskStateDone = 2;
 // name another file.
 std::optional<RefusedField> MakeRequest(const std::string &certPath, const std::string &keyPath,
                                         UploadParam &request) {
-    (void)BMC_Strlcpy(request.LogOrigin.szUserName, LoginName().c_str(),
-                      sizeof request.LogOrigin.szUserName);
-    (void)BMC_Strlcpy(request.LogOrigin.szClientAddr, "localhost",
-                      sizeof request.LogOrigin.szClientAddr);
+    request.LogOrigin = LocalOrigin();
     if (auto refused = PutText(request.CertSrcPath, certPath, "CERT")) return refused;
     return PutText(request.PrivkeySrcPath, keyPath, "KEY");
 }
@@ -116,7 +117,8 @@ int FollowImport(uint32_t taskId, bool json, std::string_view failure, uint32_t 
     const auto known = failureCode != 0 ? std::nullopt : FindResultCode(result);
     const std::string failed =
         known ? std::string(failure) + ": " + std::string(known->meaning) : std::string(failure);
-    if (waited != SSLCERT_OK) return ReportFailure(failure, failureCode != 0 ? failureCode : waited);
+    if (waited != SSLCERT_OK)
+        return ReportFailure(failure, failureCode != 0 ? failureCode : waited);
     if (!TasksReadable()) {
         const int status = ReportEndedTask(taskId, json);
         return state == kTaskStateDone ? status : ReportFailure(failed, failedWith);
@@ -143,8 +145,7 @@ int FollowImport(uint32_t taskId, bool json, std::string_view failure, uint32_t 
 int RunUpload(const std::string &certPath, const std::string &keyPath, bool json) {
     UploadParam request{};
     if (const auto refused = MakeRequest(certPath, keyPath, request))
-        return ReportFailure(refused->option + " refused: " + refused->why,
-                             SSLCERT_MGMT_IMPORT_FAILED);
+        return ReportRefused(*refused, SSLCERT_MGMT_IMPORT_FAILED);
     TaskHandle handle{};
     if (const uint32_t result = LIB_SECURITY_UploadAndRestartService(&request, &handle);
         result != SSLCERT_OK)

@@ -5,10 +5,12 @@
 #include <string>
 #include <string_view>
 
+#include "lib_security_sslcert.h"
+
 namespace bmccert::cli {
 
-// The login name of the tool's user, as the operation log records it.
-[[nodiscard]] std::string LoginName();
+// The tool's user on this host, as the operation log records a caller.
+[[nodiscard]] LogOrigin LocalOrigin();
 
 // Waits for an import task this process started until its thread has
 // nothing left to do; prints the task line and the operation-log entry (or
