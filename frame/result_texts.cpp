@@ -245,6 +245,42 @@ constexpr std::array kCodes = {
     BMCCERT_CODE(SSLCERT_EXT_ERR_TASK_UNKNOWN, kUnchanged,
                  "no import task of that id was started by this process (or it ended more than "
                  "64 tasks ago)"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_REVOKED, kUnchanged,
+                 "the client certificate's issuer says it is revoked: the login is refused"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_STATUS_UNKNOWN, kUnchanged,
+                 "the OCSP responder does not know the client certificate: the login is refused"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_OCSP_SIGNATURE, kUnchanged,
+                 "the OCSP answer's signature does not verify: a forged or damaged answer"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_OCSP_SIGNER, kUnchanged,
+                 "the OCSP answer is signed by neither the root nor a responder the root "
+                 "certified for OCSP signing"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_OCSP_STALE, kUnchanged,
+                 "the OCSP answer is too old, past its next update or not yet valid"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_OCSP_WRONG_CERT, kUnchanged,
+                 "the OCSP answer holds no status of the certificate asked about"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_OCSP_NONCE, kUnchanged,
+                 "the OCSP answer echoes another nonce than the question's: a replay"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_UNREACHABLE, kUnchanged,
+                 "the OCSP responder or the list's distribution point gave no answer in time, "
+                 "an HTTP error or a redirect"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_ANSWER_TOO_BIG, kUnchanged,
+                 "the OCSP answer or revocation list is larger than the library reads"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_ANSWER_MALFORMED, kUnchanged,
+                 "the answer is not HTTP, not an OCSP answer, or reports the responder's error"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_NO_RESPONDER, kUnchanged,
+                 "the certificate names no http:// address of at most 63 bytes to ask"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_CERT_NOT_RECORD, kUnchanged,
+                 "the client certificate's file is not the certificate its record describes"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_CRL_MISSING, kUnchanged,
+                 "no revocation list is installed for the certificate's root"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_CRL_STALE, kUnchanged,
+                 "the revocation list is past its next update or not yet valid"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_CRL_BAD, kUnchanged,
+                 "the revocation list does not parse, is not signed by the root, or has too "
+                 "many entries: the previous list stays"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_REVOCATION_SETTING, kUnchanged,
+                 "a revocation setting is out of range, names no trusted root, or could not be "
+                 "stored"),
 
     // ---- 0x82: the platform's, handed on
     BMCCERT_CODE(BMC_PLATFORM_ERR_1, kUnchanged,

@@ -70,6 +70,7 @@ std::string AuthTest::RootPem(int64_t notAfter) {
     CertRecipe recipe;
     recipe.subject = kRootSubject;
     recipe.extendedKeyUsage.clear();
+    recipe.ca = true;
     recipe.notAfter = notAfter;
     return MakeCertPem(recipe);
 }

@@ -1,6 +1,10 @@
 #include "tests/sslauth/ocsp_responder.h"
 
+#include <netinet/in.h>
+#include <poll.h>
 #include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -12,7 +16,7 @@
 namespace bmctest {
 
 OcspResponder::OcspResponder(const std::string &dir, const std::string &issuerPem,
-                             const std::vector<IndexEntry> &entries) {
+                             const std::vector<IndexEntry> &entries, Signer signer) {
     std::string index;
     for (const IndexEntry &e : entries)
         index += std::string(1, e.status) + "\t340101000000Z\t" +
@@ -21,10 +25,12 @@ OcspResponder::OcspResponder(const std::string &dir, const std::string &issuerPe
     WriteFile(dir + "/issuer.pem", issuerPem);
     CertRecipe responder;
     responder.subject = {{"CN", "OCSP Responder"}};
-    responder.issuer = NameEntries{{"O", "Test Works"}, {"CN", "Test Root CA"}};
     responder.key = KeyKind::Rsa1024;
-    responder.signer = KeyKind::Rsa2048;
-    responder.extendedKeyUsage = "OCSPSigning";
+    if (signer != Signer::kRogue) {
+        responder.issuer = NameEntries{{"O", "Test Works"}, {"CN", "Test Root CA"}};
+        responder.signer = KeyKind::Rsa2048;
+    }
+    responder.extendedKeyUsage = signer == Signer::kWithoutOcspSigning ? "" : "OCSPSigning";
     WriteFile(dir + "/responder.pem", MakeCertPem(responder));
     WriteFile(dir + "/responder.key", KeyPem(KeyKind::Rsa1024));
 
@@ -66,6 +72,51 @@ void OcspResponder::Stop() noexcept {
 
 std::string OcspResponder::Url() const {
     return "http://127.0.0.1:" + std::to_string(port_) + "/";
+}
+
+CannedServer::CannedServer(std::string raw) {
+    listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    if (listener_ < 0 || ::bind(listener_, reinterpret_cast<sockaddr *>(&address), length) != 0 ||
+        ::listen(listener_, 1) != 0 ||
+        ::getsockname(listener_, reinterpret_cast<sockaddr *>(&address), &length) != 0)
+        throw std::runtime_error("canned server did not start");
+    port_ = ntohs(address.sin_port);
+    server_ = std::thread([this, raw = std::move(raw)] {
+        pollfd waiting{listener_, POLLIN, 0};
+        if (::poll(&waiting, 1, 10000) != 1) return; // nobody asked
+        const int client = ::accept(listener_, nullptr, nullptr);
+        if (client < 0) return;
+        char request[4096];
+        (void)::recv(client, request, sizeof request, 0);
+        (void)::send(client, raw.data(), raw.size(), MSG_NOSIGNAL);
+        ::close(client);
+    });
+}
+
+CannedServer::~CannedServer() {
+    ::shutdown(listener_, SHUT_RDWR);
+    if (server_.joinable()) server_.join();
+    ::close(listener_);
+}
+
+std::string CannedServer::Url() const {
+    return "http://127.0.0.1:" + std::to_string(port_) + "/";
+}
+
+std::string FetchOcspAnswer(const std::string &issuerPath, const std::string &certPath,
+                            const std::string &url, bool nonce) {
+    const std::string out = certPath + ".answer";
+    const std::string command = "/usr/bin/openssl ocsp -issuer " + issuerPath + " -cert " +
+                                certPath + " -url " + url + " -noverify -respout " + out +
+                                (nonce ? "" : " -no_nonce") + " >/dev/null 2>&1";
+    if (std::system(command.c_str()) != 0) throw std::runtime_error("no answer fetched");
+    const std::string der = ReadFile(out);
+    return "HTTP/1.0 200 OK\r\nContent-Type: application/ocsp-response\r\nContent-Length: " +
+           std::to_string(der.size()) + "\r\n\r\n" + der;
 }
 
 } // namespace bmctest

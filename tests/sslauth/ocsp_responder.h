@@ -10,6 +10,7 @@
 
 #include <cstdio>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace bmctest {
@@ -19,11 +20,15 @@ struct IndexEntry {
     std::string serial; // upper-case hexadecimal, whole bytes
 };
 
+// Who signs the answers: a responder the root certified for OCSP signing,
+// one it certified without that purpose, or a rogue that certified itself.
+enum class Signer { kDelegated, kWithoutOcspSigning, kRogue };
+
 class OcspResponder {
   public:
     // Files under dir: index, responder certificate and key, the issuer.
     OcspResponder(const std::string &dir, const std::string &issuerPem,
-                  const std::vector<IndexEntry> &entries);
+                  const std::vector<IndexEntry> &entries, Signer signer = Signer::kDelegated);
     OcspResponder(const OcspResponder &) = delete;
     OcspResponder &operator=(const OcspResponder &) = delete;
     ~OcspResponder();
@@ -36,5 +41,26 @@ class OcspResponder {
     FILE *output_ = nullptr;
     int port_ = 0;
 };
+
+// A server that answers one connection with the bytes it was given,
+// whatever was asked: a replayed, oversized, redirected or garbled answer.
+class CannedServer {
+  public:
+    explicit CannedServer(std::string raw);
+    CannedServer(const CannedServer &) = delete;
+    CannedServer &operator=(const CannedServer &) = delete;
+    ~CannedServer();
+    [[nodiscard]] std::string Url() const;
+
+  private:
+    int listener_ = -1;
+    int port_ = 0;
+    std::thread server_;
+};
+
+// An answer of the real responder fetched with the openssl tool, for the
+// certificate and issuer files given; with or without a nonce.
+std::string FetchOcspAnswer(const std::string &issuerPath, const std::string &certPath,
+                            const std::string &url, bool nonce);
 
 } // namespace bmctest

@@ -171,4 +171,40 @@ std::string MakeCertPem(const CertRecipe &recipe) {
     return std::string(data, static_cast<size_t>(length));
 }
 
+std::string MakeCrlPem(const NameEntries &issuer, KeyKind signer, const std::vector<long> &revoked,
+                       int64_t lastUpdate, int64_t nextUpdate) {
+    using CrlPtr = std::unique_ptr<X509_CRL, Deleter<X509_CRL, X509_CRL_free>>;
+    CrlPtr crl(X509_CRL_new());
+    Require(crl != nullptr && X509_CRL_set_version(crl.get(), 1) == 1, "crl");
+    X509_NAME *name = X509_NAME_new();
+    AddNames(name, issuer);
+    Require(X509_CRL_set_issuer_name(crl.get(), name) == 1, "crl issuer");
+    X509_NAME_free(name);
+    ASN1_TIME *when = ASN1_TIME_new();
+    SetDate(when, lastUpdate, "lastUpdate");
+    Require(X509_CRL_set1_lastUpdate(crl.get(), when) == 1, "crl lastUpdate");
+    SetDate(when, nextUpdate, "nextUpdate");
+    Require(X509_CRL_set1_nextUpdate(crl.get(), when) == 1, "crl nextUpdate");
+    SetDate(when, lastUpdate, "revocationDate");
+    for (const long serial : revoked) {
+        X509_REVOKED *entry = X509_REVOKED_new();
+        ASN1_INTEGER *number = ASN1_INTEGER_new();
+        Require(ASN1_INTEGER_set(number, serial) == 1 &&
+                    X509_REVOKED_set_serialNumber(entry, number) == 1 &&
+                    X509_REVOKED_set_revocationDate(entry, when) == 1 &&
+                    X509_CRL_add0_revoked(crl.get(), entry) == 1,
+                "crl entry");
+        ASN1_INTEGER_free(number);
+    }
+    ASN1_TIME_free(when);
+    Require(X509_CRL_sort(crl.get()) == 1 &&
+                X509_CRL_sign(crl.get(), LoadKey(signer).get(), EVP_sha256()) > 0,
+            "crl sign");
+    BioPtr out(BIO_new(BIO_s_mem()));
+    Require(out != nullptr && PEM_write_bio_X509_CRL(out.get(), crl.get()) == 1, "crl pem");
+    char *data = nullptr;
+    const long length = BIO_get_mem_data(out.get(), &data);
+    return std::string(data, static_cast<size_t>(length));
+}
+
 } // namespace bmctest

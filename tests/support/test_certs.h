@@ -44,6 +44,10 @@ inline constexpr uint32_t kKuKeyCertSign = 0x04;
 inline constexpr uint32_t kKuDecipherOnly = 0x8000;
 
 std::string MakeCertPem(const CertRecipe &recipe);
+// A revocation list of the issuer's name, signed with the signer's key,
+// naming the revoked serial numbers.
+std::string MakeCrlPem(const NameEntries &issuer, KeyKind signer, const std::vector<long> &revoked,
+                       int64_t lastUpdate, int64_t nextUpdate);
 std::string KeyPem(KeyKind key);
 
 // The key encrypted under a fixed pass phrase: PKCS #8 ("BEGIN ENCRYPTED
