@@ -444,6 +444,7 @@ BMCCERT_API uint32_t LIB_SECURITY_SSL_RecoverInstallation(uint8_t bRestartServic
 #define SSLCERT_EXT_FINDING_CLIENT_VALIDITY 12u /* days left of a client certificate's file */
 #define SSLCERT_EXT_FINDING_ROOT_RECORD     13u /* a trusted root's record names no usable file */
 #define SSLCERT_EXT_FINDING_CLIENT_RECORD   14u /* a client certificate's record names no usable file */
+#define SSLCERT_EXT_FINDING_REVOCATION      15u /* how revocation is checked; a root's list out of date */
 
 /* One finding. Texts always end inside their fields; a text longer than
  * its field ends in "..." there. iDaysLeft is set for the validity kinds

@@ -21,6 +21,7 @@
 #include "frame/cert_type_names.h"
 #include "frame/record_file_name.h"
 #include "frame/unique_fd.h"
+#include "lib_security_sslcert_ext.h"
 #include "lib_ssl_auth.h"
 #include "platform/controller_paths.h"
 #include "sslcert/health_internal.h"
@@ -225,6 +226,9 @@ void CheckDirectory(uint32_t kind, const char *directory, SSLHealthRecord &recor
     }
     std::sort(names.begin(), names.end());
     for (const std::string &name : names) {
+        // The roots' revocation lists lie beside them: the revocation
+        // findings report those.
+        if (name.ends_with(".crl")) continue;
         const std::string path = std::string(directory) + name; // the directory ends in '/'
         const UniquePtr<X509> cert = ReadCertificate(dirFd.Get(), name.c_str());
         if (!cert)
@@ -296,6 +300,27 @@ void CheckRecords(SSLHealthRecord &record) {
                                 client.uiCertId, kClientCertDir, client.szFileName, record);
 }
 
+// While revocation checking is on: whether its answers are verified. And
+// every root's list that is past its next update, whatever the method.
+void CheckRevocation(SSLHealthRecord &record) {
+    auto state = std::make_unique<SSLRevocationState>();
+    if (LIB_SECURITY_SSL_GetRevocationState(state.get()) != 0) return;
+    uint8_t checking = 0;
+    if (LIB_SSL_GetCertRevokeCheck(&checking) == 0 && checking == 1 &&
+        state->stPolicy.uiMethod == SSLCERT_EXT_REVOCATION_COMMAND)
+        Add(record, {SSLCERT_EXT_SEVERITY_WARNING, SSLCERT_EXT_FINDING_REVOCATION, "revocation",
+                     "OCSP answers are not verified: whoever answers for the responder's address "
+                     "can let a revoked certificate in (choose the ocsp or crl method)"});
+    const auto now = static_cast<int64_t>(std::time(nullptr));
+    for (uint32_t i = 0; i < state->uiCrlCount; ++i) {
+        const SSLCrlSummary &crl = state->astCrl[i];
+        if (crl.llNextUpdate != 0 && crl.llNextUpdate <= now)
+            Add(record, {SSLCERT_EXT_SEVERITY_WARNING, SSLCERT_EXT_FINDING_REVOCATION,
+                         "root " + std::to_string(crl.uiRootCertId),
+                         "its revocation list is past its next update: fetch or add a new one"});
+    }
+}
+
 std::string HostName() {
     char name[256] = {};
     if (::gethostname(name, sizeof name - 1) != 0) return {};
@@ -318,6 +343,7 @@ void Check(const SSLHealthProbe *probe, SSLHealthRecord &record) {
     CheckDirectory(SSLCERT_EXT_FINDING_ROOT_VALIDITY, kRootCertDir, record);
     CheckDirectory(SSLCERT_EXT_FINDING_CLIENT_VALIDITY, kClientCertDir, record);
     CheckRecords(record);
+    CheckRevocation(record);
     ERR_clear_error();
 }
 

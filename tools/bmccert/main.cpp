@@ -14,6 +14,7 @@
 #include "cert_type.h"
 #include "commands.h"
 #include "ca_commands.h"
+#include "revocation_commands.h"
 #include "csr_commands.h"
 #include "csr_request.h"
 #include "gen_commands.h"
@@ -255,6 +256,7 @@ int main(int argc, char **argv) {
     AddJsonFlag(*checkSigned, json);
     checkSigned->callback([&] { status = RunCheckSigned(signedCert, json); });
     AddCaCommands(app, status);
+    AddRevocationCommands(app, status);
 
     CLI::App *verify = app.add_subcommand(
         "verify", "Verify the generated temporary certificate (/var/certs/TmpCertGen.pem)");
