@@ -366,6 +366,12 @@ TEST_F(CertRequestTest, AnAcceptedAnswerIsInstalledByATaskAndConsumesThePendingK
     EXPECT_EQ(LIB_SECURITY_SSL_ImportSignedCert(&upload, &task), SSLCERT_EXT_ERR_SIGNED_FETCH);
     EXPECT_EQ(ReadDiags().at(0).message, "Signed Cert:the source path of 1024 bytes does not fit "
                                          "the transfer record of 1024!\n");
+    // An answer the checks refuse (here for another key) is installed by nobody.
+    const std::string other = Changed(lab.Leaf(), [](CertRecipe &r) { r.keyPem.clear(); });
+    EXPECT_EQ(LIB_SECURITY_SSL_ImportSignedCertPem(&origin, other.data(),
+                                                   static_cast<uint32_t>(other.size()), &task),
+              SSLCERT_EXT_ERR_KEY_MISMATCH);
+    EXPECT_NE(access(CertPath(SSL_CERT_TYPE_USER).c_str(), F_OK), 0);
 
     // The answer as an uploaded file, leaf and chain.
     WriteFile("/var/lib/bmc-sim/answer.pem", leaf + lab.intermediate);
@@ -379,7 +385,7 @@ TEST_F(CertRequestTest, AnAcceptedAnswerIsInstalledByATaskAndConsumesThePendingK
     EXPECT_EQ(ReadFile(CertPath(SSL_CERT_TYPE_USER, true)), keyPem);
     EXPECT_EQ(ReadFile(kCombinedFile), leaf + lab.intermediate + keyPem);
     EXPECT_NE(access(kPending, F_OK), 0);
-    EXPECT_EQ(ReadLines(BMCSIM_OPERATE_LOG).at(2).rfind(
+    EXPECT_EQ(ReadLines(BMCSIM_OPERATE_LOG).at(3).rfind(
                   "5\t99\tInstalled the signed SSL certificate successfully.\tadmin\t", 0),
               0u);
     const std::string both = "restart stunnel.service\nrestart lighttpd.service\n";
@@ -397,7 +403,7 @@ TEST_F(CertRequestTest, AnAcceptedAnswerIsInstalledByATaskAndConsumesThePendingK
               0u);
     EXPECT_STREQ(AwaitTask(task.TaskId).szText, "Installed, chain incomplete");
     EXPECT_EQ(ReadFile(CertPath(SSL_CERT_TYPE_USER)), lone);
-    EXPECT_EQ(ReadLines(BMCSIM_OPERATE_LOG).at(3).rfind(
+    EXPECT_EQ(ReadLines(BMCSIM_OPERATE_LOG).at(4).rfind(
                   "5\t99\tInstalled the signed SSL certificate successfully, but its chain is "
                   "incomplete: the issuer of the certificate is missing.\tadmin\t",
                   0),
