@@ -2,6 +2,10 @@
 // installing a pair of its own. The installation lock must keep them from
 // mixing their files: whenever the lock is free, and at the end, the user
 // pair, the combined file and the tunnel configuration are one whole set.
+// Beside them in each process, a rewrite of the tunnel configuration to the
+// same pair and a read of the certificate in force from its files share
+// their scratch files across the processes under their own locks: without
+// the tunnel lock or the scratch-file lock, calls fail or read torn text.
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -48,8 +52,9 @@ std::string BrokenSet(const Pair pairs[2]) {
     return "";
 }
 
-// A process that installs its pair from several threads; exits with the
-// number of calls that did not return 0.
+// A process that installs its pair from several threads, rewrites the
+// tunnel configuration and reads the certificate's information; exits with
+// the number of calls that did not return 0 or read no serial number.
 [[noreturn]] void Installer(const Pair &pair) {
     std::atomic<int> failures{0};
     std::vector<std::thread> threads;
@@ -59,6 +64,16 @@ std::string BrokenSet(const Pair pairs[2]) {
                 if (SECURITY_SSL_UpdateSSLCert(pair.certPath.c_str(), pair.keyPath.c_str()) != 0)
                     ++failures;
         });
+    threads.emplace_back([&] {
+        for (int r = 0; r < kRounds * kThreads; ++r)
+            failures += LIB_SECURITY_SSL_ModStunnelConfFile(kUserCertPath, kUserKeyPath) != 0;
+    });
+    threads.emplace_back([&] {
+        for (int r = 0; r < kRounds * kThreads; ++r) {
+            SSLCertInfo info{};
+            failures += SECURITY_GetCertInfoFromFile(&info) != 0 || !info.stSSLConfig.szSerialNum[0];
+        }
+    });
     for (auto &thread : threads)
         thread.join();
     _exit(failures.load());
@@ -72,6 +87,8 @@ TEST_F(InstallRaceTest, ConcurrentInstallationsNeverMixTheirFiles) {
         WriteFile(pair.certPath, pair.cert);
         WriteFile(pair.keyPath, pair.key);
     }
+    // A user pair in force from the start, as the readers expect one.
+    ASSERT_EQ(SECURITY_SSL_UpdateSSLCert(pairs[0].certPath.c_str(), pairs[0].keyPath.c_str()), 0u);
     pid_t children[2];
     for (int p = 0; p < 2; ++p)
         if ((children[p] = fork()) == 0) Installer(pairs[p]);
@@ -93,7 +110,7 @@ TEST_F(InstallRaceTest, ConcurrentInstallationsNeverMixTheirFiles) {
     }
     for (int status : statuses) {
         EXPECT_TRUE(WIFEXITED(status));
-        EXPECT_EQ(WEXITSTATUS(status), 0) << "failed installations";
+        EXPECT_EQ(WEXITSTATUS(status), 0) << "failed calls";
     }
     EXPECT_EQ(BrokenSet(pairs), "");
     EXPECT_EQ(ReadDiags(), std::vector<Diag>{});

@@ -1,8 +1,9 @@
 // The configurations bmc-sandbox --services derives from the controller's
 // stunnel.conf and lighttpd.conf: pure text, so tested without services.
-// That the services start and serve on them (and that a fresh controller's
-// missing client authority is dropped) is the end-to-end tests' part; here,
-// that nothing they write lands outside the sandbox.
+// That the services start and serve on them (their sections, ports and
+// foreground mode, a fresh controller's missing client authority dropped)
+// is the end-to-end tests' part; here, that they listen on loopback only
+// and nothing they write lands outside the sandbox.
 #include "service_configs.h"
 
 #include <gtest/gtest.h>
@@ -26,8 +27,6 @@ TEST(TunnelConfig, EverySectionOnItsLoopbackPortAndNothingOutsideTheSandbox) {
                                "accept = :::7582\n"
                                "[virtual-media]\n"
                                "  Accept = :::5124\n";
-    EXPECT_EQ(sandbox::tunnel_sections(config),
-              (std::vector<std::string>{"remote-console", "virtual-media"}));
     std::string why;
     const auto out = sandbox::derive_tunnel_config(
         config, kRun, {{"remote-console", 40001}, {"virtual-media", 40002}}, why);
@@ -37,7 +36,6 @@ TEST(TunnelConfig, EverySectionOnItsLoopbackPortAndNothingOutsideTheSandbox) {
           "pid = /var/lib/bmc-sim/run/stunnel.pid", "output = /var/lib/bmc-sim/run/stunnel.log",
           "; bmc-sandbox: setuid = stunnel4"})
         EXPECT_TRUE(has_line(*out, line)) << line;
-    EXPECT_LT(out->find("foreground = yes"), out->find("[remote-console]")); // a global option
 }
 
 const std::string kWeb = "server.port = 80\n"

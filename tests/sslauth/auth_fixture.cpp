@@ -15,16 +15,13 @@ constexpr const char *kUploadDir = "/var/certs/upload/";
 
 const NameEntries kRootSubject = {{"O", "Test Works"}, {"CN", "Test Root CA"}};
 
-// An import request for the uploaded file sent to the owner; the task's
-// handle copied out when asked for.
+// An import request for the uploaded file sent to the owner.
 template <typename Request>
-int32_t SendImport(OwnerCommand command, Request &request, const std::string &path,
-                   TaskHandle *task) {
+int32_t SendImport(OwnerCommand command, Request &request, const std::string &path) {
     std::snprintf(request.szFilePath, sizeof request.szFilePath, "%s", path.c_str());
     MRPC_Msg *response = nullptr;
     const int32_t result = MRPC_Call(kModule, static_cast<uint32_t>(command), sizeof request,
                                      &request, 1000, &response);
-    if (task != nullptr && response != nullptr) std::memcpy(task, response->pPayload, sizeof *task);
     MRPC_MsgFree(&response);
     return result;
 }
@@ -66,12 +63,11 @@ CliCertInfo AuthTest::ClientEntry(uint32_t id, uint32_t rootId, const char *seri
     return entry;
 }
 
-std::string AuthTest::RootPem(int64_t notAfter) {
+std::string AuthTest::RootPem() {
     CertRecipe recipe;
     recipe.subject = kRootSubject;
     recipe.extendedKeyUsage.clear();
     recipe.ca = true;
-    recipe.notAfter = notAfter;
     return MakeCertPem(recipe);
 }
 
@@ -87,8 +83,8 @@ std::string AuthTest::ClientPem(long serial, const std::string &ocspUrl) {
     return MakeCertPem(recipe);
 }
 
-std::string AuthTest::UploadRoot(const std::string &name, int64_t notAfter) {
-    WriteFile(kUploadDir + name, RootPem(notAfter));
+std::string AuthTest::UploadRoot(const std::string &name) {
+    WriteFile(kUploadDir + name, RootPem());
     return kUploadDir + name;
 }
 
@@ -97,15 +93,15 @@ std::string AuthTest::UploadClient(const std::string &name, long serial) {
     return kUploadDir + name;
 }
 
-int32_t AuthTest::ImportRoot(const std::string &path, TaskHandle *task) {
+int32_t AuthTest::ImportRoot(const std::string &path) {
     RootCertImportReq request{};
-    return SendImport(OwnerCommand::ImportRoot, request, path, task);
+    return SendImport(OwnerCommand::ImportRoot, request, path);
 }
 
 int32_t AuthTest::ImportClient(const std::string &path, uint32_t rootId) {
     CliCertImportReq request{};
     request.uiRootCertId = rootId;
-    return SendImport(OwnerCommand::ImportClient, request, path, nullptr);
+    return SendImport(OwnerCommand::ImportClient, request, path);
 }
 
 void AuthTest::AddOperator(bool bound) {

@@ -43,14 +43,14 @@ class AuthTest : public ControllerTest {
 
     // A root (RSA 2048, self-signed) and a client it issued (EC P-256),
     // with the client's OCSP address when one is given; PEM.
-    static std::string RootPem(int64_t notAfter = 2019686400);
+    static std::string RootPem();
     static std::string ClientPem(long serial, const std::string &ocspUrl = "");
     // The same, written to the upload directory; the path.
-    static std::string UploadRoot(const std::string &name, int64_t notAfter = 2019686400);
+    static std::string UploadRoot(const std::string &name);
     static std::string UploadClient(const std::string &name, long serial);
 
     // Owner commands sent straight through the platform call.
-    static int32_t ImportRoot(const std::string &path, TaskHandle *task = nullptr);
+    static int32_t ImportRoot(const std::string &path);
     static int32_t ImportClient(const std::string &path, uint32_t rootId);
     static int32_t Bind(uint32_t certId, uint8_t userId);
     // Any command with a request of the given length.

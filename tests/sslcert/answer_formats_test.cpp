@@ -14,21 +14,17 @@
 #include "tests/support/controller.h"
 #include "tests/support/diag_log.h"
 #include "tests/support/example_request.h"
+#include "tests/support/lab_ca.h"
 #include "tests/support/test_certs.h"
 
 namespace bmctest {
 namespace {
 
-constexpr const char *kPending = "/conf/certs/server/pending/csr.pem";
-
 struct Pkcs7Free {
     void operator()(PKCS7 *p7) const noexcept { PKCS7_free(p7); }
 };
 
-bmccert::UniquePtr<X509> Parse(const std::string &pem) {
-    const bmccert::UniquePtr<BIO> bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
-    return bmccert::UniquePtr<X509>(PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr));
-}
+bmccert::UniquePtr<X509> Parse(const std::string &pem) { return ReadPem(pem, PEM_read_bio_X509); }
 
 std::string Der(const std::string &pem) {
     const auto cert = Parse(pem);
@@ -54,38 +50,17 @@ std::string Bundle(const std::vector<std::string> &pems, bool pem) {
     return std::string(data, static_cast<size_t>(length));
 }
 
-CertRecipe Ca(const char *name, KeyKind key, std::optional<KeyKind> signer, const char *issuer) {
-    CertRecipe ca;
-    ca.subject = {{"CN", name}};
-    ca.key = key;
-    ca.ca = true;
-    if (signer) ca.signer = signer, ca.issuer = NameEntries{{"CN", issuer}};
-    return ca;
-}
-
 class AnswerFormatsTest : public ControllerTest {};
 
 TEST_F(AnswerFormatsTest, FormsAndRefusalsTellWhatToDo) {
     static char csr[SSLCERT_EXT_CSR_PEM_SIZE];
     const SSLCertRequest request = ExampleRequest();
     ASSERT_EQ(LIB_SECURITY_SSL_GenerateCSR(&request, csr, sizeof csr), 0u);
-    const std::string file = ReadFile(kPending);
-    const std::string end = "-----END PRIVATE KEY-----\n";
-    const std::string root = MakeCertPem(Ca("Lab Root", KeyKind::Rsa2048, {}, nullptr));
-    const std::string ca = MakeCertPem(Ca("Lab CA", KeyKind::Ec256, KeyKind::Rsa2048, "Lab Root"));
+    const LabCa lab;
+    const std::string &root = lab.root, &ca = lab.intermediate;
     // The CA's renewed certificate: the same name with another key.
-    const std::string renewed =
-        MakeCertPem(Ca("Lab CA", KeyKind::Rsa2048, KeyKind::Rsa2048, "Lab Root"));
-    auto leafWith = [&](std::function<void(CertRecipe &)> change) {
-        CertRecipe leaf;
-        leaf.subject = {{"CN", kExampleHost}};
-        leaf.issuer = NameEntries{{"CN", "Lab CA"}};
-        leaf.signer = KeyKind::Ec256;
-        leaf.keyPem = file.substr(0, file.find(end) + end.size());
-        leaf.subjectAltName = "DNS:bmc-07.example.org,IP:192.0.2.7,IP:2001:db8::7";
-        change(leaf);
-        return MakeCertPem(leaf);
-    };
+    const std::string renewed = LabCa::IntermediateWith([](CertRecipe &r) { r.key = KeyKind::Rsa2048; });
+    auto leafWith = [](std::function<void(CertRecipe &)> change) { return Changed(LabCa::Leaf(), change); };
     const std::string leaf = leafWith([](CertRecipe &) {});
     const std::string dates = R"(\(valid from [0-9-]+ [0-9:]+ UTC until [0-9-]+ [0-9:]+ UTC; the )"
                               R"(controller's clock says [0-9-]+ [0-9:]+ UTC\)\.)";
@@ -128,7 +103,7 @@ TEST_F(AnswerFormatsTest, FormsAndRefusalsTellWhatToDo) {
     }
     // The retry after an installation consumed the pending key.
     WriteFile("/conf/certs/server/user/actualcert.pem", leaf + ca);
-    RemoveFile(kPending);
+    RemoveFile(kPendingRequest);
     EXPECT_EQ(LIB_SECURITY_SSL_CheckSignedCert(leaf.data(), static_cast<uint32_t>(leaf.size())),
               0u);
     EXPECT_EQ(LIB_SECURITY_SSL_CheckSignedCert(ca.data(), static_cast<uint32_t>(ca.size())),

@@ -21,33 +21,19 @@
 #include "tests/support/controller.h"
 #include "tests/support/diag_log.h"
 #include "tests/support/example_request.h"
+#include "tests/support/lab_ca.h"
 #include "tests/support/test_certs.h"
 
 namespace bmctest {
 namespace {
 
-constexpr const char *kPending = "/conf/certs/server/pending/csr.pem";
+constexpr const char *kPending = kPendingRequest;
 constexpr const char *kDns = kExampleHost;
 
 std::string Generate(const SSLCertRequest &request, uint32_t expected = 0) {
     static char pem[SSLCERT_EXT_CSR_PEM_SIZE];
     EXPECT_EQ(LIB_SECURITY_SSL_GenerateCSR(&request, pem, sizeof pem), expected);
     return pem;
-}
-
-// The pending key's PEM: the first block of the pending file.
-std::string PendingKeyPem() {
-    const std::string file = ReadFile(kPending);
-    const std::string end = "-----END PRIVATE KEY-----\n";
-    return file.substr(0, file.find(end) + end.size());
-}
-
-// An OpenSSL object read from PEM text.
-template <typename T>
-bmccert::UniquePtr<T> ReadPem(const std::string &pem,
-                              T *(*read)(BIO *, T **, pem_password_cb *, void *)) {
-    const bmccert::UniquePtr<BIO> bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
-    return bmccert::UniquePtr<T>(read(bio.get(), nullptr, nullptr, nullptr));
 }
 
 int DigestOf(int signatureNid) {
@@ -209,9 +195,7 @@ TEST_F(CertRequestTest, EachKeyTypeGivesASignedRequestAndAPrivatePendingKey) {
                                     DigestOf(X509_REQ_get_signature_nid(csr.get()))}),
                   (std::vector<int>{c.type, c.keyBits, c.digest}));
 
-        struct stat info {};
-        ASSERT_EQ(stat(kPending, &info), 0);
-        EXPECT_EQ(info.st_mode & 0777, 0600u);
+        EXPECT_EQ(ModeOf(kPending), 0600u);
         SSLCertRequest pending{};
         char again[SSLCERT_EXT_CSR_PEM_SIZE];
         ASSERT_EQ(LIB_SECURITY_SSL_GetPendingCSR(&pending, again, sizeof again), 0u);
@@ -246,56 +230,11 @@ TEST_F(CertRequestTest, OnlyAWholeNewRequestReplacesThePendingOne) {
               SSLCERT_EXT_ERR_BUFFER_SMALL);
 }
 
-// A lab CA: its root and its intermediate (pathlen 0) signing leaves for the
-// pending key with the request's names, and variants of the intermediate.
-struct LabCa {
-    std::string root, intermediate, plainIntermediate;
-    static CertRecipe Root(const char *name, KeyKind key) {
-        CertRecipe root;
-        root.subject = {{"CN", name}};
-        root.key = key;
-        root.ca = true;
-        return root;
-    }
-    static CertRecipe Intermediate() {
-        CertRecipe ca;
-        ca.subject = {{"CN", "Lab Intermediate"}};
-        ca.issuer = NameEntries{{"CN", "Lab Root"}};
-        ca.key = KeyKind::Ec256;
-        ca.signer = KeyKind::Rsa2048;
-        ca.ca = true;
-        ca.pathLength = 0;
-        return ca;
-    }
-    static std::string IntermediateWith(const std::function<void(CertRecipe &)> &change) {
-        CertRecipe ca = Intermediate();
-        change(ca);
-        return MakeCertPem(ca);
-    }
-    CertRecipe Leaf() const {
-        CertRecipe leaf;
-        leaf.subject = {{"CN", kDns}};
-        leaf.issuer = NameEntries{{"CN", "Lab Intermediate"}};
-        leaf.signer = KeyKind::Ec256;
-        leaf.keyPem = PendingKeyPem();
-        // The request's names, in another case and another IPv6 notation.
-        leaf.subjectAltName = "DNS:BMC-07.Example.org,IP:192.0.2.7,IP:2001:db8:0:0:0:0:0:7";
-        return leaf;
-    }
-    LabCa()
-        : root(MakeCertPem(Root("Lab Root", KeyKind::Rsa2048))), intermediate(MakeCertPem(Intermediate())),
-          plainIntermediate(IntermediateWith([](CertRecipe &r) { r.ca = false; })) {}
-};
-
 TEST_F(CertRequestTest, EachCheckOfTheAnswerRefusesWithItsOwnCode) {
     Generate(ExampleRequest());
     const LabCa lab;
     const std::string leaf = MakeCertPem(lab.Leaf());
-    auto changed = [&](std::function<void(CertRecipe &)> change) {
-        CertRecipe recipe = lab.Leaf();
-        change(recipe);
-        return MakeCertPem(recipe);
-    };
+    auto changed = [&](std::function<void(CertRecipe &)> change) { return Changed(lab.Leaf(), change); };
     std::string nine;
     for (int i = 0; i < 9; ++i) nine += leaf;
     const std::string cert = "Signed certificate verify failed! Certificate ";
@@ -382,9 +321,7 @@ TEST_F(CertRequestTest, APinnedRootMustAnchorTheAnswer) {
         EXPECT_EQ(pin(refused), SSLCERT_EXT_ERR_PIN_BAD);
 
     ASSERT_EQ(pin(lab.root), 0u);
-    struct stat info {};
-    ASSERT_EQ(stat("/conf/certs/server/pinned_ca.pem", &info), 0);
-    EXPECT_EQ(info.st_mode & 0777, 0644u);
+    EXPECT_EQ(ModeOf("/conf/certs/server/pinned_ca.pem"), 0644u);
     EXPECT_EQ(LIB_SECURITY_SSL_GetPinnedCA(pem, sizeof pem), 0u);
     EXPECT_EQ(pem, lab.root);
     EXPECT_EQ(LIB_SECURITY_SSL_GetPinnedCA(pem, 64), SSLCERT_EXT_ERR_BUFFER_SMALL);
@@ -429,6 +366,12 @@ TEST_F(CertRequestTest, AnAcceptedAnswerIsInstalledByATaskAndConsumesThePendingK
     EXPECT_EQ(LIB_SECURITY_SSL_ImportSignedCert(&upload, &task), SSLCERT_EXT_ERR_SIGNED_FETCH);
     EXPECT_EQ(ReadDiags().at(0).message, "Signed Cert:the source path of 1024 bytes does not fit "
                                          "the transfer record of 1024!\n");
+    // An answer the checks refuse (here for another key) is installed by nobody.
+    const std::string other = Changed(lab.Leaf(), [](CertRecipe &r) { r.keyPem.clear(); });
+    EXPECT_EQ(LIB_SECURITY_SSL_ImportSignedCertPem(&origin, other.data(),
+                                                   static_cast<uint32_t>(other.size()), &task),
+              SSLCERT_EXT_ERR_KEY_MISMATCH);
+    EXPECT_NE(access(CertPath(SSL_CERT_TYPE_USER).c_str(), F_OK), 0);
 
     // The answer as an uploaded file, leaf and chain.
     WriteFile("/var/lib/bmc-sim/answer.pem", leaf + lab.intermediate);
@@ -442,7 +385,7 @@ TEST_F(CertRequestTest, AnAcceptedAnswerIsInstalledByATaskAndConsumesThePendingK
     EXPECT_EQ(ReadFile(CertPath(SSL_CERT_TYPE_USER, true)), keyPem);
     EXPECT_EQ(ReadFile(kCombinedFile), leaf + lab.intermediate + keyPem);
     EXPECT_NE(access(kPending, F_OK), 0);
-    EXPECT_EQ(ReadLines(BMCSIM_OPERATE_LOG).at(2).rfind(
+    EXPECT_EQ(ReadLines(BMCSIM_OPERATE_LOG).at(3).rfind(
                   "5\t99\tInstalled the signed SSL certificate successfully.\tadmin\t", 0),
               0u);
     const std::string both = "restart stunnel.service\nrestart lighttpd.service\n";
@@ -460,7 +403,7 @@ TEST_F(CertRequestTest, AnAcceptedAnswerIsInstalledByATaskAndConsumesThePendingK
               0u);
     EXPECT_STREQ(AwaitTask(task.TaskId).szText, "Installed, chain incomplete");
     EXPECT_EQ(ReadFile(CertPath(SSL_CERT_TYPE_USER)), lone);
-    EXPECT_EQ(ReadLines(BMCSIM_OPERATE_LOG).at(3).rfind(
+    EXPECT_EQ(ReadLines(BMCSIM_OPERATE_LOG).at(4).rfind(
                   "5\t99\tInstalled the signed SSL certificate successfully, but its chain is "
                   "incomplete: the issuer of the certificate is missing.\tadmin\t",
                   0),

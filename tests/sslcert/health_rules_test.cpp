@@ -10,7 +10,7 @@
 #include <string>
 
 #include "sslcert/health_internal.h"
-#include "tests/support/test_certs.h"
+#include "tests/support/lab_ca.h"
 
 namespace bmccert::health {
 namespace {
@@ -48,9 +48,7 @@ TEST(ServicePorts, WebServerTakesTheListenerThatServesTls) {
 }
 
 UniquePtr<X509> Cert(const bmctest::CertRecipe &recipe) {
-    const std::string pem = bmctest::MakeCertPem(recipe);
-    const UniquePtr<BIO> bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
-    return UniquePtr<X509>(PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr));
+    return bmctest::ReadPem(bmctest::MakeCertPem(recipe), PEM_read_bio_X509);
 }
 
 TEST(CertFindings, KeySignatureAndNames) {

@@ -2,8 +2,8 @@
 // its fields read with OpenSSL and from the openssl tool's text dump, its
 // files' times, and the record served from the database, rebuilt from the
 // files when the database has none and refreshed after an installation.
-// The scratch-file lock of the dump is held by the concurrency suite, which
-// fails without it.
+// The scratch-file lock of the dump is held by the installation race test,
+// which fails without it.
 #include <cstring>
 #include <ctime>
 #include <filesystem>
@@ -215,7 +215,7 @@ TEST_F(InfoTest, DumpFillsItsSixFieldsOnlyAndRemovesTheScratchFile) {
                                   "2024-01-01T00:00:00Z", "2034-01-01T00:00:00Z", "Yes"}));
     EXPECT_EQ(config.szVersion[0], 'x');
     EXPECT_EQ(config.uiPublicKeyLen, 0x78787878u);
-    EXPECT_FALSE(std::filesystem::exists(kScratch)); // silent: held by the concurrency test
+    EXPECT_FALSE(std::filesystem::exists(kScratch)); // silent: held by the installation race
 }
 
 TEST_F(InfoTest, DumpToolFailureLeavesTheScratchFileAndReports) {
