@@ -59,6 +59,7 @@ template <typename Record> bool Put(uint32_t key, const Record &record) {
 inline bool PlaceBoundClient() {
     RootCertList roots{};
     roots.astRootCert[0].uiCertId = 1;
+    std::snprintf(roots.astRootCert[0].szFileName, 33, "ca-root.pem");
     CliCertList clients{};
     clients.astCliCert[0].uiCertId = 1;
     clients.astCliCert[0].uiRootCertId = 1;

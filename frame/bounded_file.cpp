@@ -31,6 +31,13 @@ std::string ReadAll(const UniqueFd &fd, size_t maxBytes) {
     return text;
 }
 
+bool IdentityOf(const UniqueFd &fd, FileIdentity &identity) {
+    struct stat st {};
+    if (!fd.Valid() || ::fstat(fd.Get(), &st) != 0) return false;
+    identity = {st.st_dev, st.st_ino, st.st_size, st.st_mtim.tv_sec, st.st_mtim.tv_nsec};
+    return true;
+}
+
 UniquePtr<X509> ParseCertificate(std::string_view bytes) {
     if (bytes.empty()) return nullptr;
     UniquePtr<BIO> bio(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size())));

@@ -23,6 +23,19 @@ inline constexpr size_t kMaxCertFileBytes = 1 << 20;
                                    size_t maxBytes = kMaxCertFileBytes);
 // The whole file; empty when it grows past maxBytes while read.
 [[nodiscard]] std::string ReadAll(const UniqueFd &fd, size_t maxBytes = kMaxCertFileBytes);
+// What tells a file from its replacement (a rename brings another inode)
+// or its rewriting in place (size, modification time).
+struct FileIdentity {
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    time_t seconds = 0;
+    long nanoseconds = 0;
+    bool operator==(const FileIdentity &) const = default;
+};
+// False when the descriptor cannot be examined.
+[[nodiscard]] bool IdentityOf(const UniqueFd &fd, FileIdentity &identity);
+
 // The first certificate of the bytes, PEM (other blocks, keys included,
 // are passed over unread) or DER.
 [[nodiscard]] UniquePtr<X509> ParseCertificate(std::string_view bytes);

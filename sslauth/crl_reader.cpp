@@ -30,6 +30,16 @@ UniquePtr<X509_CRL> Parse(std::string_view bytes) {
 
 } // namespace
 
+uint32_t CheckCrlTimes(const X509_CRL *crl, std::time_t now, const char **why) {
+    int64_t issued = 0, due = 0;
+    const ASN1_TIME *next = X509_CRL_get0_nextUpdate(crl);
+    if (!Asn1Seconds(X509_CRL_get0_lastUpdate(crl), issued) || issued > now)
+        return Refuse(SSLCERT_EXT_ERR_CRL_STALE, "not yet valid", why);
+    if (next != nullptr && (!Asn1Seconds(next, due) || due <= now))
+        return Refuse(SSLCERT_EXT_ERR_CRL_STALE, "past its next update", why);
+    return SSLCERT_OK;
+}
+
 uint32_t ReadRootCrl(std::string_view bytes, X509 *root, std::time_t now,
                      UniquePtr<X509_CRL> &crl, const char **why) {
     if (bytes.size() > kMaxCrlBytes) return Refuse(SSLCERT_EXT_ERR_ANSWER_TOO_BIG, "too big", why);
@@ -42,13 +52,8 @@ uint32_t ReadRootCrl(std::string_view bytes, X509 *root, std::time_t now,
     EVP_PKEY *key = X509_get0_pubkey(root);
     if (key == nullptr || X509_CRL_verify(read.get(), key) != 1)
         return Refuse(SSLCERT_EXT_ERR_CRL_BAD, "not signed by the root", why);
-    const ASN1_TIME *last = X509_CRL_get0_lastUpdate(read.get());
-    const ASN1_TIME *next = X509_CRL_get0_nextUpdate(read.get());
-    int64_t issued = 0, due = 0;
-    if (!Asn1Seconds(last, issued) || issued > now)
-        return Refuse(SSLCERT_EXT_ERR_CRL_STALE, "not yet valid", why);
-    if (next != nullptr && (!Asn1Seconds(next, due) || due <= now))
-        return Refuse(SSLCERT_EXT_ERR_CRL_STALE, "past its next update", why);
+    if (const uint32_t times = CheckCrlTimes(read.get(), now, why); times != SSLCERT_OK)
+        return times;
     crl = std::move(read);
     ERR_clear_error();
     return SSLCERT_OK;

@@ -6,7 +6,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <map>
 #include <memory>
+#include <mutex>
 
 #include <openssl/pem.h>
 #include <openssl/x509v3.h>
@@ -97,6 +99,12 @@ bool FindDistributionPoint(uint32_t rootId, HttpTarget &target) {
     return false;
 }
 
+struct CachedCrl {
+    FileIdentity identity{};
+    UniquePtr<X509> root;
+    UniquePtr<X509_CRL> crl;
+};
+
 int64_t SecondsOf(const ASN1_TIME *time) {
     int64_t seconds = 0;
     return Asn1Seconds(time, seconds) ? seconds : 0;
@@ -110,11 +118,37 @@ uint32_t LoadRootCrl(const TrustedRoot &root, std::time_t now, UniquePtr<X509_CR
     const UniqueFd file =
         dir.Valid() ? OpenBounded(dir.Get(), CrlFileName(root.entry).c_str(), kMaxCrlBytes)
                     : UniqueFd();
-    if (!file.Valid()) {
+    FileIdentity identity;
+    if (!IdentityOf(file, identity)) {
         *why = "no list installed";
         return SSLCERT_EXT_ERR_CRL_MISSING;
     }
-    return ReadRootCrl(ReadAll(file, kMaxCrlBytes), root.cert.get(), now, crl, why);
+    // A list of thousands of entries takes milliseconds to read and verify;
+    // the one read last for each root is kept while its file and its root
+    // stay the same (a new list comes by rename: another inode), and only
+    // its times are judged again.
+    static std::mutex lock;
+    static std::map<uint32_t, CachedCrl> cache;
+    {
+        const std::lock_guard held(lock);
+        const auto found = cache.find(root.entry.uiCertId);
+        if (found != cache.end() && found->second.identity == identity &&
+            X509_cmp(found->second.root.get(), root.cert.get()) == 0) {
+            (void)X509_CRL_up_ref(found->second.crl.get());
+            crl.reset(found->second.crl.get());
+            return CheckCrlTimes(crl.get(), now, why);
+        }
+    }
+    const uint32_t read = ReadRootCrl(ReadAll(file, kMaxCrlBytes), root.cert.get(), now, crl, why);
+    if (read != SSLCERT_OK) return read;
+    const std::lock_guard held(lock);
+    CachedCrl &kept = cache[root.entry.uiCertId];
+    kept.identity = identity;
+    (void)X509_up_ref(root.cert.get());
+    kept.root.reset(root.cert.get());
+    (void)X509_CRL_up_ref(crl.get());
+    kept.crl.reset(crl.get());
+    return SSLCERT_OK;
 }
 
 } // namespace bmccert::sslauth

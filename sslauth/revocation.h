@@ -58,6 +58,8 @@ struct OcspQuestion {
 // next update at now. 0 or the refusal's code, *why naming the cause.
 [[nodiscard]] uint32_t ReadRootCrl(std::string_view bytes, X509 *root, std::time_t now,
                                    UniquePtr<X509_CRL> &crl, const char **why);
+// Only the list's times at now: SSLCERT_EXT_ERR_CRL_STALE or 0.
+[[nodiscard]] uint32_t CheckCrlTimes(const X509_CRL *crl, std::time_t now, const char **why);
 
 } // namespace bmccert::sslauth
 

@@ -4,7 +4,9 @@
 // failure policy.
 #include <openssl/x509v3.h>
 
+#include <map>
 #include <memory>
+#include <mutex>
 
 #include "frame/bounded_file.h"
 #include "frame/record_file_name.h"
@@ -89,31 +91,18 @@ uint32_t CheckCrl(X509 *cert, const TrustedRoot &root, const char **why) {
     UniquePtr<X509_CRL> crl;
     if (const uint32_t loaded = LoadRootCrl(root, std::time(nullptr), crl, why); loaded != 0)
         return loaded;
-    const UniquePtr<X509_STORE> store(X509_STORE_new());
-    const UniquePtr<X509_STORE_CTX> context(X509_STORE_CTX_new());
-    // Times were judged above, the list's included; what is asked here is
-    // revocation, not whether the certificate has expired (the web server
-    // refuses that at the handshake).
-    const bool ready = store && context && X509_STORE_add_cert(store.get(), root.cert.get()) == 1 &&
-                       X509_STORE_add_crl(store.get(), crl.get()) == 1 &&
-                       X509_STORE_CTX_init(context.get(), store.get(), cert, nullptr) == 1;
-    if (!ready) {
-        *why = "no memory to check it";
-        ERR_clear_error();
-        return SSLCERT_EXT_ERR_CRL_BAD;
-    }
-    X509_STORE_CTX_set_flags(context.get(), X509_V_FLAG_CRL_CHECK | X509_V_FLAG_NO_CHECK_TIME);
-    const bool verified = X509_verify_cert(context.get()) == 1;
-    const int error = X509_STORE_CTX_get_error(context.get());
+    // The list was verified against the root, and the certificate was
+    // found signed by that same root: a lookup by serial is the whole
+    // decision (what X509_V_FLAG_CRL_CHECK decides for this one-level
+    // chain, without verifying both signatures again at every login).
+    X509_REVOKED *entry = nullptr;
+    const int listed = X509_CRL_get0_by_cert(crl.get(), &entry, cert);
     ERR_clear_error();
-    if (verified) return SSLCERT_OK;
-    if (error == X509_V_ERR_CERT_REVOKED) {
-        *why = "the list names it";
-        return SSLCERT_EXT_ERR_REVOKED;
-    }
-    *why = X509_verify_cert_error_string(error);
-    return error == X509_V_ERR_UNABLE_TO_GET_CRL ? SSLCERT_EXT_ERR_CRL_MISSING
-                                                 : SSLCERT_EXT_ERR_CERT_NOT_RECORD;
+    if (listed == 0) return SSLCERT_OK;
+    // 2 is an entry that removes a certificate from hold: not revoked.
+    if (listed == 2) return SSLCERT_OK;
+    *why = "the list names it";
+    return SSLCERT_EXT_ERR_REVOKED;
 }
 
 // No usable answer: the failure policy decides. An answer that says
@@ -143,8 +132,35 @@ uint32_t LoadTrustedRoot(uint32_t rootId, TrustedRoot &root) {
         return read;
     root.entry = roots->astRootCert[rootId - 1];
     if (root.entry.uiCertId != rootId) return SSL_AUTH_ERR_NO_ISSUER;
-    root.cert = ParseCertificate(ReadAll(OpenPlainFileIn(kRootCertDir, root.entry.szFileName)));
-    return root.cert ? SSLCERT_OK : SSL_AUTH_ERR_NO_ISSUER;
+    const UniqueFd file = OpenPlainFileIn(kRootCertDir, root.entry.szFileName);
+    FileIdentity identity;
+    if (!IdentityOf(file, identity)) return SSL_AUTH_ERR_NO_ISSUER;
+    // Reading a certificate costs more than the rest of a login's check:
+    // the root read last is kept while its file stays the same.
+    struct CachedRoot {
+        std::string name;
+        FileIdentity identity;
+        UniquePtr<X509> cert;
+    };
+    static std::mutex lock;
+    static std::map<uint32_t, CachedRoot> cache;
+    const std::string name(FieldView(root.entry.szFileName));
+    {
+        const std::lock_guard held(lock);
+        const auto found = cache.find(rootId);
+        if (found != cache.end() && found->second.name == name &&
+            found->second.identity == identity) {
+            (void)X509_up_ref(found->second.cert.get());
+            root.cert.reset(found->second.cert.get());
+            return SSLCERT_OK;
+        }
+    }
+    root.cert = ParseCertificate(ReadAll(file));
+    if (!root.cert) return SSL_AUTH_ERR_NO_ISSUER;
+    const std::lock_guard held(lock);
+    (void)X509_up_ref(root.cert.get());
+    cache[rootId] = CachedRoot{name, identity, UniquePtr<X509>(root.cert.get())};
+    return SSLCERT_OK;
 }
 
 uint32_t CheckRevocationVerified(uint32_t certId, const CliCertInfo &record,
