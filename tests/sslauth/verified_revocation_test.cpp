@@ -206,6 +206,27 @@ TEST_F(VerifiedRevocationTest, ListsAreTheRootsAndFresh) {
     PlaceClient(0x0ABCDE, "http://127.0.0.1:1/");
     EXPECT_EQ(LIB_SSL_CertRevokeCheck(1), SSLCERT_EXT_ERR_REVOKED);
     EXPECT_EQ(LIB_SECURITY_SSL_AddRootCRL(2, "x", 1), SSLCERT_EXT_ERR_REVOCATION_SETTING);
+
+    // Fetched from the distribution point a client certificate names;
+    // what the point sends passes the same checks.
+    CertRecipe client;
+    client.subject = {{"CN", "operator"}};
+    client.issuer = kRoot;
+    client.signer = KeyKind::Rsa2048;
+    client.serial = 0x0ABCDE;
+    const std::string fresh =
+        MakeCrlPem(kRoot, KeyKind::Rsa2048, {0x0ABCDF}, now - kDay, now + 2 * kDay);
+    for (const auto &[body, expected] : {std::pair<std::string, uint32_t>{"garbage",
+                                                                          SSLCERT_EXT_ERR_CRL_BAD},
+                                         {fresh, 0}}) {
+        const CannedServer point("HTTP/1.0 200 OK\r\nContent-Length: " +
+                                 std::to_string(body.size()) + "\r\n\r\n" + body);
+        client.crlUrl = point.Url() + "root.crl";
+        WriteFile("/conf/certs/client/" + std::string(Clients().astCliCert[0].szFileName),
+                  MakeCertPem(client));
+        EXPECT_EQ(LIB_SECURITY_SSL_FetchRootCRL(1), expected);
+    }
+    EXPECT_EQ(ReadFile(CrlPath()), fresh);
 }
 
 } // namespace

@@ -154,6 +154,12 @@ std::string MakeCertPem(const CertRecipe &recipe) {
     if (!recipe.extendedKeyUsage.empty()) addConf(NID_ext_key_usage, recipe.extendedKeyUsage);
     if (!recipe.subjectAltName.empty()) addConf(NID_subject_alt_name, recipe.subjectAltName);
     if (!recipe.ocspUrl.empty()) AddOcspUrl(cert.get(), recipe.ocspUrl);
+    if (!recipe.crlUrl.empty()) {
+        X509_EXTENSION *points = X509V3_EXT_conf_nid(nullptr, nullptr, NID_crl_distribution_points,
+                                                     ("URI:" + recipe.crlUrl).c_str());
+        Require(points != nullptr && X509_add_ext(cert.get(), points, -1) == 1, "crl address");
+        X509_EXTENSION_free(points);
+    }
     if (recipe.ca)
         addConf(NID_basic_constraints,
                 "critical,CA:TRUE" + (recipe.pathLength

@@ -31,6 +31,7 @@ struct CertRecipe {
     // Authority information access with this OCSP address, stored byte for
     // byte (hostile addresses included); empty: no extension.
     std::string ocspUrl;
+    std::string crlUrl; // a CRL distribution point; empty: no extension
     // A private key in PEM whose public key the certificate carries instead
     // of key's (and which signs it when there is no signer).
     std::string keyPem;
