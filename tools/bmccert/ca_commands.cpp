@@ -1,4 +1,4 @@
-#include "ca_commands.h"
+#include "subcommands.h"
 
 #include <string>
 

@@ -134,4 +134,9 @@ void JsonWriter::Bool(bool value) {
     out_ += value ? "true" : "false";
 }
 
+void JsonWriter::Null() {
+    Separate();
+    out_ += "null";
+}
+
 } // namespace bmccert::cli

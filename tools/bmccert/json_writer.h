@@ -37,6 +37,7 @@ class JsonWriter {
     void Int(int64_t value);
     void Uint(uint64_t value);
     void Bool(bool value);
+    void Null();
     // One member of the object being written: its name, then its value.
     void String(std::string_view key, std::string_view text) { Key(key).String(text); }
     void Int(std::string_view key, int64_t value) { Key(key).Int(value); }

@@ -1,4 +1,4 @@
-#include "revocation_commands.h"
+#include "subcommands.h"
 
 #include <ctime>
 #include <fstream>
