@@ -11,10 +11,6 @@
 
 #include "cert_type.h"
 #include "commands.h"
-#include "csr_commands.h"
-#include "csr_request.h"
-#include "gen_commands.h"
-#include "health_check.h"
 #include "upload_commands.h"
 #include "output.h"
 #include "subcommands.h"
@@ -26,7 +22,7 @@ using namespace bmccert::cli;
 [[nodiscard]] CLI::Validator CertTypeValidator() {
     return CLI::Validator(
         [](std::string &text) -> std::string {
-            if (ParseCertType(text)) return {};
+            if (ParseUnsignedDecimal(text)) return {};
             return "not a decimal number 0..4294967295: '" + text + "'";
         },
         "", "certificate type");
@@ -114,7 +110,7 @@ int main(int argc, char **argv) {
     CLI::App *paths =
         commands.AddJson(app, "paths", "Print the certificate and key file paths of a type", [&] {
             // The validator has accepted the text, so it parses.
-            return RunPaths(ParseCertType(typeText).value_or(0), json);
+            return RunPaths(ParseUnsignedDecimal(typeText).value_or(0), json);
         });
     paths->add_option("TYPE", typeText, "Certificate type code (0..6 are defined)")
         ->type_name("NUMBER")
