@@ -185,7 +185,7 @@ void AddAuthCommands(CLI::App &app, int &status) {
     static uint32_t rootFilter = 0;
     static std::string onOff;
     static bool usable = false;
-    const Subcommands commands(status, json, "Print the result as JSON");
+    const Subcommands commands(status, &json, "Print the result as JSON");
 
     CLI::App *auth = app.add_subcommand("auth", "Client-certificate authentication state");
     auth->require_subcommand(1);

@@ -131,7 +131,7 @@ void AddCertCommands(CLI::App &app, int &status) {
     static bool showPassword = false;
     static std::string file, serial;
     static uint32_t id = 0, rootId = 0, userId = 0;
-    const Subcommands commands(status, json, "Print the result as JSON");
+    const Subcommands commands(status, &json, "Print the result as JSON");
 
     CLI::App *roots = app.get_subcommand("roots");
     CLI::App *rootImport = commands.AddJson(*roots, "import", "Import a trusted root certificate",

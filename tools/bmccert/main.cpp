@@ -101,7 +101,7 @@ int main(int argc, char **argv) {
 
     int status = kExitOk;
     bool json = false;
-    const Subcommands commands(status, json, "Print the result as one JSON object");
+    const Subcommands commands(status, &json, "Print the result as one JSON object");
 
     commands.AddJson(app, "type", "Print the type of the certificate in force",
                      [&] { return RunType(json); });

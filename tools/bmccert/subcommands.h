@@ -14,8 +14,8 @@ namespace bmccert::cli {
 class Subcommands {
   public:
     // The chosen subcommand stores its exit status in status; --json sets
-    // json and says jsonHelp in the help.
-    Subcommands(int &status, bool &json, std::string jsonHelp)
+    // json and says jsonHelp in the help (none without json).
+    explicit Subcommands(int &status, bool *json = nullptr, std::string jsonHelp = {})
         : status_(status), json_(json), jsonHelp_(std::move(jsonHelp)) {}
 
     CLI::App *Add(CLI::App &parent, const std::string &name, const std::string &description,
@@ -35,11 +35,11 @@ class Subcommands {
     }
 
     // --json after the other options of a subcommand that has some.
-    void AddJsonFlag(CLI::App &command) const { command.add_flag("--json", json_, jsonHelp_); }
+    void AddJsonFlag(CLI::App &command) const { command.add_flag("--json", *json_, jsonHelp_); }
 
   private:
     int &status_;
-    bool &json_;
+    bool *json_;
     std::string jsonHelp_;
 };
 
