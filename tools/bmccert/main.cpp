@@ -1,7 +1,6 @@
 // bmccert: the controller's server certificate from the command line.
 #include <CLI/CLI.hpp>
 
-#include <cstdint>
 #include <cstdio>
 #include <optional>
 #include <string>

@@ -3,7 +3,6 @@
 #include <pwd.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <vector>
 
 #include "gen_request.h"
