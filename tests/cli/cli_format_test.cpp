@@ -47,13 +47,13 @@ TEST(JsonString, EscapesWhatJsonForbidsKeepsUtf8AndReplacesEachBrokenByte) {
 }
 
 TEST(CertType, AcceptsOnlyPlainDecimalIn32Bits) {
-    EXPECT_EQ(ParseCertType("0"), 0u);
-    EXPECT_EQ(ParseCertType("7"), 7u);
-    EXPECT_EQ(ParseCertType("010"), 10u);
-    EXPECT_EQ(ParseCertType("4294967295"), 4294967295u);
+    EXPECT_EQ(ParseUnsignedDecimal("0"), 0u);
+    EXPECT_EQ(ParseUnsignedDecimal("7"), 7u);
+    EXPECT_EQ(ParseUnsignedDecimal("010"), 10u);
+    EXPECT_EQ(ParseUnsignedDecimal("4294967295"), 4294967295u);
     for (const char *bad : {"", "abc", "4294967296", "99999999999999999999", "-1", "+1", " 1", "1 ",
                             "0x7", "1.5", "6a"}) {
-        EXPECT_FALSE(ParseCertType(bad).has_value()) << '"' << bad << '"';
+        EXPECT_FALSE(ParseUnsignedDecimal(bad).has_value()) << '"' << bad << '"';
     }
 }
 

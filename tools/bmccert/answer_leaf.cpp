@@ -58,10 +58,10 @@ UniquePtr<X509> ReadLeaf(std::string_view answer) {
 
 } // namespace
 
-bool ReadCertFile(const std::string &path, std::string &bytes) {
+bool ReadCertFile(const std::string &path, std::string &bytes, size_t maxBytes) {
     std::ifstream file(path, std::ios::binary);
     if (!file) return false;
-    bytes.assign(SSLCERT_EXT_SIGNED_MAX_BYTES + 1, '\0');
+    bytes.assign(maxBytes + 1, '\0');
     file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     bytes.resize(static_cast<size_t>(file.gcount()));
     return !file.bad();

@@ -1,7 +1,6 @@
-#include "auth_commands.h"
+#include "subcommands.h"
 
 #include <string>
-#include <vector>
 
 #include "json_writer.h"
 #include "lib_ssl_auth.h"
@@ -15,15 +14,7 @@ std::string OnOff(uint8_t value) {
     return value == 1 ? "on" : value == 0 ? "off" : std::to_string(value);
 }
 
-std::string JsonArray(const std::vector<std::string> &objects) {
-    std::string out = "[";
-    for (size_t i = 0; i < objects.size(); ++i)
-        out += (i == 0 ? "" : ",") + objects[i];
-    return out + "]";
-}
-
-std::string RootJson(const RootCertInfo &root) {
-    JsonWriter w;
+void WriteRoot(JsonWriter &w, const RootCertInfo &root) {
     w.BeginObject();
     w.Uint("id", root.uiCertId);
     w.Uint("active", root.ucActive);
@@ -31,7 +22,6 @@ std::string RootJson(const RootCertInfo &root) {
     w.String("expires", FieldView(root.szExpDate));
     w.Int("expTime", root.iExpTime);
     w.EndObject();
-    return w.Text();
 }
 
 std::string RootText(const RootCertInfo &root) {
@@ -40,15 +30,12 @@ std::string RootText(const RootCertInfo &root) {
            std::string(FieldView(root.szExpDate)) + '\n';
 }
 
-std::string ClientJson(const CliCertInfo &client) {
-    JsonWriter w;
-    w.BeginObject();
+// The client's members, in the object being written.
+void WriteClientMembers(JsonWriter &w, const CliCertInfo &client) {
     w.Uint("id", client.uiCertId);
     w.Uint("rootId", client.uiRootCertId);
     w.String("fileName", FieldView(client.szFileName));
     w.String("serial", FieldView(client.szSerialNum));
-    w.EndObject();
-    return w.Text();
 }
 
 std::string ClientText(const CliCertInfo &client) {
@@ -57,15 +44,13 @@ std::string ClientText(const CliCertInfo &client) {
            std::string(FieldView(client.szSerialNum)) + '\n';
 }
 
-std::string UserJson(const CertUserBrief &user) {
-    JsonWriter w;
+void WriteUser(JsonWriter &w, const CertUserBrief &user) {
     w.BeginObject();
     w.Uint("id", user.ucUserId);
     w.String("name", FieldView(user.szUserName));
     w.Uint("role", user.ucPrivRole);
     w.String("roleName", FieldView(user.szRoleName));
     w.EndObject();
-    return w.Text();
 }
 
 std::string UserText(const CertUserBrief &user) {
@@ -81,16 +66,13 @@ int Status(bool json) {
     uint32_t active = 0;
     if (result == 0) result = LIB_SSL_GetActiveRootCertId(&active);
     if (result != 0) return ReportFailure("authentication state unavailable", result);
-    if (json) {
-        JsonWriter w;
-        w.BeginObject();
-        w.Uint("support", support);
-        w.Uint("authentication", state);
-        w.Uint("revocationCheck", revoke);
-        w.Uint("activeRootId", active);
-        w.EndObject();
-        return WriteResult(w.Text() + '\n');
-    }
+    if (json)
+        return WriteJsonObject([&](JsonWriter &w) {
+            w.Uint("support", support);
+            w.Uint("authentication", state);
+            w.Uint("revocationCheck", revoke);
+            w.Uint("activeRootId", active);
+        });
     return WriteResult("support: " + std::to_string(support) + "\nauthentication: " + OnOff(state) +
                        "\nrevocation check: " + OnOff(revoke) +
                        "\nactive root: " + (active == 0 ? "none" : std::to_string(active)) + '\n');
@@ -113,22 +95,26 @@ int Roots(bool json) {
     RootCertList list{};
     const uint32_t result = LIB_SSL_GetRootCertList(&list);
     if (result != 0) return ReportFailure("root certificates unavailable", result);
-    std::vector<std::string> out;
+    JsonWriter out;
     std::string text;
+    out.BeginArray();
     for (uint32_t i = 0; i < SSL_AUTH_MAX_CERTS; ++i) {
         const RootCertInfo &root = list.astRootCert[i];
         if (root.uiCertId != i + 1) continue;
-        out.push_back(RootJson(root));
+        WriteRoot(out, root);
         text += RootText(root);
     }
-    return WriteResult(json ? JsonArray(out) + '\n' : text);
+    out.EndArray();
+    return WriteResult(json ? out.Text() + '\n' : text);
 }
 
 int Root(uint32_t id, bool json) {
     RootCertInfo root{};
     const uint32_t result = LIB_SSL_GetRootCertInfo(id, &root);
     if (result != 0) return ReportFailure("no root certificate " + std::to_string(id), result);
-    return WriteResult(json ? RootJson(root) + '\n' : RootText(root));
+    JsonWriter out;
+    WriteRoot(out, root);
+    return WriteResult(json ? out.Text() + '\n' : RootText(root));
 }
 
 int Clients(uint32_t rootId, bool json) {
@@ -144,13 +130,17 @@ int Clients(uint32_t rootId, bool json) {
             if (all.astCliCert[i].uiCertId == i + 1) list[count++] = all.astCliCert[i];
     }
     if (result != 0) return ReportFailure("client certificates unavailable", result);
-    std::vector<std::string> out;
+    JsonWriter out;
     std::string text;
+    out.BeginArray();
     for (uint32_t i = 0; i < count && i < SSL_AUTH_MAX_CERTS; ++i) {
-        out.push_back(ClientJson(list[i]));
+        out.BeginObject();
+        WriteClientMembers(out, list[i]);
+        out.EndObject();
         text += ClientText(list[i]);
     }
-    return WriteResult(json ? JsonArray(out) + '\n' : text);
+    out.EndArray();
+    return WriteResult(json ? out.Text() + '\n' : text);
 }
 
 int Client(uint32_t id, bool json) {
@@ -158,12 +148,15 @@ int Client(uint32_t id, bool json) {
     const uint32_t result = LIB_SSL_GetClientCertInfo(id, &detail);
     if (result != 0) return ReportFailure("no client certificate " + std::to_string(id), result);
     const bool bound = detail.stUser.ucUserId != 0;
-    if (json) {
-        std::string out = ClientJson(detail.stCliCertInfo);
-        out.pop_back(); // reopen the object for the user
-        out += ",\"user\":" + (bound ? UserJson(detail.stUser) : std::string("null")) + "}\n";
-        return WriteResult(out);
-    }
+    if (json)
+        return WriteJsonObject([&](JsonWriter &w) {
+            WriteClientMembers(w, detail.stCliCertInfo);
+            w.Key("user");
+            if (bound)
+                WriteUser(w, detail.stUser);
+            else
+                w.Null();
+        });
     return WriteResult(ClientText(detail.stCliCertInfo) +
                        "user: " + (bound ? UserText(detail.stUser) : std::string("none\n")));
 }
@@ -172,13 +165,15 @@ int UsableUsers(bool json) {
     UsableUserList list{};
     const uint32_t result = LIB_SSL_GetUsableUserList(&list);
     if (result != 0) return ReportFailure("user list unavailable", result);
-    std::vector<std::string> out;
+    JsonWriter out;
     std::string text;
+    out.BeginArray();
     for (uint32_t i = 0; i < list.uiUserCnt && i < SSL_AUTH_MAX_USERS; ++i) {
-        out.push_back(UserJson(list.astUser[i]));
+        WriteUser(out, list.astUser[i]);
         text += UserText(list.astUser[i]);
     }
-    return WriteResult(json ? JsonArray(out) + '\n' : text);
+    out.EndArray();
+    return WriteResult(json ? out.Text() + '\n' : text);
 }
 
 } // namespace
@@ -190,53 +185,45 @@ void AddAuthCommands(CLI::App &app, int &status) {
     static uint32_t rootFilter = 0;
     static std::string onOff;
     static bool usable = false;
-    auto jsonFlag = [](CLI::App *command) {
-        command->add_flag("--json", json, "Print the result as JSON");
-    };
+    const Subcommands commands(status, &json, "Print the result as JSON");
 
     CLI::App *auth = app.add_subcommand("auth", "Client-certificate authentication state");
     auth->require_subcommand(1);
-    CLI::App *status_ = auth->add_subcommand("status", "Support, state, revocation, active root");
-    jsonFlag(status_);
-    status_->callback([&] { status = Status(json); });
-    CLI::App *enable = auth->add_subcommand("enable", "Switch on, trusting a root certificate");
+    commands.AddJson(*auth, "status", "Support, state, revocation, active root",
+                     [] { return Status(json); });
+    CLI::App *enable = commands.AddJson(*auth, "enable", "Switch on, trusting a root certificate",
+                                        [] { return SetAuth(1, id, json); });
     enable->add_option("ROOT_ID", id, "Root certificate id (1..20)")->required();
-    jsonFlag(enable);
-    enable->callback([&] { status = SetAuth(1, id, json); });
-    CLI::App *disable = auth->add_subcommand("disable", "Switch authentication off");
-    jsonFlag(disable);
-    disable->callback([&] { status = SetAuth(0, 0, json); });
-    CLI::App *revocation = auth->add_subcommand("revocation", "Switch revocation checking");
+    commands.AddJson(*auth, "disable", "Switch authentication off",
+                     [] { return SetAuth(0, 0, json); });
+    CLI::App *revocation = commands.AddJson(*auth, "revocation", "Switch revocation checking",
+                                            [] { return SetRevocation(onOff, json); });
     revocation->add_option("STATE", onOff, "on or off")
         ->required()
         ->check(CLI::IsMember({"on", "off"}));
-    jsonFlag(revocation);
-    revocation->callback([&] { status = SetRevocation(onOff, json); });
 
+    // Not when `roots import` or `clients import` was chosen: its status stands.
     CLI::App *roots = app.add_subcommand("roots", "List the trusted root certificates");
-    jsonFlag(roots);
+    commands.AddJsonFlag(*roots);
     roots->callback([&, roots] {
-        if (roots->get_subcommands().empty()) status = Roots(json); // not `roots import`
+        if (roots->get_subcommands().empty()) status = Roots(json);
     });
-    CLI::App *root = app.add_subcommand("root", "Show one root certificate");
+    CLI::App *root =
+        commands.AddJson(app, "root", "Show one root certificate", [] { return Root(id, json); });
     root->add_option("ID", id, "Root certificate id (1..20)")->required();
-    jsonFlag(root);
-    root->callback([&] { status = Root(id, json); });
     CLI::App *clients = app.add_subcommand("clients", "List the client certificates");
     clients->add_option("--root", rootFilter, "Only those issued by this root certificate");
-    jsonFlag(clients);
+    commands.AddJsonFlag(*clients);
     clients->callback([&, clients] {
         if (clients->get_subcommands().empty()) status = Clients(rootFilter, json);
     });
-    CLI::App *client = app.add_subcommand("client", "Show a client certificate and its user");
+    CLI::App *client = commands.AddJson(app, "client", "Show a client certificate and its user",
+                                        [] { return Client(id, json); });
     client->add_option("ID", id, "Client certificate id (1..20)")->required();
-    jsonFlag(client);
-    client->callback([&] { status = Client(id, json); });
-    CLI::App *users = app.add_subcommand("users", "List users");
+    CLI::App *users = commands.Add(app, "users", "List users", [] { return UsableUsers(json); });
     users->add_flag("--usable", usable, "Users that can still be bound to a certificate")
         ->required();
-    jsonFlag(users);
-    users->callback([&] { status = UsableUsers(json); });
+    commands.AddJsonFlag(*users);
 }
 
 } // namespace bmccert::cli

@@ -1,4 +1,4 @@
-#include "ca_commands.h"
+#include "subcommands.h"
 
 #include <string>
 
@@ -39,16 +39,16 @@ int Unpin() {
 } // namespace
 
 void AddCaCommands(CLI::App &app, int &status) {
+    const Subcommands commands(status);
     CLI::App *ca = app.add_subcommand("ca", "The CA that signed answers must chain to");
     ca->require_subcommand(1);
     static std::string pinPath;
-    CLI::App *pin = ca->add_subcommand("pin", "Pin a root CA (PEM file) for signed answers");
-    pin->add_option("FILE", pinPath, "PEM file of one self-signed CA certificate")->required();
-    pin->callback([&status] { status = Pin(pinPath); });
-    ca->add_subcommand("show", "Print the pinned CA's PEM")->callback([&status] {
-        status = Show();
-    });
-    ca->add_subcommand("unpin", "Remove the pin")->callback([&status] { status = Unpin(); });
+    commands
+        .Add(*ca, "pin", "Pin a root CA (PEM file) for signed answers", [] { return Pin(pinPath); })
+        ->add_option("FILE", pinPath, "PEM file of one self-signed CA certificate")
+        ->required();
+    commands.Add(*ca, "show", "Print the pinned CA's PEM", [] { return Show(); });
+    commands.Add(*ca, "unpin", "Remove the pin", [] { return Unpin(); });
 }
 
 } // namespace bmccert::cli

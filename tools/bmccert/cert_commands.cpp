@@ -1,4 +1,4 @@
-#include "cert_commands.h"
+#include "subcommands.h"
 
 #include <openssl/crypto.h>
 
@@ -7,7 +7,6 @@
 #include <string>
 #include <thread>
 
-#include "auth_commands.h"
 #include "json_writer.h"
 #include "lib_ssl_auth.h"
 #include "output.h"
@@ -48,17 +47,13 @@ int FollowImport(uint32_t result, const TaskHandle &task, bool json) {
         std::this_thread::sleep_for(kPollInterval);
     }
     if (state.state != 2) return ReportFailure("import task did not finish: " + state.text, result);
-    if (!json)
-        return WriteResult("task " + std::to_string(task.TaskId) + ": finished, " +
-                           std::to_string(state.progress) + "%: " + state.text + '\n');
-    JsonWriter w;
-    w.BeginObject();
-    w.Uint("task", task.TaskId);
-    w.Uint("state", state.state);
-    w.Uint("progress", state.progress);
-    w.String("text", state.text);
-    w.EndObject();
-    return WriteResult(w.Text() + '\n');
+    if (!json) return WriteResult(TaskLine(state) + '\n');
+    return WriteJsonObject([&](JsonWriter &w) {
+        w.Uint("task", task.TaskId);
+        w.Uint("state", state.state);
+        w.Uint("progress", state.progress);
+        w.String("text", state.text);
+    });
 }
 
 int ImportRoot(const std::string &file, bool json) {
@@ -136,71 +131,67 @@ void AddCertCommands(CLI::App &app, int &status) {
     static bool showPassword = false;
     static std::string file, serial;
     static uint32_t id = 0, rootId = 0, userId = 0;
-    auto jsonFlag = [](CLI::App *command) {
-        command->add_flag("--json", json, "Print the result as JSON");
-    };
+    const Subcommands commands(status, &json, "Print the result as JSON");
 
     CLI::App *roots = app.get_subcommand("roots");
-    CLI::App *rootImport = roots->add_subcommand("import", "Import a trusted root certificate");
+    CLI::App *rootImport = commands.AddJson(*roots, "import", "Import a trusted root certificate",
+                                            [] { return ImportRoot(file, json); });
     rootImport->add_option("FILE", file, "PEM certificate (.pem, .crt or .cer)")->required();
-    jsonFlag(rootImport);
-    rootImport->callback([&] { status = ImportRoot(file, json); });
     CLI::App *clients = app.get_subcommand("clients");
-    CLI::App *clientImport = clients->add_subcommand("import", "Import a client certificate");
+    CLI::App *clientImport = commands.Add(*clients, "import", "Import a client certificate",
+                                          [] { return ImportClient(file, rootId, json); });
     clientImport->add_option("FILE", file, "PEM certificate (.pem, .crt or .cer)")->required();
     clientImport->add_option("--root", rootId, "Id of the root certificate that issued it")
         ->required();
-    jsonFlag(clientImport);
-    clientImport->callback([&] { status = ImportClient(file, rootId, json); });
+    commands.AddJsonFlag(*clientImport);
     for (const bool root : {true, false}) {
-        CLI::App *remove = (root ? roots : clients)
-                               ->add_subcommand("delete", root ? "Delete a root certificate"
-                                                               : "Delete a client certificate");
+        CLI::App *remove = commands.AddJson(
+            root ? *roots : *clients, "delete",
+            root ? "Delete a root certificate" : "Delete a client certificate", [root] {
+                OperateDesc desc{};
+                return Described(root ? LIB_SSL_DelRootCert(id, kAuthWaitLimitMs, &desc)
+                                      : LIB_SSL_DelClientCert(id, kAuthWaitLimitMs, &desc),
+                                 desc, json);
+            });
         remove
             ->add_option("ID", id,
                          root ? "Root certificate id (1..20)" : "Client certificate id (1..20)")
             ->required();
-        jsonFlag(remove);
-        remove->callback([&, root] {
-            OperateDesc desc{};
-            status = Described(root ? LIB_SSL_DelRootCert(id, kAuthWaitLimitMs, &desc)
-                                    : LIB_SSL_DelClientCert(id, kAuthWaitLimitMs, &desc),
-                               desc, json);
-        });
     }
 
     for (const bool bind : {true, false}) {
-        CLI::App *command = app.add_subcommand(bind ? "bind" : "unbind",
-                                               bind ? "Bind a client certificate to a user"
-                                                    : "Unbind a client certificate from a user");
+        CLI::App *command = commands.AddJson(
+            app, bind ? "bind" : "unbind",
+            bind ? "Bind a client certificate to a user"
+                 : "Unbind a client certificate from a user",
+            [bind] {
+                OperateDesc desc{};
+                const uint32_t result =
+                    bind ? LIB_SSL_ClientCertBindUser(id, userId, kAuthWaitLimitMs, &desc)
+                         : LIB_SSL_ClientCertUntieUser(id, userId, kAuthWaitLimitMs, &desc);
+                return Described(result, desc, json);
+            });
         command->add_option("CERT_ID", id, "Client certificate id (1..20)")->required();
         command->add_option("USER_ID", userId, "User id (1..16)")->required();
-        jsonFlag(command);
-        command->callback([&, bind] {
-            OperateDesc desc{};
-            const uint32_t result =
-                bind ? LIB_SSL_ClientCertBindUser(id, userId, kAuthWaitLimitMs, &desc)
-                     : LIB_SSL_ClientCertUntieUser(id, userId, kAuthWaitLimitMs, &desc);
-            status = Described(result, desc, json);
-        });
     }
 
-    CLI::App *login = app.add_subcommand("login", "Log in by a client certificate's serial number");
+    CLI::App *login = commands.Add(app, "login", "Log in by a client certificate's serial number",
+                                   [] { return Login(serial, showPassword, json); });
     login->add_option("--serial", serial, "Serial number as `openssl x509 -serial` prints it")
         ->required();
     login->add_flag("--show-password", showPassword, "Also print the user's password");
-    jsonFlag(login);
-    login->callback([&] { status = Login(serial, showPassword, json); });
+    commands.AddJsonFlag(*login);
 
-    CLI::App *ocsp =
-        app.add_subcommand("ocsp", "Ask a client certificate's OCSP responder for its state");
-    ocsp->add_option("CERT_ID", id, "Client certificate id (1..20)")->required();
-    ocsp->callback([&] { status = Ocsp(id); });
-
-    CLI::App *forget =
-        app.add_subcommand("forget-user", "Unbind the client certificate of a user who goes away");
-    forget->add_option("USER_ID", userId, "User id (1..16)")->required();
-    forget->callback([&] { status = ForgetUser(userId); });
+    commands
+        .Add(app, "ocsp", "Ask a client certificate's OCSP responder for its state",
+             [] { return Ocsp(id); })
+        ->add_option("CERT_ID", id, "Client certificate id (1..20)")
+        ->required();
+    commands
+        .Add(app, "forget-user", "Unbind the client certificate of a user who goes away",
+             [] { return ForgetUser(userId); })
+        ->add_option("USER_ID", userId, "User id (1..16)")
+        ->required();
 }
 
 } // namespace bmccert::cli

@@ -4,7 +4,7 @@
 
 namespace bmccert::cli {
 
-std::optional<uint32_t> ParseCertType(std::string_view text) {
+std::optional<uint32_t> ParseUnsignedDecimal(std::string_view text) {
     if (text.empty() || text.front() < '0' || text.front() > '9') return std::nullopt;
     uint32_t value = 0;
     const char *const end = text.data() + text.size();

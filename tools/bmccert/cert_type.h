@@ -1,5 +1,5 @@
-// Certificate type codes as the tool accepts them; frame/cert_type_names.h
-// names them.
+// Numbers as the tool accepts them: certificate type codes (which
+// frame/cert_type_names.h names) and the sandbox's ports.
 #pragma once
 
 #include <cstdint>
@@ -8,8 +8,8 @@
 
 namespace bmccert::cli {
 
-// A type code from the command line: decimal digits only, 0..2^32-1. No
-// sign, blank, octal or hex form, so that "010" cannot quietly mean 8.
-[[nodiscard]] std::optional<uint32_t> ParseCertType(std::string_view text);
+// Decimal digits only, 0..2^32-1. No sign, blank, octal or hex form, so
+// that a type code "010" cannot quietly mean 8.
+[[nodiscard]] std::optional<uint32_t> ParseUnsignedDecimal(std::string_view text);
 
 } // namespace bmccert::cli

@@ -4,7 +4,6 @@
 #include <string>
 
 #include "info_format.h"
-#include "json_writer.h"
 #include "lib_security_sslcert.h"
 #include "lib_security_sslcert_ext.h"
 #include "output.h"
@@ -17,14 +16,11 @@ namespace bmccert::cli {
 int RunType(bool json) {
     // Type 0 is an answer, not a failure: scripts branch on "0 none".
     const uint32_t type = LIB_SECURITY_GetCertType();
-    if (json) {
-        JsonWriter writer;
-        writer.BeginObject();
-        writer.Uint("type", type);
-        writer.String("name", CertTypeName(type));
-        writer.EndObject();
-        return WriteResult(writer.Text() + '\n');
-    }
+    if (json)
+        return WriteJsonObject([&](JsonWriter &writer) {
+            writer.Uint("type", type);
+            writer.String("name", CertTypeName(type));
+        });
     return WriteResult(std::to_string(type) + ' ' + std::string(CertTypeName(type)) + '\n');
 }
 
@@ -34,18 +30,14 @@ int RunPaths(uint32_t type, bool json) {
     char key[SSLCERT_PATH_BUF_SIZE] = {};
     const uint32_t result =
         LIB_SECURITY_GetSSLCertKeyPath(type, sizeof cert, sizeof key, cert, key);
-    if (result != SSLCERT_OK) {
+    if (result != SSLCERT_OK)
         return ReportFailure("no paths for certificate type " + std::to_string(type), result);
-    }
-    if (json) {
-        JsonWriter writer;
-        writer.BeginObject();
-        writer.Uint("type", type);
-        writer.String("cert", FieldView(cert));
-        writer.String("key", FieldView(key));
-        writer.EndObject();
-        return WriteResult(writer.Text() + '\n');
-    }
+    if (json)
+        return WriteJsonObject([&](JsonWriter &writer) {
+            writer.Uint("type", type);
+            writer.String("cert", FieldView(cert));
+            writer.String("key", FieldView(key));
+        });
     std::string out = "cert: ";
     out += FieldView(cert);
     out += "\nkey: ";
@@ -57,9 +49,7 @@ int RunPaths(uint32_t type, bool json) {
 int RunInfo(bool json) {
     SSLCertInfo info{};
     const uint32_t result = LIB_SECURITY_GetCertInfo(&info);
-    if (result != SSLCERT_OK) {
-        return ReportFailure("certificate information unavailable", result);
-    }
+    if (result != SSLCERT_OK) return ReportFailure("certificate information unavailable", result);
     return WriteResult(json ? FormatInfoJson(info) : FormatInfoText(info));
 }
 
@@ -67,13 +57,7 @@ int RunDaysLeft(bool json) {
     // The library answers 0 both for an expired certificate and when it
     // cannot tell; there is no failure code to report.
     const int32_t days = LIB_SECURITY_GetCertLeftExpires();
-    if (json) {
-        JsonWriter writer;
-        writer.BeginObject();
-        writer.Int("daysLeft", days);
-        writer.EndObject();
-        return WriteResult(writer.Text() + '\n');
-    }
+    if (json) return WriteJsonObject([&](JsonWriter &writer) { writer.Int("daysLeft", days); });
     return WriteResult(std::to_string(days) + '\n');
 }
 

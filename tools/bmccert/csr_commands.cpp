@@ -1,4 +1,4 @@
-#include "csr_commands.h"
+#include "commands.h"
 
 #include <cerrno>
 #include <cstring>

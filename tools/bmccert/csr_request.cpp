@@ -1,6 +1,5 @@
 #include "csr_request.h"
 
-#include <algorithm>
 #include <array>
 #include <cstring>
 

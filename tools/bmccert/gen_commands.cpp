@@ -1,4 +1,4 @@
-#include "gen_commands.h"
+#include "commands.h"
 
 #include <cstdio>
 #include <fstream>

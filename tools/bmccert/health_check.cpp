@@ -1,12 +1,12 @@
-#include "health_check.h"
+#include "commands.h"
 
-#include <charconv>
 #include <cstdlib>
 #include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "cert_type.h"
 #include "findings.h"
 #include "lib_security_sslcert_ext.h"
 #include "output.h"
@@ -20,9 +20,8 @@ namespace {
 
 #if BMCCERT_HOST_TOOL
 uint32_t PortOf(std::string_view text) {
-    uint32_t port = 0;
-    const auto [next, error] = std::from_chars(text.data(), text.data() + text.size(), port);
-    return error == std::errc() && next == text.data() + text.size() && port <= 65535 ? port : 0;
+    const auto port = ParseUnsignedDecimal(text);
+    return port && *port <= 65535 ? *port : 0;
 }
 #endif
 

@@ -119,19 +119,9 @@ void JsonWriter::String(std::string_view text) {
     AppendJsonString(out_, text);
 }
 
-void JsonWriter::Int(int64_t value) {
+void JsonWriter::Literal(std::string_view text) {
     Separate();
-    out_ += std::to_string(value);
-}
-
-void JsonWriter::Uint(uint64_t value) {
-    Separate();
-    out_ += std::to_string(value);
-}
-
-void JsonWriter::Bool(bool value) {
-    Separate();
-    out_ += value ? "true" : "false";
+    out_ += text;
 }
 
 } // namespace bmccert::cli

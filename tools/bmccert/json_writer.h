@@ -34,9 +34,10 @@ class JsonWriter {
     // follows as the next call.
     JsonWriter &Key(std::string_view name);
     void String(std::string_view text);
-    void Int(int64_t value);
-    void Uint(uint64_t value);
-    void Bool(bool value);
+    void Int(int64_t value) { Literal(std::to_string(value)); }
+    void Uint(uint64_t value) { Literal(std::to_string(value)); }
+    void Bool(bool value) { Literal(value ? "true" : "false"); }
+    void Null() { Literal("null"); }
     // One member of the object being written: its name, then its value.
     void String(std::string_view key, std::string_view text) { Key(key).String(text); }
     void Int(std::string_view key, int64_t value) { Key(key).Int(value); }
@@ -51,6 +52,8 @@ class JsonWriter {
     // Before a value: the comma that separates it from an earlier element
     // of the array being written.
     void Separate();
+    // A number, true, false or null.
+    void Literal(std::string_view text);
     void Open(char bracket, bool array);
     void Close(char bracket);
 

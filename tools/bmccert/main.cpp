@@ -1,7 +1,6 @@
 // bmccert: the controller's server certificate from the command line.
 #include <CLI/CLI.hpp>
 
-#include <cstdint>
 #include <cstdio>
 #include <optional>
 #include <string>
@@ -9,18 +8,11 @@
 
 #include <unistd.h>
 
-#include "auth_commands.h"
-#include "cert_commands.h"
 #include "cert_type.h"
 #include "commands.h"
-#include "ca_commands.h"
-#include "revocation_commands.h"
-#include "csr_commands.h"
-#include "csr_request.h"
-#include "gen_commands.h"
-#include "health_check.h"
 #include "upload_commands.h"
 #include "output.h"
+#include "subcommands.h"
 
 namespace {
 
@@ -29,7 +21,7 @@ using namespace bmccert::cli;
 [[nodiscard]] CLI::Validator CertTypeValidator() {
     return CLI::Validator(
         [](std::string &text) -> std::string {
-            if (ParseCertType(text)) return {};
+            if (ParseUnsignedDecimal(text)) return {};
             return "not a decimal number 0..4294967295: '" + text + "'";
         },
         "", "certificate type");
@@ -71,10 +63,6 @@ std::optional<std::string> MissingOption(const std::vector<CLI::Option *> &optio
     return std::nullopt;
 }
 
-void AddJsonFlag(CLI::App &command, bool &json) {
-    command.add_flag("--json", json, "Print the result as one JSON object");
-}
-
 // The tool answers only on a controller (or in a sandboxed one): elsewhere
 // the library would read nothing and report "no certificate", and the
 // platform stand-in would make its state directory on the workstation.
@@ -112,41 +100,55 @@ int main(int argc, char **argv) {
 
     int status = kExitOk;
     bool json = false;
+    const Subcommands commands(status, &json, "Print the result as one JSON object");
 
-    CLI::App *type = app.add_subcommand("type", "Print the type of the certificate in force");
-    AddJsonFlag(*type, json);
-    type->callback([&] { status = RunType(json); });
+    commands.AddJson(app, "type", "Print the type of the certificate in force",
+                     [&] { return RunType(json); });
 
     std::string typeText;
     CLI::App *paths =
-        app.add_subcommand("paths", "Print the certificate and key file paths of a type");
+        commands.AddJson(app, "paths", "Print the certificate and key file paths of a type", [&] {
+            // The validator has accepted the text, so it parses.
+            return RunPaths(ParseUnsignedDecimal(typeText).value_or(0), json);
+        });
     paths->add_option("TYPE", typeText, "Certificate type code (0..6 are defined)")
         ->type_name("NUMBER")
         ->required()
         ->check(CertTypeValidator());
-    AddJsonFlag(*paths, json);
-    paths->callback([&] {
-        // The validator has accepted the text, so it parses.
-        status = RunPaths(ParseCertType(typeText).value_or(0), json);
-    });
 
-    CLI::App *info =
-        app.add_subcommand("info", "Print the information record of the certificate in force");
-    AddJsonFlag(*info, json);
-    info->callback([&] { status = RunInfo(json); });
-
-    CLI::App *daysLeft = app.add_subcommand(
-        "days-left", "Print the whole days until the certificate in force expires");
-    AddJsonFlag(*daysLeft, json);
-    daysLeft->callback([&] { status = RunDaysLeft(json); });
-
-    CLI::App *refresh = app.add_subcommand(
-        "refresh", "Re-read the certificate in force from its files and store its record");
-    refresh->callback([&] { status = RunRefresh(); });
+    commands.AddJson(app, "info", "Print the information record of the certificate in force",
+                     [&] { return RunInfo(json); });
+    commands.AddJson(app, "days-left",
+                     "Print the whole days until the certificate in force expires",
+                     [&] { return RunDaysLeft(json); });
+    commands.Add(app, "refresh",
+                 "Re-read the certificate in force from its files and store its record",
+                 [] { return RunRefresh(); });
 
     GenerateOptions request;
-    CLI::App *generate = app.add_subcommand(
-        "generate", "Generate a self-signed certificate, install it and restart the services");
+    std::string generateKey;
+    AltNameOptions generateNames;
+    CLI::Option *generateKeyOption = nullptr;
+    CLI::App *generate = commands.Add(
+        app, "generate", "Generate a self-signed certificate, install it and restart the services",
+        [&] {
+            if (generateKeyOption->count() == 0 && generateNames.dns.empty() &&
+                generateNames.ip.empty())
+                return RunGenerate(request, json);
+            // With a key type or names the extension generates; without --key
+            // the key is the published path's RSA key of --key-length.
+            const auto key = generateKeyOption->count() != 0
+                                 ? ParseKeyType(generateKey)
+                                 : ParseKeyType("rsa" + std::to_string(request.keyLength));
+            if (!key) {
+                std::fprintf(stderr,
+                             "bmccert: --key-length refused: with --dns or --ip give --key "
+                             "(%s)\n",
+                             std::string(kKeyTypeNames).c_str());
+                return kExitUsage;
+            }
+            return RunGenerateWithNames(request, *key, generateNames, json);
+        });
     // A later option wins, so that a script can override a field it set.
     generate->option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
     for (CLI::Option *option : AddSubjectOptions(*generate, request))
@@ -158,50 +160,41 @@ int main(int argc, char **argv) {
         ->capture_default_str();
     generate->add_flag("--force", request.force,
                        "Generate a 1024-bit key although TLS stacks at security level 2 refuse it");
-    std::string generateKey;
-    AltNameOptions generateNames;
-    CLI::Option *generateKeyOption =
+    generateKeyOption =
         generate
             ->add_option("--key", generateKey,
                          "Key type for a certificate with names: " + std::string(kKeyTypeNames))
             ->check(KeyTypeValidator())
             ->excludes(keyLength);
     AddNameOptions(*generate, generateNames);
-    AddJsonFlag(*generate, json);
-    generate->callback([&] {
-        if (generateKeyOption->count() == 0 && generateNames.dns.empty() &&
-            generateNames.ip.empty()) {
-            status = RunGenerate(request, json);
-            return;
-        }
-        // With a key type or names the extension generates; without --key
-        // the key is the published path's RSA key of --key-length.
-        const auto key = generateKeyOption->count() != 0
-                             ? ParseKeyType(generateKey)
-                             : ParseKeyType("rsa" + std::to_string(request.keyLength));
-        if (!key) {
-            std::fprintf(stderr,
-                         "bmccert: --key-length refused: with --dns or --ip give --key "
-                         "(%s)\n",
-                         std::string(kKeyTypeNames).c_str());
-            status = kExitUsage;
-            return;
-        }
-        status = RunGenerateWithNames(request, *key, generateNames, json);
-    });
+    commands.AddJsonFlag(*generate);
 
     GenerateOptions csrSubject;
     std::string csrKey = "p256";
     AltNameOptions csrNames;
     std::string csrOut;
     bool csrShow = false;
+    bool csrDrop = false;
     bool csrPem = false;
-    CLI::App *csr = app.add_subcommand(
-        "csr", "Make a new key on the controller and its signing request for a CA; or --show "
-               "the pending one");
+    std::vector<CLI::Option *> csrSubjectOptions;
+    CLI::App *csr = commands.Add(
+        app, "csr",
+        "Make a new key on the controller and its signing request for a CA; or --show the pending "
+        "one",
+        [&] {
+            if (csrDrop) return RunDropCsr();
+            if (csrShow) return RunShowCsr(csrPem, json);
+            if (const auto missing = MissingOption(csrSubjectOptions)) {
+                std::fprintf(stderr, "bmccert: csr: %s is required (or --show)\n",
+                             missing->c_str());
+                return kExitUsage;
+            }
+            // The validator has accepted the type, so it parses.
+            return RunCsr(csrSubject, ParseKeyType(csrKey).value_or(KeyType{}), csrNames, csrOut);
+        });
     csr->option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
-    std::vector<CLI::Option *> csrRequest = AddSubjectOptions(*csr, csrSubject);
-    const std::vector<CLI::Option *> csrSubjectOptions = csrRequest;
+    csrSubjectOptions = AddSubjectOptions(*csr, csrSubject);
+    std::vector<CLI::Option *> csrRequest = csrSubjectOptions;
     csrRequest.push_back(csr->add_option("--key", csrKey, "Key type: " + std::string(kKeyTypeNames))
                              ->check(KeyTypeValidator())
                              ->capture_default_str());
@@ -211,94 +204,79 @@ int main(int argc, char **argv) {
                              ->type_name("FILE"));
     CLI::Option *show =
         csr->add_flag("--show", csrShow, "Print the pending request instead of making one");
-    for (CLI::Option *option : csrRequest)
-        show->excludes(option);
-    bool csrDrop = false;
     CLI::Option *drop =
         csr->add_flag("--drop", csrDrop,
                       "Drop the pending key and its request: no answer to it can be installed");
-    for (CLI::Option *option : csrRequest)
+    // Showing and dropping take none of a new request's options, nor each other.
+    for (CLI::Option *option : csrRequest) {
+        show->excludes(option);
         drop->excludes(option);
+    }
     drop->excludes(show);
     csr->add_flag("--pem", csrPem, "With --show: print the request's PEM too")->needs(show);
     csr->add_flag("--json", json, "With --show: print one JSON object")->needs(show);
-    csr->callback([&] {
-        if (csrDrop) {
-            status = RunDropCsr();
-            return;
-        }
-        if (csrShow) {
-            status = RunShowCsr(csrPem, json);
-            return;
-        }
-        if (const auto missing = MissingOption(csrSubjectOptions)) {
-            std::fprintf(stderr, "bmccert: csr: %s is required (or --show)\n", missing->c_str());
-            status = kExitUsage;
-            return;
-        }
-        // The validator has accepted the type, so it parses.
-        status = RunCsr(csrSubject, ParseKeyType(csrKey).value_or(KeyType{}), csrNames, csrOut);
-    });
 
     std::string signedCert;
-    CLI::App *installSigned = app.add_subcommand(
-        "install-signed",
-        "Install a CA's answer to the pending signing request as a task and wait for its outcome");
-    installSigned
+    commands
+        .AddJson(app, "install-signed",
+                 "Install a CA's answer to the pending signing request as a task and wait for its "
+                 "outcome",
+                 [&] { return RunInstallSigned(signedCert, json); })
         ->add_option("FILE", signedCert,
                      "The answer: PEM (the signed certificate, then its chain), DER or PKCS#7")
         ->required();
-    AddJsonFlag(*installSigned, json);
-    installSigned->callback([&] { status = RunInstallSigned(signedCert, json); });
-    CLI::App *checkSigned = app.add_subcommand(
-        "check-signed", "Check a CA's answer to the pending signing request without installing it");
-    checkSigned->add_option("FILE", signedCert, "The answer: PEM, DER or PKCS#7")->required();
-    AddJsonFlag(*checkSigned, json);
-    checkSigned->callback([&] { status = RunCheckSigned(signedCert, json); });
+    commands
+        .AddJson(app, "check-signed",
+                 "Check a CA's answer to the pending signing request without installing it",
+                 [&] { return RunCheckSigned(signedCert, json); })
+        ->add_option("FILE", signedCert, "The answer: PEM, DER or PKCS#7")
+        ->required();
     AddCaCommands(app, status);
     AddRevocationCommands(app, status);
 
-    CLI::App *verify = app.add_subcommand(
-        "verify", "Verify the generated temporary certificate (/var/certs/TmpCertGen.pem)");
-    AddJsonFlag(*verify, json);
-    verify->callback([&] { status = RunVerify(json); });
+    commands.AddJson(app, "verify",
+                     "Verify the generated temporary certificate (/var/certs/TmpCertGen.pem)",
+                     [&] { return RunVerify(json); });
 
     std::string installCert;
     std::string installKey;
-    CLI::App *install = app.add_subcommand(
-        "install", "Install an existing certificate and key, then restart the services");
+    CLI::App *install = commands.Add(app, "install",
+                                     "Install an existing certificate and key, then restart the "
+                                     "services",
+                                     [&] { return RunInstall(installCert, installKey); });
     install->add_option("CERT", installCert, "PEM certificate file")->required();
     install->add_option("KEY", installKey, "PEM private key file (made private: mode 0600)")
         ->required();
-    install->callback([&] { status = RunInstall(installCert, installKey); });
 
     bool recoverRestart = false;
-    CLI::App *recover = app.add_subcommand(
-        "recover",
-        "Complete an installation that a power cut interrupted (run before the services start)");
-    recover->add_flag("--restart", recoverRestart,
-                      "At run time: restart the tunnel and the web server when an installation "
-                      "was completed");
-    recover->callback([&] { status = RunRecover(recoverRestart); });
+    commands
+        .Add(app, "recover",
+             "Complete an installation that a power cut interrupted (run before the services "
+             "start)",
+             [&] { return RunRecover(recoverRestart); })
+        ->add_flag("--restart", recoverRestart,
+                   "At run time: restart the tunnel and the web server when an installation "
+                   "was completed");
 
     std::string uploadCert;
     std::string uploadKey;
-    CLI::App *upload = app.add_subcommand(
-        "upload", "Import a certificate and key as a task and wait for its outcome");
+    CLI::App *upload = commands.AddJson(app, "upload",
+                                        "Import a certificate and key as a task and wait for its "
+                                        "outcome",
+                                        [&] { return RunUpload(uploadCert, uploadKey, json); });
     upload->add_option("CERT", uploadCert, "Uploaded PEM certificate file")->required();
     upload->add_option("KEY", uploadKey, "Uploaded PEM private key file")->required();
-    AddJsonFlag(*upload, json);
-    upload->callback([&] { status = RunUpload(uploadCert, uploadKey, json); });
 
 #if BMCCERT_HOST_TOOL
-    CLI::App *tasks = app.add_subcommand("tasks", "List the tasks with their last state");
-    AddJsonFlag(*tasks, json);
-    tasks->callback([&] { status = RunTasks(json); });
+    commands.AddJson(app, "tasks", "List the tasks with their last state",
+                     [&] { return RunTasks(json); });
 #endif
     CheckOptions checkOptions;
-    CLI::App *check = app.add_subcommand(
-        "check", "Check that both TLS services serve the certificate in force and that it, its "
-                 "key and the trusted and client certificates are fit; exit 1 on a fault");
+    CLI::App *check = commands.Add(
+        app, "check",
+        "Check that both TLS services serve the certificate in force and that it, its key and the "
+        "trusted and client certificates are fit; exit 1 on a fault",
+        [&] { return RunCheck(checkOptions); });
     check->footer(
         "One line per finding: ok, warning or fault, what it is about, what was found. The "
         "services are reached on 127.0.0.1, 2 seconds each at most, at the ports of their "
@@ -312,20 +290,19 @@ int main(int argc, char **argv) {
     check->add_option("--web-port", checkOptions.webPort, "HTTPS port of the web server to reach")
         ->type_name("PORT")
         ->check(CLI::Range(1, 65535));
-    AddJsonFlag(*check, checkOptions.json);
-    check->callback([&] { status = RunCheck(checkOptions); });
+    // Its own flag: a failure of the check itself is not reported as JSON.
+    check->add_flag("--json", checkOptions.json, "Print the result as one JSON object");
     AddAuthCommands(app, status);
     AddCertCommands(app, status);
 
     std::string codeText;
-    CLI::App *explain =
-        app.add_subcommand("explain", "Print the name and meaning of a result code");
+    CLI::App *explain = commands.Add(app, "explain", "Print the name and meaning of a result code",
+                                     [&] { return RunExplain(codeText); });
     explain
         ->add_option("CODE", codeText,
                      "Result code: hexadecimal (0x98000004), or signed decimal as the diagnostics "
                      "log prints it (-1744830456, iRet=-1744830456)")
         ->required();
-    explain->callback([&] { status = RunExplain(codeText); });
 
     // Every other subcommand reads the controller, so it runs only on one;
     // --help still works anywhere (help is handled before this).

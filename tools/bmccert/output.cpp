@@ -5,7 +5,6 @@
 #include <cstring>
 #include <string>
 
-#include "json_writer.h"
 #include "result_codes.h"
 #include "frame/field_text.h"
 
@@ -29,23 +28,17 @@ int WriteResult(std::string_view text) {
 
 int WriteOutcome(std::string_view description, uint32_t code, bool json) {
     if (!json) return WriteResult(std::string(description) + '\n');
-    JsonWriter writer;
-    writer.BeginObject();
-    writer.Uint("result", code);
-    writer.String("description", description);
-    writer.EndObject();
-    return WriteResult(writer.Text() + '\n');
+    return WriteJsonObject([&](JsonWriter &writer) {
+        writer.Uint("result", code);
+        writer.String("description", description);
+    });
 }
 
 int Described(uint32_t result, const OperateDesc &desc, bool json) {
     const std::string text(FieldView(desc.szOperateDesc));
     if (result != 0) return ReportFailure(text, result);
     if (!json) return WriteResult(text + '\n');
-    JsonWriter writer;
-    writer.BeginObject();
-    writer.String("operation", text);
-    writer.EndObject();
-    return WriteResult(writer.Text() + '\n');
+    return WriteJsonObject([&](JsonWriter &writer) { writer.String("operation", text); });
 }
 
 void ReportFailuresAsJson(bool on) {
@@ -59,16 +52,14 @@ int ReportFailure(std::string_view what, uint32_t code) {
         char hex[11];
         (void)std::snprintf(hex, sizeof hex, "0x%08X", static_cast<unsigned>(code));
         const auto known = FindResultCode(code);
-        JsonWriter writer;
-        writer.BeginObject();
-        writer.Key("error");
-        writer.BeginObject();
-        writer.String("code", hex);
-        writer.String("name", known ? known->name : "");
-        writer.String("message", what);
-        writer.EndObject();
-        writer.EndObject();
-        (void)WriteResult(writer.Text() + '\n');
+        (void)WriteJsonObject([&](JsonWriter &writer) {
+            writer.Key("error");
+            writer.BeginObject();
+            writer.String("code", hex);
+            writer.String("name", known ? known->name : "");
+            writer.String("message", what);
+            writer.EndObject();
+        });
     }
     return kExitFailure;
 }

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "json_writer.h"
 #include "lib_security_sslcert.h"
 
 namespace bmccert::cli {
@@ -16,6 +17,15 @@ inline constexpr int kExitUsage = 2;
 // Writes a result and flushes it; a result that did not reach its reader
 // (a full disk, a closed pipe) is a failure, not a success.
 [[nodiscard]] int WriteResult(std::string_view text);
+
+// One JSON object and a newline as the result; members writes its members.
+template <typename Members> [[nodiscard]] int WriteJsonObject(const Members &members) {
+    JsonWriter writer;
+    writer.BeginObject();
+    members(writer);
+    writer.EndObject();
+    return WriteResult(writer.Text() + '\n');
+}
 
 // "bmccert: <what>: 0x%08X" on standard error; returns kExitFailure. With
 // JSON results on, also one JSON object on standard output, so that a

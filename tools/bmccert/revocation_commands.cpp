@@ -1,23 +1,21 @@
-#include "revocation_commands.h"
+#include "subcommands.h"
 
 #include <ctime>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <string>
 
 #include "lib_security_sslcert_ext.h"
 #include "output.h"
 #include "result_codes.h"
+#include "answer_leaf.h"
 
 namespace bmccert::cli {
 namespace {
 
-const std::map<std::string, uint32_t> kMethods = {
-    {"command", SSLCERT_EXT_REVOCATION_COMMAND},
-    {"ocsp", SSLCERT_EXT_REVOCATION_OCSP},
-    {"crl", SSLCERT_EXT_REVOCATION_CRL},
-    {"ocsp-crl", SSLCERT_EXT_REVOCATION_OCSP_CRL}};
+const std::map<std::string, uint32_t> kMethods = {{"command", SSLCERT_EXT_REVOCATION_COMMAND},
+                                                  {"ocsp", SSLCERT_EXT_REVOCATION_OCSP},
+                                                  {"crl", SSLCERT_EXT_REVOCATION_CRL},
+                                                  {"ocsp-crl", SSLCERT_EXT_REVOCATION_OCSP_CRL}};
 const std::map<std::string, uint32_t> kOnFailure = {{"refuse", SSLCERT_EXT_ON_FAILURE_REFUSE},
                                                     {"allow", SSLCERT_EXT_ON_FAILURE_ALLOW}};
 
@@ -61,13 +59,12 @@ int Show() {
     int status = 0;
     if (!ReadState(state, status)) return status;
     const SSLRevocationPolicy &policy = state.stPolicy;
-    (void)WriteResult("method: " + NameOf(kMethods, policy.uiMethod) +
-                      (policy.uiMethod == SSLCERT_EXT_REVOCATION_COMMAND
-                           ? " (answers are not verified)"
-                           : "") +
-                      "\non failure: " + NameOf(kOnFailure, policy.uiOnFailure) +
-                      "\nmax age: " + std::to_string(policy.uiMaxAgeSeconds) +
-                      " s\nclock skew: " + std::to_string(policy.uiClockSkewSeconds) + " s\n");
+    (void)WriteResult(
+        "method: " + NameOf(kMethods, policy.uiMethod) +
+        (policy.uiMethod == SSLCERT_EXT_REVOCATION_COMMAND ? " (answers are not verified)" : "") +
+        "\non failure: " + NameOf(kOnFailure, policy.uiOnFailure) +
+        "\nmax age: " + std::to_string(policy.uiMaxAgeSeconds) +
+        " s\nclock skew: " + std::to_string(policy.uiClockSkewSeconds) + " s\n");
     return ShowLists(state);
 }
 
@@ -92,16 +89,9 @@ int Set(const Setting &setting) {
 }
 
 int AddList(uint32_t rootId, const std::string &path) {
-    std::ifstream file(path, std::ios::binary);
+    // The library takes lists of up to 4 MiB.
     std::string bytes;
-    // One byte past the library's limit, so that it refuses the size.
-    constexpr size_t kLimit = 4 * 1024 * 1024 + 1;
-    if (file) {
-        bytes.resize(kLimit);
-        file.read(bytes.data(), static_cast<std::streamsize>(kLimit));
-        bytes.resize(static_cast<size_t>(file.gcount()));
-    }
-    if (!file && !file.eof())
+    if (!ReadCertFile(path, bytes, 4 * 1024 * 1024))
         return ReportFailure("cannot read " + path, SSLCERT_EXT_ERR_CRL_BAD);
     const uint32_t result =
         LIB_SECURITY_SSL_AddRootCRL(rootId, bytes.data(), static_cast<uint32_t>(bytes.size()));
@@ -114,42 +104,46 @@ int FetchList(uint32_t rootId) {
     const uint32_t result = LIB_SECURITY_SSL_FetchRootCRL(rootId);
     if (result != SSLCERT_OK)
         return ReportFailure("list not installed: " + ResultMeaning(result), result);
-    return WriteResult("revocation list of root " + std::to_string(rootId) + " fetched and installed\n");
+    return WriteResult("revocation list of root " + std::to_string(rootId) +
+                       " fetched and installed\n");
 }
 
 } // namespace
 
 void AddRevocationCommands(CLI::App &app, int &status) {
+    const Subcommands commands(status);
     CLI::App *revocation =
         app.add_subcommand("revocation", "How client certificates' revocation is checked");
     revocation->callback([revocation, &status] {
         if (revocation->get_subcommands().empty()) status = Show();
     });
     static Setting setting;
-    CLI::App *set = revocation->add_subcommand("set", "Choose the method and failure policy");
+    CLI::App *set = commands.Add(*revocation, "set", "Choose the method and failure policy",
+                                 [] { return Set(setting); });
     set->add_option("--method", setting.method, "command, ocsp, crl or ocsp-crl")
         ->check(CLI::IsMember(kMethods));
     set->add_option("--on-failure", setting.onFailure, "refuse or allow, when no answer comes")
         ->check(CLI::IsMember(kOnFailure));
     set->add_option("--max-age", setting.maxAge, "seconds an OCSP answer stays fresh");
     set->add_option("--clock-skew", setting.skew, "seconds a responder's clock may be off");
-    set->callback([&status] { status = Set(setting); });
 
     CLI::App *crl = app.add_subcommand("crl", "Revocation lists of the trusted roots");
     crl->require_subcommand(1);
     static uint32_t rootId = 0;
     static std::string path;
-    CLI::App *add = crl->add_subcommand("add", "Install a list (PEM or DER) for a root");
+    CLI::App *add = commands.Add(*crl, "add", "Install a list (PEM or DER) for a root",
+                                 [] { return AddList(rootId, path); });
     add->add_option("ROOT-ID", rootId, "the trusted root's id")->required();
     add->add_option("FILE", path, "the list")->required();
-    add->callback([&status] { status = AddList(rootId, path); });
-    CLI::App *fetch =
-        crl->add_subcommand("fetch", "Fetch a root's list from its distribution point");
-    fetch->add_option("ROOT-ID", rootId, "the trusted root's id")->required();
-    fetch->callback([&status] { status = FetchList(rootId); });
-    crl->add_subcommand("show", "The lists installed")->callback([&status] {
+    commands
+        .Add(*crl, "fetch", "Fetch a root's list from its distribution point",
+             [] { return FetchList(rootId); })
+        ->add_option("ROOT-ID", rootId, "the trusted root's id")
+        ->required();
+    commands.Add(*crl, "show", "The lists installed", [] {
         SSLRevocationState state{};
-        if (ReadState(state, status)) status = ShowLists(state);
+        int failed = kExitOk;
+        return ReadState(state, failed) ? ShowLists(state) : failed;
     });
 }
 

@@ -3,7 +3,6 @@
 #include <pwd.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <vector>
 
 #include "gen_request.h"
@@ -78,11 +77,6 @@ void WriteTask(JsonWriter &writer, const TaskRecord &task) {
     writer.EndObject();
 }
 
-std::string TaskLine(const TaskRecord &task) {
-    return "task " + std::to_string(task.id) + ": " + StateName(task.state) + ", " +
-           std::to_string(task.progress) + "%" + (task.text.empty() ? "" : ": " + task.text);
-}
-
 // A controller build cannot read the task's record: it says which task
 // ran, and that it ended.
 int ReportEndedTask(uint32_t taskId, bool json) {
@@ -90,17 +84,20 @@ int ReportEndedTask(uint32_t taskId, bool json) {
         return WriteResult("task " + std::to_string(taskId) +
                            ": started and ended; its outcome is in the task service and the "
                            "operation log\n");
-    JsonWriter writer;
-    writer.BeginObject();
-    writer.Key("task");
-    writer.BeginObject();
-    writer.Uint("id", taskId);
-    writer.EndObject();
-    writer.EndObject();
-    return WriteResult(writer.Text() + '\n');
+    return WriteJsonObject([&](JsonWriter &writer) {
+        writer.Key("task");
+        writer.BeginObject();
+        writer.Uint("id", taskId);
+        writer.EndObject();
+    });
 }
 
 } // namespace
+
+std::string TaskLine(const TaskRecord &task) {
+    return "task " + std::to_string(task.id) + ": " + StateName(task.state) + ", " +
+           std::to_string(task.progress) + "%" + (task.text.empty() ? "" : ": " + task.text);
+}
 
 int FollowImport(uint32_t taskId, bool json, std::string_view failure, uint32_t failureCode) {
     if (TasksReadable() && !json)
@@ -127,17 +124,14 @@ int FollowImport(uint32_t taskId, bool json, std::string_view failure, uint32_t 
         ReadTask(taskId).value_or(TaskRecord{taskId, {}, static_cast<uint8_t>(state), 0, {}});
     const std::string entry = LastOperateLogEntry();
     int status;
-    if (json) {
-        JsonWriter writer;
-        writer.BeginObject();
-        writer.Key("task");
-        WriteTask(writer, task);
-        writer.String("operationLog", entry);
-        writer.EndObject();
-        status = WriteResult(writer.Text() + '\n');
-    } else {
+    if (json)
+        status = WriteJsonObject([&](JsonWriter &writer) {
+            writer.Key("task");
+            WriteTask(writer, task);
+            writer.String("operationLog", entry);
+        });
+    else
         status = WriteResult(TaskLine(task) + "\noperation log: " + DescribeEntry(entry) + '\n');
-    }
     if (state != kTaskStateDone) return ReportFailure(failed, failedWith);
     return status;
 }

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "lib_security_sslcert.h"
+#include "task_service.h"
 
 namespace bmccert::cli {
 
@@ -18,6 +19,9 @@ namespace bmccert::cli {
 // or, when that is 0, with the task's own code and its meaning.
 [[nodiscard]] int FollowImport(uint32_t taskId, bool json, std::string_view failure,
                                uint32_t failureCode);
+
+// "task 3: finished, 100%: <its text>", as the tool prints a task.
+[[nodiscard]] std::string TaskLine(const TaskRecord &task);
 
 [[nodiscard]] int RunUpload(const std::string &certPath, const std::string &keyPath, bool json);
 [[nodiscard]] int RunTasks(bool json);
