@@ -77,7 +77,9 @@ std::string NameText(const GENERAL_NAME *name) {
     char *data = nullptr;
     if (!text || GENERAL_NAME_print(text.get(), const_cast<GENERAL_NAME *>(name)) != 1)
         return "(unprintable)";
-    const long length = BIO_get_mem_data(text.get(), &data);
+    long length = BIO_get_mem_data(text.get(), &data);
+    // OpenSSL 1.1.1 ends an IPv6 address with a line feed; 3 does not.
+    while (length > 0 && data[length - 1] == '\n') --length;
     return length > 0 ? std::string(data, static_cast<size_t>(length)) : std::string();
 }
 
