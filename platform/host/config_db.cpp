@@ -7,10 +7,12 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
+#include <unordered_map>
 #include <iterator>
 
 #include "sim_internal.h"
 #include "sim_store.h"
+#include "write_generation.h"
 
 // The process's handle. It stands for the calling thread's connection, so a
 // handle may be passed between threads and stays valid in a forked child.
@@ -62,15 +64,28 @@ extern "C" int32_t DB_Get(BMC_Db *pDb, uint32_t uiKey, uint32_t uiSize, void *pB
     if (auto fault = bmcsim::InjectedFault("DB_Get")) return static_cast<int32_t>(*fault);
     if (auto fault = bmcsim::InjectedFault("DB_Get", uiKey)) return static_cast<int32_t>(*fault);
     if (pDb == nullptr || pBuf == nullptr) return bmcsim::kFailSigned;
-    const bmcsim::ThreadUse use(kRecords);
-    if (!use) return bmcsim::kFailSigned;
-    StatementUse get(use, kGet);
-    (void)sqlite3_bind_int64(get.Get(), 1, uiKey);
-    if (sqlite3_step(get.Get()) != SQLITE_ROW) return bmcsim::kFailSigned;
-    const void *value = sqlite3_column_blob(get.Get(), 0);
-    if (sqlite3_column_bytes(get.Get(), 0) != static_cast<int64_t>(uiSize))
-        return bmcsim::kFailSigned;
-    if (uiSize > 0) std::memcpy(pBuf, value, uiSize);
+    // The generation is taken before the read, so that a write that
+    // commits during it makes what was read stale at once.
+    const uint64_t generation = bmcsim::WriteGeneration();
+    thread_local std::unordered_map<uint32_t, bmcsim::CachedRead> cache;
+    bmcsim::CachedRead &cached = cache[uiKey];
+    if (!cached.Serves(generation)) {
+        const bmcsim::ThreadUse use(kRecords);
+        if (!use) return bmcsim::kFailSigned;
+        StatementUse get(use, kGet);
+        (void)sqlite3_bind_int64(get.Get(), 1, uiKey);
+        const int rc = sqlite3_step(get.Get());
+        if (rc != SQLITE_ROW && rc != SQLITE_DONE) return bmcsim::kFailSigned; // not cached
+        cached.found = rc == SQLITE_ROW;
+        const auto *value = static_cast<const uint8_t *>(sqlite3_column_blob(get.Get(), 0));
+        cached.bytes.clear();
+        if (cached.found && value != nullptr)
+            cached.bytes.assign(value, value + sqlite3_column_bytes(get.Get(), 0));
+        cached.generation = generation;
+        cached.readAt = std::chrono::steady_clock::now();
+    }
+    if (!cached.found || cached.bytes.size() != uiSize) return bmcsim::kFailSigned;
+    if (uiSize > 0) std::memcpy(pBuf, cached.bytes.data(), uiSize);
     return 0;
 }
 

@@ -1,5 +1,7 @@
 #include "sim_store.h"
 
+#include "write_generation.h"
+
 #include <pthread.h>
 
 #include <array>
@@ -38,6 +40,21 @@ std::unique_ptr<Store> Store::Open() noexcept {
     sqlite3_busy_timeout(raw, kBusyWaitMs);
     if (!store->Exec("PRAGMA journal_mode=WAL") || !store->Exec("PRAGMA synchronous=FULL"))
         return nullptr;
+    // Every commit of every process bumps the write generation before and
+    // after (write_generation.h); the hook after a commit replaces SQLite's
+    // own automatic checkpoint, so it checkpoints as that one would.
+    (void)sqlite3_commit_hook(
+        raw, [](void *) { BumpWriteGeneration(); return 0; }, nullptr);
+    (void)sqlite3_wal_hook(
+        raw,
+        [](void *, sqlite3 *db, const char *name, int frames) {
+            BumpWriteGeneration();
+            if (frames >= 1000)
+                (void)sqlite3_wal_checkpoint_v2(db, name, SQLITE_CHECKPOINT_PASSIVE, nullptr,
+                                                nullptr);
+            return SQLITE_OK;
+        },
+        nullptr);
     return store;
 }
 

@@ -8,6 +8,7 @@
 #include <iterator>
 
 #include "user_store.h"
+#include "write_generation.h"
 
 namespace {
 
@@ -98,6 +99,15 @@ extern "C" int32_t LIB_USER_GetUserInfo(void *pUserInfoTable) {
         return static_cast<int32_t>(*fault);
     if (pUserInfoTable == nullptr) return bmcsim::kFailSigned;
     auto *table = static_cast<uint8_t *>(pUserInfoTable);
+    // The table as this thread read it last, while no write came since
+    // (write_generation.h); it holds the sealed passwords, as SQLite's own
+    // page cache does.
+    const uint64_t generation = bmcsim::WriteGeneration();
+    thread_local bmcsim::CachedRead cached;
+    if (cached.Serves(generation)) {
+        std::memcpy(table, cached.bytes.data(), BMC_USER_TABLE_SIZE);
+        return 0;
+    }
     const bmcsim::ThreadUse use(kUsers);
     if (!use) return bmcsim::kFailSigned;
     sqlite3_stmt *select = use.Statement(kSelectAll);
@@ -118,7 +128,13 @@ extern "C" int32_t LIB_USER_GetUserInfo(void *pUserInfoTable) {
             std::memcpy(record + BMC_USER_SECRET_OFFSET, sqlite3_column_blob(select, 3),
                         sizeof(bmcsim::SealedPassword));
     }
-    if (rc == SQLITE_DONE) return 0;
+    if (rc == SQLITE_DONE) {
+        cached.bytes.assign(table, table + BMC_USER_TABLE_SIZE);
+        cached.found = true;
+        cached.generation = generation;
+        cached.readAt = std::chrono::steady_clock::now();
+        return 0;
+    }
     OPENSSL_cleanse(table, BMC_USER_TABLE_SIZE);
     return bmcsim::kFailSigned;
 }
