@@ -6,6 +6,10 @@
 
 #include <openssl/pem.h>
 
+#include <deque>
+#include <mutex>
+#include <utility>
+
 namespace bmccert {
 
 UniqueFd OpenBounded(int directory, const char *name, size_t maxBytes) {
@@ -47,6 +51,29 @@ UniquePtr<X509> ParseCertificate(std::string_view bytes) {
         cert.reset(d2i_X509(nullptr, &cursor, static_cast<long>(bytes.size())));
     }
     ERR_clear_error();
+    return cert;
+}
+
+UniquePtr<X509> ReadCertificateFile(const UniqueFd &fd) {
+    FileIdentity identity;
+    if (!IdentityOf(fd, identity)) return nullptr;
+    constexpr size_t kKept = 64;
+    static std::mutex lock;
+    static std::deque<std::pair<FileIdentity, UniquePtr<X509>>> kept; // newest last
+    {
+        const std::lock_guard held(lock);
+        for (const auto &[known, cert] : kept)
+            if (known == identity) {
+                (void)X509_up_ref(cert.get());
+                return UniquePtr<X509>(cert.get());
+            }
+    }
+    UniquePtr<X509> cert = ParseCertificate(ReadAll(fd));
+    if (!cert) return nullptr;
+    const std::lock_guard held(lock);
+    if (kept.size() == kKept) kept.pop_front();
+    (void)X509_up_ref(cert.get());
+    kept.emplace_back(identity, UniquePtr<X509>(cert.get()));
     return cert;
 }
 

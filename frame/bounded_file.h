@@ -40,4 +40,11 @@ struct FileIdentity {
 // are passed over unread) or DER.
 [[nodiscard]] UniquePtr<X509> ParseCertificate(std::string_view bytes);
 
+// The first certificate of an open file, parsed once per version of the
+// file: OpenSSL 3 takes longer to decode a certificate's key than the rest
+// of a health check or a revocation check. A file is known again by its
+// identity (a replacement by rename is another inode, a rewrite another
+// size or time); the last 64 are kept.
+[[nodiscard]] UniquePtr<X509> ReadCertificateFile(const UniqueFd &fd);
+
 } // namespace bmccert

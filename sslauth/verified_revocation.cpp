@@ -4,9 +4,7 @@
 // failure policy.
 #include <openssl/x509v3.h>
 
-#include <map>
 #include <memory>
-#include <mutex>
 
 #include "frame/bounded_file.h"
 #include "frame/record_file_name.h"
@@ -132,41 +130,14 @@ uint32_t LoadTrustedRoot(uint32_t rootId, TrustedRoot &root) {
         return read;
     root.entry = roots->astRootCert[rootId - 1];
     if (root.entry.uiCertId != rootId) return SSL_AUTH_ERR_NO_ISSUER;
-    const UniqueFd file = OpenPlainFileIn(kRootCertDir, root.entry.szFileName);
-    FileIdentity identity;
-    if (!IdentityOf(file, identity)) return SSL_AUTH_ERR_NO_ISSUER;
-    // Reading a certificate costs more than the rest of a login's check:
-    // the root read last is kept while its file stays the same.
-    struct CachedRoot {
-        std::string name;
-        FileIdentity identity;
-        UniquePtr<X509> cert;
-    };
-    static std::mutex lock;
-    static std::map<uint32_t, CachedRoot> cache;
-    const std::string name(FieldView(root.entry.szFileName));
-    {
-        const std::lock_guard held(lock);
-        const auto found = cache.find(rootId);
-        if (found != cache.end() && found->second.name == name &&
-            found->second.identity == identity) {
-            (void)X509_up_ref(found->second.cert.get());
-            root.cert.reset(found->second.cert.get());
-            return SSLCERT_OK;
-        }
-    }
-    root.cert = ParseCertificate(ReadAll(file));
-    if (!root.cert) return SSL_AUTH_ERR_NO_ISSUER;
-    const std::lock_guard held(lock);
-    (void)X509_up_ref(root.cert.get());
-    cache[rootId] = CachedRoot{name, identity, UniquePtr<X509>(root.cert.get())};
-    return SSLCERT_OK;
+    root.cert = ReadCertificateFile(OpenPlainFileIn(kRootCertDir, root.entry.szFileName));
+    return root.cert ? SSLCERT_OK : SSL_AUTH_ERR_NO_ISSUER;
 }
 
 uint32_t CheckRevocationVerified(uint32_t certId, const CliCertInfo &record,
                                  const SSLRevocationPolicy &policy) {
     const UniquePtr<X509> cert =
-        ParseCertificate(ReadAll(OpenPlainFileIn(kClientCertDir, record.szFileName)));
+        ReadCertificateFile(OpenPlainFileIn(kClientCertDir, record.szFileName));
     TrustedRoot root;
     if (const uint32_t loaded = LoadTrustedRoot(record.uiRootCertId, root); loaded != SSLCERT_OK) {
         BMCCERT_DIAG(kLevelHandling, "ClientCert id=%u: its root id=%u cannot be read.\n", certId,

@@ -35,7 +35,7 @@ using namespace controller_paths;
 constexpr uint32_t kDefaultTimeoutMs = 2000;
 constexpr uint32_t kMaxTimeoutMs = 30000;
 UniquePtr<X509> ReadCertificate(int directory, const char *name) {
-    return ParseCertificate(ReadAll(OpenBounded(directory, name)));
+    return ReadCertificateFile(OpenBounded(directory, name));
 }
 
 UniquePtr<X509> ReadCertificate(const std::string &path) {
@@ -279,7 +279,7 @@ void CheckRecordFile(uint32_t kind, const char *subject, uint32_t id, const char
                          ", which is missing or not a plain file"});
         return;
     }
-    if (!ParseCertificate(ReadAll(fd)))
+    if (!ReadCertificateFile(fd))
         Add(record, {SSLCERT_EXT_SEVERITY_FAULT, kind, who,
                      "names " + std::string(directory) + ShownName(name) +
                          ", which holds no readable certificate"});
