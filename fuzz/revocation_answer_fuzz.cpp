@@ -1,8 +1,8 @@
 // What a responder or distribution point sends, as the revocation check
-// reads it: the HTTP answer, the OCSP answer to a fixed question, and a
-// revocation list for a fixed root. Refused or accepted, never a crash, a
-// leak or an accepted answer that a forger could make (no input can carry
-// the root's signature, so nothing here may pass as good).
+// reads it: the address a certificate names, the HTTP answer, the OCSP answer to a fixed question,
+// and a revocation list for a fixed root. Refused or accepted, never a crash, a leak or an accepted
+// answer that a forger could make (no input can carry the root's signature, so nothing here may
+// pass as good).
 #include <cstdint>
 #include <cstdlib>
 #include <string_view>
@@ -65,6 +65,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     case 0: {
         const auto answer = sslauth::ParseHttpAnswer(bytes, sslauth::kMaxOcspAnswerBytes);
         if (answer.body.size() > sslauth::kMaxOcspAnswerBytes) std::abort();
+        // The address a certificate names: never a host or path that could
+        // break the request line or add a header.
+        sslauth::HttpTarget target;
+        if (sslauth::ParseHttpUrl(bytes, sslauth::kMaxAddressLength, target) &&
+            (target.host.empty() ||
+             (target.host + target.path).find_first_of(" \r\n") != std::string::npos))
+            std::abort();
         break;
     }
     case 1: {

@@ -40,8 +40,8 @@ uint32_t CheckCrlTimes(const X509_CRL *crl, std::time_t now, const char **why) {
     return SSLCERT_OK;
 }
 
-uint32_t ReadRootCrl(std::string_view bytes, X509 *root, std::time_t now,
-                     UniquePtr<X509_CRL> &crl, const char **why) {
+uint32_t ReadRootCrl(std::string_view bytes, X509 *root, std::time_t now, UniquePtr<X509_CRL> &crl,
+                     const char **why) {
     if (bytes.size() > kMaxCrlBytes) return Refuse(SSLCERT_EXT_ERR_ANSWER_TOO_BIG, "too big", why);
     UniquePtr<X509_CRL> read = Parse(bytes);
     if (!read) return Refuse(SSLCERT_EXT_ERR_CRL_BAD, "not a revocation list", why);

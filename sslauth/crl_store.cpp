@@ -49,10 +49,10 @@ bool Install(const TrustedRoot &root, X509_CRL *crl) {
     const UniqueFd dir(::open(kRootCertDir, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     const std::string name = CrlFileName(root.entry), staging = name + ".new";
     (void)::unlinkat(dir.Get(), staging.c_str(), 0);
-    UniqueFd file(dir.Valid() ? ::openat(dir.Get(), staging.c_str(),
-                                         O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
-                                         kCrlMode)
-                              : -1);
+    UniqueFd file(dir.Valid()
+                      ? ::openat(dir.Get(), staging.c_str(),
+                                 O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kCrlMode)
+                      : -1);
     const bool written = file.Valid() && ::fchmod(file.Get(), kCrlMode) == 0 &&
                          WriteWhole(file.Get(), {data, static_cast<size_t>(length)}) &&
                          ::fsync(file.Get()) == 0 && file.Close();
@@ -87,9 +87,9 @@ bool FindDistributionPoint(uint32_t rootId, HttpTarget &target) {
                 const GENERAL_NAME *name = sk_GENERAL_NAME_value(names, j);
                 if (name->type != GEN_URI) continue;
                 const ASN1_IA5STRING *uri = name->d.uniformResourceIdentifier;
-                found = ParseHttpUrl({reinterpret_cast<const char *>(uri->data),
-                                      static_cast<size_t>(uri->length)},
-                                     kMaxAddressLength, target);
+                found = ParseHttpUrl(
+                    {reinterpret_cast<const char *>(uri->data), static_cast<size_t>(uri->length)},
+                    kMaxAddressLength, target);
             }
         }
         CRL_DIST_POINTS_free(points);
@@ -170,8 +170,8 @@ extern "C" uint32_t LIB_SECURITY_SSL_AddRootCRL(uint32_t uiRootCertId, const cha
     const uint32_t result =
         ReadRootCrl({pcCrl, uiLength}, root.cert.get(), std::time(nullptr), crl, &why);
     if (result != SSLCERT_OK) {
-        BMCCERT_DIAG(kLevelHandling, "Revocation list for root id=%u refused: %s.\n",
-                     uiRootCertId, why);
+        BMCCERT_DIAG(kLevelHandling, "Revocation list for root id=%u refused: %s.\n", uiRootCertId,
+                     why);
         return result;
     }
     return Install(root, crl.get()) ? SSLCERT_OK : SSLCERT_EXT_ERR_REVOCATION_SETTING;
@@ -193,7 +193,7 @@ extern "C" uint32_t LIB_SECURITY_SSL_FetchRootCRL(uint32_t uiRootCertId) {
                      : answer.outcome == HttpOutcome::kMalformed ? "not an HTTP answer"
                      : answer.outcome == HttpOutcome::kRefused   ? "HTTP status not 200"
                                                                  : "no answer");
-        return answer.outcome == HttpOutcome::kTooBig     ? SSLCERT_EXT_ERR_ANSWER_TOO_BIG
+        return answer.outcome == HttpOutcome::kTooBig      ? SSLCERT_EXT_ERR_ANSWER_TOO_BIG
                : answer.outcome == HttpOutcome::kMalformed ? SSLCERT_EXT_ERR_ANSWER_MALFORMED
                                                            : SSLCERT_EXT_ERR_UNREACHABLE;
     }
@@ -206,8 +206,7 @@ extern "C" uint32_t LIB_SECURITY_SSL_GetRevocationState(SSLRevocationState *pstS
     std::memset(pstState, 0, sizeof *pstState);
     pstState->stPolicy = LoadRevocationPolicy();
     auto roots = std::make_unique<RootCertList>();
-    if (const uint32_t read = LIB_SSL_GetRootCertList(roots.get()); read != SSLCERT_OK)
-        return read;
+    if (const uint32_t read = LIB_SSL_GetRootCertList(roots.get()); read != SSLCERT_OK) return read;
     for (uint32_t id = 1; id <= SSL_AUTH_MAX_CERTS; ++id) {
         if (roots->astRootCert[id - 1].uiCertId != id) continue;
         TrustedRoot root;

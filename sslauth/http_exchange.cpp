@@ -46,7 +46,8 @@ bool EqualsIgnoringCase(std::string_view a, std::string_view b) {
 }
 
 int MillisecondsLeft(Clock::time_point deadline) {
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
     return left.count() > 0 ? static_cast<int>(left.count()) : 0;
 }
 
@@ -69,8 +70,9 @@ UniqueFd Connect(const HttpTarget &target, Clock::time_point deadline) {
         return UniqueFd();
     // Only the first address: the deadline is the whole exchange's.
     UniqueFd fd(::socket(found->ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    const bool started = fd.Valid() && (::connect(fd.Get(), found->ai_addr, found->ai_addrlen) == 0 ||
-                                        errno == EINPROGRESS);
+    const bool started =
+        fd.Valid() &&
+        (::connect(fd.Get(), found->ai_addr, found->ai_addrlen) == 0 || errno == EINPROGRESS);
     ::freeaddrinfo(found);
     int error = 0;
     socklen_t length = sizeof error;
@@ -122,7 +124,8 @@ bool ParseHttpUrl(std::string_view url, size_t maxLength, HttpTarget &target) {
         if (close == std::string_view::npos) return false;
         target.host = std::string(authority.substr(1, close - 1));
         authority.remove_prefix(close + 1);
-        if (!authority.empty() && (authority.front() != ':' || !ParsePort(authority.substr(1), target.port)))
+        if (!authority.empty() &&
+            (authority.front() != ':' || !ParsePort(authority.substr(1), target.port)))
             return false;
     } else {
         const size_t colon = authority.find(':');
@@ -166,7 +169,8 @@ HttpAnswer ParseHttpAnswer(std::string_view raw, size_t maxBody) {
         if (EqualsIgnoringCase(name, "Transfer-Encoding")) return answer; // HTTP/1.0 asked
         if (EqualsIgnoringCase(name, "Content-Length")) {
             size_t given = 0;
-            const auto [at, bad] = std::from_chars(value.data(), value.data() + value.size(), given);
+            const auto [at, bad] =
+                std::from_chars(value.data(), value.data() + value.size(), given);
             if (bad != std::errc() || at != value.data() + value.size() ||
                 (lengthGiven && given != length))
                 return answer;

@@ -42,7 +42,6 @@ struct HttpAnswer {
 
 // POST (body non-empty) or GET; the answer parsed as above.
 [[nodiscard]] HttpAnswer HttpExchange(const HttpTarget &target, std::string_view contentType,
-                                      std::string_view body, size_t maxBody,
-                                      uint32_t timeoutMs);
+                                      std::string_view body, size_t maxBody, uint32_t timeoutMs);
 
 } // namespace bmccert::sslauth

@@ -46,8 +46,8 @@ uint32_t SignerFault(const char **why) {
         ERR_GET_REASON(error) == OCSP_R_MISSING_OCSPSIGNING_USAGE)
         return Refuse(SSLCERT_EXT_ERR_OCSP_SIGNER,
                       "its signer was not certified by the root for OCSP signing", why);
-    return Refuse(SSLCERT_EXT_ERR_OCSP_SIGNER,
-                  "its signer is neither the root nor certified by it", why);
+    return Refuse(SSLCERT_EXT_ERR_OCSP_SIGNER, "its signer is neither the root nor certified by it",
+                  why);
 }
 
 // thisUpdate not ahead of now by more than the skew, not older than the
@@ -82,7 +82,8 @@ std::string EncodeOcspRequest(OCSP_REQUEST *request) {
     unsigned char *der = nullptr;
     const int length = i2d_OCSP_REQUEST(request, &der);
     std::string encoded;
-    if (length > 0) encoded.assign(reinterpret_cast<const char *>(der), static_cast<size_t>(length));
+    if (length > 0)
+        encoded.assign(reinterpret_cast<const char *>(der), static_cast<size_t>(length));
     OPENSSL_free(der);
     return encoded;
 }

@@ -25,8 +25,7 @@ SSLRevocationPolicy LoadRevocationPolicy() {
                                kDefaultMaxAgeSeconds, kDefaultSkewSeconds};
     SSLRevocationPolicy stored{};
     BMC_Db *db = DB_GetCurrentDb();
-    if (db != nullptr &&
-        DB_Get(db, SSLCERT_EXT_REVOCATION_DB_KEY, sizeof stored, &stored) == 0) {
+    if (db != nullptr && DB_Get(db, SSLCERT_EXT_REVOCATION_DB_KEY, sizeof stored, &stored) == 0) {
         if (InRange(stored)) return stored;
         // A damaged record must not weaken the check below what was chosen:
         // the strictest verified method, refusing.
@@ -45,8 +44,9 @@ using namespace bmccert::sslauth;
 extern "C" uint32_t LIB_SECURITY_SSL_SetRevocationPolicy(const SSLRevocationPolicy *pstPolicy) {
     BMCCERT_CHECK_NULL(pstPolicy, SSLCERT_ERR_NULL_POINTER);
     if (!InRange(*pstPolicy)) {
-        BMCCERT_DIAG(kLevelHandling, "Revocation setting out of range: method %u, on failure %u, "
-                                     "max age %u s, clock skew %u s.\n",
+        BMCCERT_DIAG(kLevelHandling,
+                     "Revocation setting out of range: method %u, on failure %u, "
+                     "max age %u s, clock skew %u s.\n",
                      pstPolicy->uiMethod, pstPolicy->uiOnFailure, pstPolicy->uiMaxAgeSeconds,
                      pstPolicy->uiClockSkewSeconds);
         return SSLCERT_EXT_ERR_REVOCATION_SETTING;

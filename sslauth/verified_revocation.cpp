@@ -50,9 +50,9 @@ uint32_t AskOcsp(X509 *cert, const TrustedRoot &root, const SSLRevocationPolicy 
                  const char **why) {
     const UniquePtr<STACK_OF(OPENSSL_STRING)> addresses(X509_get1_ocsp(cert));
     HttpTarget target;
-    const char *address =
-        sk_OPENSSL_STRING_num(addresses.get()) > 0 ? sk_OPENSSL_STRING_value(addresses.get(), 0)
-                                                   : nullptr;
+    const char *address = sk_OPENSSL_STRING_num(addresses.get()) > 0
+                              ? sk_OPENSSL_STRING_value(addresses.get(), 0)
+                              : nullptr;
     if (address == nullptr || !ParseHttpUrl(address, kMaxAddressLength, target)) {
         *why = "the certificate names no http:// responder of at most 63 bytes";
         return SSLCERT_EXT_ERR_NO_RESPONDER;
@@ -67,8 +67,8 @@ uint32_t AskOcsp(X509 *cert, const TrustedRoot &root, const SSLRevocationPolicy 
                      kMaxOcspAnswerBytes, kRevocationTimeoutMs);
     switch (answer.outcome) {
     case HttpOutcome::kOk:
-        return VerifyOcspAnswer(answer.body, question, root.cert.get(), policy,
-                                std::time(nullptr), why);
+        return VerifyOcspAnswer(answer.body, question, root.cert.get(), policy, std::time(nullptr),
+                                why);
     case HttpOutcome::kTooBig:
         *why = "the answer is too big";
         return SSLCERT_EXT_ERR_ANSWER_TOO_BIG;
@@ -126,8 +126,7 @@ bool IsNoAnswer(uint32_t code) {
 uint32_t LoadTrustedRoot(uint32_t rootId, TrustedRoot &root) {
     if (IdOutOfRange(rootId, SSL_AUTH_MAX_CERTS)) return SSL_AUTH_ERR_NO_ISSUER;
     auto roots = std::make_unique<RootCertList>();
-    if (const uint32_t read = LIB_SSL_GetRootCertList(roots.get()); read != SSLCERT_OK)
-        return read;
+    if (const uint32_t read = LIB_SSL_GetRootCertList(roots.get()); read != SSLCERT_OK) return read;
     root.entry = roots->astRootCert[rootId - 1];
     if (root.entry.uiCertId != rootId) return SSL_AUTH_ERR_NO_ISSUER;
     root.cert = ReadCertificateFile(OpenPlainFileIn(kRootCertDir, root.entry.szFileName));

@@ -67,27 +67,72 @@ TEST_F(VerifiedRevocationTest, OnlyTheRootsAnswerAboutThisCertificateCounts) {
         uint32_t expected;
     } rows[] = {
         {"good", {{'V', "0ABCDE"}}, Signer::kDelegated, 0x0ABCDE, "", 0, 0},
-        {"revoked", {{'R', "0ABCDE"}}, Signer::kDelegated, 0x0ABCDE, "", 0, SSLCERT_EXT_ERR_REVOKED},
-        {"unknown", {{'V', "0ABCDF"}}, Signer::kDelegated, 0x0ABCDE, "", 0,
+        {"revoked",
+         {{'R', "0ABCDE"}},
+         Signer::kDelegated,
+         0x0ABCDE,
+         "",
+         0,
+         SSLCERT_EXT_ERR_REVOKED},
+        {"unknown",
+         {{'V', "0ABCDF"}},
+         Signer::kDelegated,
+         0x0ABCDE,
+         "",
+         0,
          SSLCERT_EXT_ERR_STATUS_UNKNOWN},
         // The forgery the published command lets through: "good" for a
         // revoked certificate from a key the root never certified.
-        {"rogue responder", {{'V', "0ABCDE"}}, Signer::kRogue, 0x0ABCDE, "", 0,
+        {"rogue responder",
+         {{'V', "0ABCDE"}},
+         Signer::kRogue,
+         0x0ABCDE,
+         "",
+         0,
          SSLCERT_EXT_ERR_OCSP_SIGNER},
-        {"signer without OCSP signing", {{'V', "0ABCDE"}}, Signer::kWithoutOcspSigning, 0x0ABCDE,
-         "", 0, SSLCERT_EXT_ERR_OCSP_SIGNER},
+        {"signer without OCSP signing",
+         {{'V', "0ABCDE"}},
+         Signer::kWithoutOcspSigning,
+         0x0ABCDE,
+         "",
+         0,
+         SSLCERT_EXT_ERR_OCSP_SIGNER},
         // A record that names another, good certificate.
-        {"another certificate", {{'V', "0ABCDF"}}, Signer::kDelegated, 0x0ABCDF, "", 0,
+        {"another certificate",
+         {{'V', "0ABCDF"}},
+         Signer::kDelegated,
+         0x0ABCDF,
+         "",
+         0,
          SSLCERT_EXT_ERR_CERT_NOT_RECORD},
-        {"https responder", {}, Signer::kDelegated, 0x0ABCDE, "https://127.0.0.1:1/", 0,
+        {"https responder",
+         {},
+         Signer::kDelegated,
+         0x0ABCDE,
+         "https://127.0.0.1:1/",
+         0,
          SSLCERT_EXT_ERR_NO_RESPONDER},
-        {"address too long", {}, Signer::kDelegated, 0x0ABCDE,
-         "http://127.0.0.1:1/aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa", 0,
+        {"address too long",
+         {},
+         Signer::kDelegated,
+         0x0ABCDE,
+         "http://127.0.0.1:1/aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa",
+         0,
          SSLCERT_EXT_ERR_NO_RESPONDER},
-        {"nobody listens", {}, Signer::kDelegated, 0x0ABCDE, "http://127.0.0.1:1/", 0,
+        {"nobody listens",
+         {},
+         Signer::kDelegated,
+         0x0ABCDE,
+         "http://127.0.0.1:1/",
+         0,
          SSLCERT_EXT_ERR_UNREACHABLE},
         {"nobody listens, allowed", {}, Signer::kDelegated, 0x0ABCDE, "http://127.0.0.1:1/", 1, 0},
-        {"revoked, allowed", {{'R', "0ABCDE"}}, Signer::kDelegated, 0x0ABCDE, "", 1,
+        {"revoked, allowed",
+         {{'R', "0ABCDE"}},
+         Signer::kDelegated,
+         0x0ABCDE,
+         "",
+         1,
          SSLCERT_EXT_ERR_REVOKED},
     };
     for (const Row &row : rows) {
@@ -143,12 +188,10 @@ TEST_F(VerifiedRevocationTest, ReplayedOrBrokenAnswersAreRefused) {
         EXPECT_EQ(LIB_SSL_CertRevokeCheck(1), row.expected);
     }
     // Out-of-range settings are refused and change nothing.
-    for (const SSLRevocationPolicy bad : {SSLRevocationPolicy{4, 0, 60, 0},
-                                          SSLRevocationPolicy{1, 2, 60, 0},
-                                          SSLRevocationPolicy{1, 0, 0, 0},
-                                          SSLRevocationPolicy{1, 0, 60, 3601}})
-        EXPECT_EQ(LIB_SECURITY_SSL_SetRevocationPolicy(&bad),
-                  SSLCERT_EXT_ERR_REVOCATION_SETTING);
+    for (const SSLRevocationPolicy bad :
+         {SSLRevocationPolicy{4, 0, 60, 0}, SSLRevocationPolicy{1, 2, 60, 0},
+          SSLRevocationPolicy{1, 0, 0, 0}, SSLRevocationPolicy{1, 0, 60, 3601}})
+        EXPECT_EQ(LIB_SECURITY_SSL_SetRevocationPolicy(&bad), SSLCERT_EXT_ERR_REVOCATION_SETTING);
     SSLRevocationState state{};
     ASSERT_EQ(LIB_SECURITY_SSL_GetRevocationState(&state), 0u);
     EXPECT_EQ(state.stPolicy.uiMaxAgeSeconds, 1u);
@@ -156,8 +199,8 @@ TEST_F(VerifiedRevocationTest, ReplayedOrBrokenAnswersAreRefused) {
 
 TEST_F(VerifiedRevocationTest, ListsAreTheRootsAndFresh) {
     const int64_t now = std::time(nullptr);
-    const std::string listsOther = MakeCrlPem(kRoot, KeyKind::Rsa2048, {0x0ABCDF}, now - kDay,
-                                              now + kDay);
+    const std::string listsOther =
+        MakeCrlPem(kRoot, KeyKind::Rsa2048, {0x0ABCDF}, now - kDay, now + kDay);
     struct Row {
         const char *name;
         std::string crl;
@@ -167,10 +210,11 @@ TEST_F(VerifiedRevocationTest, ListsAreTheRootsAndFresh) {
          SSLCERT_EXT_ERR_CRL_BAD},
         {"another key", MakeCrlPem(kRoot, KeyKind::Rsa1024, {}, now - kDay, now + kDay),
          SSLCERT_EXT_ERR_CRL_BAD},
-        {"another issuer", MakeCrlPem({{"CN", "Other CA"}}, KeyKind::Rsa2048, {}, now - kDay,
-                                      now + kDay),
+        {"another issuer",
+         MakeCrlPem({{"CN", "Other CA"}}, KeyKind::Rsa2048, {}, now - kDay, now + kDay),
          SSLCERT_EXT_ERR_CRL_BAD},
-        {"past its next update", MakeCrlPem(kRoot, KeyKind::Rsa2048, {}, now - 2 * kDay, now - kDay),
+        {"past its next update",
+         MakeCrlPem(kRoot, KeyKind::Rsa2048, {}, now - 2 * kDay, now - kDay),
          SSLCERT_EXT_ERR_CRL_STALE},
         {"the root's", listsOther, 0},
     };
@@ -189,9 +233,9 @@ TEST_F(VerifiedRevocationTest, ListsAreTheRootsAndFresh) {
     EXPECT_EQ(AddCrl("garbage"), SSLCERT_EXT_ERR_CRL_BAD);
     EXPECT_EQ(ReadFile(CrlPath()), listsOther);
 
-    ASSERT_EQ(AddCrl(MakeCrlPem(kRoot, KeyKind::Rsa2048, {0x0ABCDE, 0x0ABCDF}, now - kDay,
-                                now + kDay)),
-              0u);
+    ASSERT_EQ(
+        AddCrl(MakeCrlPem(kRoot, KeyKind::Rsa2048, {0x0ABCDE, 0x0ABCDF}, now - kDay, now + kDay)),
+        0u);
     EXPECT_EQ(LIB_SSL_CertRevokeCheck(1), SSLCERT_EXT_ERR_REVOKED);
     EXPECT_EQ(Login(), 0x18000E17u);
     SSLRevocationState state{};
@@ -216,9 +260,8 @@ TEST_F(VerifiedRevocationTest, ListsAreTheRootsAndFresh) {
     client.serial = 0x0ABCDE;
     const std::string fresh =
         MakeCrlPem(kRoot, KeyKind::Rsa2048, {0x0ABCDF}, now - kDay, now + 2 * kDay);
-    for (const auto &[body, expected] : {std::pair<std::string, uint32_t>{"garbage",
-                                                                          SSLCERT_EXT_ERR_CRL_BAD},
-                                         {fresh, 0}}) {
+    for (const auto &[body, expected] :
+         {std::pair<std::string, uint32_t>{"garbage", SSLCERT_EXT_ERR_CRL_BAD}, {fresh, 0}}) {
         const CannedServer point("HTTP/1.0 200 OK\r\nContent-Length: " +
                                  std::to_string(body.size()) + "\r\n\r\n" + body);
         client.crlUrl = point.Url() + "root.crl";
