@@ -19,6 +19,7 @@ uint64_t *SharedCounter() noexcept {
     static uint64_t *counter = nullptr;
     static std::once_flag once;
     std::call_once(once, [] {
+        if constexpr (!std::atomic_ref<uint64_t>::is_always_lock_free) return;
         if (!OnController() || !MakeDirs(BMCSIM_STATE_DIR)) return;
         const int fd = ::open(BMCSIM_CONFIG_DB "-generation", O_RDWR | O_CREAT | O_CLOEXEC, 0600);
         if (fd < 0) return;
@@ -27,11 +28,7 @@ uint64_t *SharedCounter() noexcept {
             mapped = ::mmap(nullptr, sizeof(uint64_t), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
         (void)::close(fd);
         if (mapped == MAP_FAILED) return;
-        auto *shared = static_cast<uint64_t *>(mapped);
-        if (std::atomic_ref<uint64_t>(*shared).is_lock_free())
-            counter = shared;
-        else
-            (void)::munmap(mapped, sizeof(uint64_t));
+        counter = static_cast<uint64_t *>(mapped);
     });
     return counter;
 }
