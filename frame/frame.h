@@ -16,6 +16,8 @@
 #include <openssl/bn.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
+#include <openssl/ocsp.h>
+#include <openssl/pkcs7.h>
 #include <openssl/ssl.h>
 #include <openssl/x509.h>
 
@@ -59,6 +61,11 @@ BMCCERT_OPENSSL_DELETER(BIGNUM, BN_free);
 BMCCERT_OPENSSL_DELETER(X509_STORE, X509_STORE_free);
 BMCCERT_OPENSSL_DELETER(X509_STORE_CTX, X509_STORE_CTX_free);
 BMCCERT_OPENSSL_DELETER(X509_CRL, X509_CRL_free);
+BMCCERT_OPENSSL_DELETER(PKCS7, PKCS7_free);
+BMCCERT_OPENSSL_DELETER(OCSP_REQUEST, OCSP_REQUEST_free);
+BMCCERT_OPENSSL_DELETER(OCSP_CERTID, OCSP_CERTID_free);
+BMCCERT_OPENSSL_DELETER(OCSP_RESPONSE, OCSP_RESPONSE_free);
+BMCCERT_OPENSSL_DELETER(OCSP_BASICRESP, OCSP_BASICRESP_free);
 #undef BMCCERT_OPENSSL_DELETER
 template <typename T> using UniquePtr = std::unique_ptr<T, OpenSslDeleter<T>>;
 

@@ -7,15 +7,9 @@
 #include "sslauth/revocation.h"
 
 namespace bmccert {
-template <> struct OpenSslDeleter<OCSP_RESPONSE> {
-    void operator()(OCSP_RESPONSE *response) const noexcept { OCSP_RESPONSE_free(response); }
-};
 // Holds the stack only: its certificates belong to others.
 template <> struct OpenSslDeleter<STACK_OF(X509)> {
     void operator()(STACK_OF(X509) * stack) const noexcept { sk_X509_free(stack); }
-};
-template <> struct OpenSslDeleter<OCSP_BASICRESP> {
-    void operator()(OCSP_BASICRESP *basic) const noexcept { OCSP_BASICRESP_free(basic); }
 };
 } // namespace bmccert
 

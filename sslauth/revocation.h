@@ -14,15 +14,6 @@
 #include "lib_security_sslcert_ext.h"
 #include "lib_ssl_auth.h"
 
-namespace bmccert {
-template <> struct OpenSslDeleter<OCSP_REQUEST> {
-    void operator()(OCSP_REQUEST *request) const noexcept { OCSP_REQUEST_free(request); }
-};
-template <> struct OpenSslDeleter<OCSP_CERTID> {
-    void operator()(OCSP_CERTID *id) const noexcept { OCSP_CERTID_free(id); }
-};
-} // namespace bmccert
-
 namespace bmccert::sslauth {
 
 // Sizes past which an answer is refused unread.

@@ -6,12 +6,6 @@
 #include <openssl/pem.h>
 #include <openssl/pkcs7.h>
 
-namespace bmccert {
-template <> struct OpenSslDeleter<PKCS7> {
-    void operator()(PKCS7 *bundle) const noexcept { PKCS7_free(bundle); }
-};
-} // namespace bmccert
-
 namespace bmccert::sslcert {
 namespace {
 

@@ -10,12 +10,6 @@
 #include "frame/cert_texts.h"
 #include "frame/frame.h"
 
-namespace bmccert {
-template <> struct OpenSslDeleter<PKCS7> {
-    void operator()(PKCS7 *bundle) const noexcept { PKCS7_free(bundle); }
-};
-} // namespace bmccert
-
 namespace bmccert::cli {
 namespace {
 
