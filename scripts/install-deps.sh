@@ -15,6 +15,7 @@ packages=(
   stunnel4 lighttpd lighttpd-mod-openssl
   clang libclang-rt-14-dev valgrind
   curl
+  libcurl4-openssl-dev libjansson-dev pebble uacme
 )
 for group in "$@"; do
   case $group in

@@ -30,5 +30,6 @@ set(OPENSSL_ROOT_DIR "$prefix/usr" CACHE PATH "")
 set(OPENSSL_INCLUDE_DIR "$prefix/usr/include" CACHE PATH "")
 set(OPENSSL_SSL_LIBRARY "$libdir/libssl.so" CACHE FILEPATH "")
 set(OPENSSL_CRYPTO_LIBRARY "$libdir/libcrypto.so" CACHE FILEPATH "")
+set(BMCCERT_ACME OFF CACHE BOOL "")
 CACHE
 echo "openssl11: $("$prefix/bin/openssl" version) in $prefix"
