@@ -245,6 +245,9 @@ constexpr std::array kCodes = {
     BMCCERT_CODE(SSLCERT_EXT_ERR_TASK_UNKNOWN, kUnchanged,
                  "no import task of that id was started by this process (or it ended more than "
                  "64 tasks ago)"),
+    BMCCERT_CODE(SSLCERT_EXT_ERR_CRL_NOT_SERVED, kChanged,
+                 "the revocation list is installed and checked at login, but the web server did "
+                 "not take it and still checks the previous one"),
     BMCCERT_CODE(SSLCERT_EXT_ERR_REVOKED, kUnchanged,
                  "the client certificate's issuer says it is revoked: the login is refused"),
     BMCCERT_CODE(SSLCERT_EXT_ERR_STATUS_UNKNOWN, kUnchanged,
@@ -350,6 +353,9 @@ constexpr std::array kAdvice = {
                  "Have the pinned CA sign the request, or pin the CA that did (bmccert ca pin)."},
     ResultAdvice{SSLCERT_EXT_ERR_INSTALL_PENDING,
                  "Run bmccert recover before anything else is installed."},
+    ResultAdvice{SSLCERT_EXT_ERR_CRL_NOT_SERVED,
+                 "Switch certificate authentication on again with the same root (bmccert auth "
+                 "on ROOT_ID); the web server then reads the list."},
     ResultAdvice{SSLCERT_EXT_ERR_RESTART,
                  "Restart stunnel.service; the new certificate serves once it runs."},
 };

@@ -74,6 +74,7 @@ extern "C" {
 #define SSLCERT_EXT_ERR_CRL_STALE        0x8A00004Du /* the list is past its next update, or not yet valid */
 #define SSLCERT_EXT_ERR_CRL_BAD          0x8A00004Eu /* a list that does not parse, is not the root's, or has too many entries */
 #define SSLCERT_EXT_ERR_REVOCATION_SETTING 0x8A00004Fu /* a value out of range, or the setting could not be stored */
+#define SSLCERT_EXT_ERR_CRL_NOT_SERVED   0x8A000050u /* the list is installed and checked at login, but the web server did not take it */
 
 /* Outcomes of LIB_SECURITY_SSL_RecoverInstallation. */
 #define SSLCERT_EXT_RECOVER_NONE      0u /* nothing was pending */

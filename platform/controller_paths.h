@@ -55,6 +55,9 @@ inline constexpr const char *kTunnelConfigDir = "/conf/adviserd";
 inline constexpr const char *kTunnelConfigPath = "/conf/adviserd/stunnel.conf";
 inline constexpr const char *kScratchConfigPath = "/conf/adviserd/tmp_stunnel.conf";
 inline constexpr const char *kWebServerConfigPath = "/conf/lighttpd/lighttpd.conf";
+// The revocation list of the active root, as the web server reads it
+// (ssl.verifyclient.ca-crl-file), beside its copy of that root.
+inline constexpr const char *kWebServerCrlPath = "/conf/certs/client/ca.crl";
 
 // Client-certificate authentication: trusted roots and client certificates.
 inline constexpr const char *kRootCertDir = "/conf/certs/root/";

@@ -66,6 +66,28 @@ bool Install(const TrustedRoot &root, X509_CRL *crl) {
     return true;
 }
 
+// The web server checks the active root's list from its own copy, which
+// the record owner makes when authentication is switched on: switching on
+// again with the same root hands it the new list and restarts it.
+constexpr uint32_t kWebServerWaitMs = 30000; // the owner restarts the web server before it answers
+
+uint32_t GiveWebServerList(uint32_t rootId) {
+    uint32_t activeId = 0;
+    if (LIB_SSL_IsEnableCertAuth() != 1 || LIB_SSL_GetActiveRootCertId(&activeId) != SSLCERT_OK ||
+        activeId != rootId)
+        return SSLCERT_OK;
+    auto request = ZeroedRecord<CertAuthStateReq>();
+    request.ucState = 1;
+    request.uiRootCertId = rootId;
+    const uint32_t result = CallOwner<OwnerCommand::SetAuthState>(request, kWebServerWaitMs);
+    if (result == 0) return SSLCERT_OK;
+    BMCCERT_DIAG(kLevelFailure,
+                 "Revocation list of root id=%u installed, but the web server did not take it, "
+                 "iRet=%d.\n",
+                 rootId, static_cast<int32_t>(result));
+    return SSLCERT_EXT_ERR_CRL_NOT_SERVED;
+}
+
 // The first http:// distribution point that a client certificate of the
 // root names.
 bool FindDistributionPoint(uint32_t rootId, HttpTarget &target) {
@@ -174,7 +196,8 @@ extern "C" uint32_t LIB_SECURITY_SSL_AddRootCRL(uint32_t uiRootCertId, const cha
                      why);
         return result;
     }
-    return Install(root, crl.get()) ? SSLCERT_OK : SSLCERT_EXT_ERR_REVOCATION_SETTING;
+    if (!Install(root, crl.get())) return SSLCERT_EXT_ERR_REVOCATION_SETTING;
+    return GiveWebServerList(uiRootCertId);
 }
 
 extern "C" uint32_t LIB_SECURITY_SSL_FetchRootCRL(uint32_t uiRootCertId) {

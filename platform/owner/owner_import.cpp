@@ -189,7 +189,9 @@ uint32_t ImportClient(Records &records, const CliCertImportReq &request, std::st
 
     const std::string target = kClientCertDir + name;
     // The web server's trusted authority may live beside the client files.
-    if (NameTaken(records.clients.astCliCert, name) || target == WebServerCaFile()) return kInUse;
+    if (NameTaken(records.clients.astCliCert, name) || target == WebServerCaFile() ||
+        target == kWebServerCrlPath)
+        return kInUse;
     CliCertInfo *entry = FirstFree(records.clients.astCliCert);
     if (entry == nullptr) return kListFull;
     if (!CopyFileAtomically(path, target)) return kPlatformFail;

@@ -30,8 +30,10 @@ namespace {
     // The web server trusts exactly this root from now on.
     const std::string caFile = WebServerCaFile();
     std::string rootBytes;
+    bool withList = false;
     if (caFile.empty() || !ReadRecordFile(kRootCertDir, root.szFileName, rootBytes) ||
-        !WriteFileAtomically(caFile, rootBytes) || !SetClientVerification(true))
+        !WriteFileAtomically(caFile, rootBytes) || !HandOverRootList(root, withList) ||
+        !SetClientVerification(true, withList))
         return kCaInstallFailed;
     for (RootCertInfo &entry : records.roots.astRootCert)
         entry.ucActive = &entry == &root ? 1 : 0;

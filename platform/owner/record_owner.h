@@ -29,6 +29,7 @@ inline constexpr uint32_t kCaInstallFailed = owner_protocol::kRefusedCaInstall;
 using controller_paths::kClientCertDir;
 using controller_paths::kRootCertDir;
 using controller_paths::kWebServerConfigPath;
+using controller_paths::kWebServerCrlPath;
 using owner_protocol::OwnerCommand;
 
 // True for an id of a list of the given length (ids 1..slots).
@@ -69,8 +70,12 @@ void ReportImportTask(bool root, const TaskHandle &task, bool imported) noexcept
 [[nodiscard]] bool WriteFileAtomically(const std::string &to, const std::string &bytes);
 
 // The web server asks clients for a certificate exactly while
-// authentication is on; false when its configuration cannot be changed.
-[[nodiscard]] bool SetClientVerification(bool on);
+// authentication is on, and checks the root's revocation list while it has
+// one; false when its configuration cannot be changed.
+[[nodiscard]] bool SetClientVerification(bool on, bool withList = false);
+// Gives the web server the revocation list installed beside the root, or
+// takes its list away when the root has none; withList says which.
+[[nodiscard]] bool HandOverRootList(const RootCertInfo &root, bool &withList);
 // Restarts the web server so that it reads its authority and configuration.
 void RestartWebServer();
 

@@ -120,6 +120,9 @@ $SERVER["socket"] == ":443" {
     # the handshake, so that the login pages can tell it why it is refused;
     # the presented certificate reaches them as SSL_CLIENT_CERT.
     ssl.ca-file = "/conf/certs/client/ca.pem"
+    # The active root's revocation list, given (and verification enforced)
+    # while that root has one.
+    #ssl.verifyclient.ca-crl-file = "/conf/certs/client/ca.crl"
     ssl.verifyclient.activate = "disable"
     ssl.verifyclient.enforce = "disable"
     ssl.verifyclient.depth = 3
