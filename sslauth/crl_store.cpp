@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <map>
 #include <memory>
@@ -47,8 +48,12 @@ bool Install(const TrustedRoot &root, X509_CRL *crl) {
         (length = BIO_get_mem_data(pem.get(), &data)) <= 0)
         return false;
     const UniqueFd dir(::open(kRootCertDir, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    const std::string name = CrlFileName(root.entry), staging = name + ".new";
-    (void)::unlinkat(dir.Get(), staging.c_str(), 0);
+    // A staging name of this call's own: two installations at once each
+    // complete, the later rename winning.
+    static std::atomic<uint32_t> calls{0};
+    const std::string name = CrlFileName(root.entry),
+                      staging = "." + name + "." + std::to_string(::getpid()) + "." +
+                                std::to_string(calls.fetch_add(1)) + ".new";
     UniqueFd file(dir.Valid()
                       ? ::openat(dir.Get(), staging.c_str(),
                                  O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kCrlMode)

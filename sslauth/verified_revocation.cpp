@@ -87,8 +87,15 @@ uint32_t AskOcsp(X509 *cert, const TrustedRoot &root, const SSLRevocationPolicy 
 
 uint32_t CheckCrl(X509 *cert, const TrustedRoot &root, const char **why) {
     UniquePtr<X509_CRL> crl;
-    if (const uint32_t loaded = LoadRootCrl(root, std::time(nullptr), crl, why); loaded != 0)
-        return loaded;
+    uint32_t loaded = LoadRootCrl(root, std::time(nullptr), crl, why);
+    if (loaded == SSLCERT_EXT_ERR_CRL_STALE) {
+        // Renewed from the distribution point before it is used; where it
+        // cannot be, the failure policy decides on the stale list.
+        const uint32_t fetched = LIB_SECURITY_SSL_FetchRootCRL(root.entry.uiCertId);
+        if (fetched == SSLCERT_OK || fetched == SSLCERT_EXT_ERR_CRL_NOT_SERVED)
+            loaded = LoadRootCrl(root, std::time(nullptr), crl, why);
+    }
+    if (loaded != 0) return loaded;
     // The list was verified against the root, and the certificate was
     // found signed by that same root: a lookup by serial is the whole
     // decision (what X509_V_FLAG_CRL_CHECK decides for this one-level

@@ -270,6 +270,18 @@ TEST_F(VerifiedRevocationTest, ListsAreTheRootsAndFresh) {
         EXPECT_EQ(LIB_SECURITY_SSL_FetchRootCRL(1), expected);
     }
     EXPECT_EQ(ReadFile(CrlPath()), fresh);
+
+    // A list past its next update is renewed before the login uses it.
+    WriteFile(CrlPath(), MakeCrlPem(kRoot, KeyKind::Rsa2048, {}, now - 2 * kDay, now - kDay));
+    const std::string renewed =
+        MakeCrlPem(kRoot, KeyKind::Rsa2048, {0x0ABCDE}, now - kDay, now + 2 * kDay);
+    const CannedServer point("HTTP/1.0 200 OK\r\nContent-Length: " +
+                             std::to_string(renewed.size()) + "\r\n\r\n" + renewed);
+    client.crlUrl = point.Url() + "root.crl";
+    WriteFile("/conf/certs/client/" + std::string(Clients().astCliCert[0].szFileName),
+              MakeCertPem(client));
+    EXPECT_EQ(LIB_SSL_CertRevokeCheck(1), SSLCERT_EXT_ERR_REVOKED);
+    EXPECT_EQ(ReadFile(CrlPath()), renewed);
 }
 
 } // namespace
