@@ -22,12 +22,12 @@ inline constexpr int kMaxRedirects = 3;
 
 enum class TransportError {
     kNone,
-    kBadUrl,          // not https, too long, malformed, or off the CA's origin
+    kBadUrl,          // not https, too long or malformed; refused before any connection
     kUnreachable,     // no address, no connection, a broken exchange
     kTimeout,         // connection or whole exchange past its time-out
     kTooBig,          // body or headers past their bound
     kRedirectLoop,    // more than kMaxRedirects hops, or back to a URL already seen
-    kOtherOrigin,     // a redirect to another scheme, host or port
+    kOtherOrigin,     // a request or a redirect off the directory's scheme, host or port
     kTlsVerifyFailed, // the CA's certificate not trusted or not for its name
 };
 
@@ -54,6 +54,8 @@ class HttpClient {
     [[nodiscard]] TransportError Head(std::string_view url, HttpResponse &response);
     // A JWS body, sent as application/jose+json; a redirect answer is
     // returned, not followed (the signature names the URL it was made for).
+    // GET and HEAD follow redirects on the origin; a 3xx without Location
+    // is returned as it came.
     [[nodiscard]] TransportError Post(std::string_view url, std::string_view jws, size_t maxBody,
                                       HttpResponse &response);
 

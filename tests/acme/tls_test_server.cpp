@@ -70,9 +70,9 @@ void TlsTestServer::Answer(int client) {
     std::string request;
     char buffer[4096];
     size_t headEnd = std::string::npos;
-    for (int read = 0; headEnd == std::string::npos || request.size() < headEnd + 4 +
-                                                          std::stoul("0" + HeaderValue(request, "Content-Length"));) {
-        read = SSL_read(ssl.get(), buffer, sizeof buffer);
+    while (headEnd == std::string::npos ||
+           request.size() < headEnd + 4 + std::stoul("0" + HeaderValue(request, "Content-Length"))) {
+        const int read = SSL_read(ssl.get(), buffer, sizeof buffer);
         if (read <= 0) return;
         request.append(buffer, static_cast<size_t>(read));
         headEnd = request.find("\r\n\r\n");
