@@ -183,6 +183,7 @@ TransportError HttpClient::Transfer(Method method, const std::string &url, std::
               curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, 0L) == CURLE_OK &&
               curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L) == CURLE_OK &&
               curl_easy_setopt(easy, CURLOPT_PROXY, settings_.proxy.c_str()) == CURLE_OK &&
+              curl_easy_setopt(easy, CURLOPT_NOPROXY, "") == CURLE_OK &&
               curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS,
                                std::min(settings_.connectTimeoutMs, timeoutMs)) == CURLE_OK &&
               curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, timeoutMs) == CURLE_OK &&

@@ -43,6 +43,7 @@ struct HttpSettings {
 };
 
 
+// One connection cache per client: a client serves one thread at a time.
 class HttpClient {
   public:
     explicit HttpClient(HttpSettings settings);
