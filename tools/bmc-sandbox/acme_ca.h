@@ -9,6 +9,7 @@
 #include <chrono>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace sandbox {
@@ -32,26 +33,24 @@ struct AcmePorts {
     int dns_management = 0;
 };
 
-// The files of the authority in the run directory.
-struct AcmeFiles {
-    static std::string dir();
-    static std::string tls_ca();   // authority of pebble's HTTPS listeners
-    static std::string tls_cert(); // their leaf, for localhost and 127.0.0.1
-    static std::string tls_key();
-    static std::string config();
-    static std::string root();    // pebble's issuing root, fetched at each start
-    static std::string eab_key(); // the MAC key of the first account, 0600
-};
+// The files of the authority, in the run directory.
+inline constexpr std::string_view kAcmeTlsCa = "tls-ca.pem";     // authority of its HTTPS listeners
+inline constexpr std::string_view kAcmeTlsCert = "tls-cert.pem"; // for localhost and 127.0.0.1
+inline constexpr std::string_view kAcmeTlsKey = "tls-key.pem";
+inline constexpr std::string_view kAcmeConfig = "pebble-config.json";
+inline constexpr std::string_view kAcmeRoot = "root.pem"; // its issuing root, fetched at each start
+inline constexpr std::string_view kAcmeEabKey = "eab-key"; // the first account's MAC key, 0600
+[[nodiscard]] std::string acme_file(std::string_view name);
 
 // Makes the authority and leaf of pebble's HTTPS listeners unless this run
 // already made them.
 [[nodiscard]] bool make_acme_tls(std::string &why);
 
-// pebble's configuration; with EAB also writes AcmeFiles::eab_key() and
+// pebble's configuration; with EAB also writes the kAcmeEabKey file and
 // sets EAB_KID to its key identifier.
-[[nodiscard]] std::optional<std::string>
-acme_ca_config(const AcmeOptions &options, const AcmePorts &ports, std::string &eab_kid,
-               std::string &why);
+[[nodiscard]] std::optional<std::string> acme_ca_config(const AcmeOptions &options,
+                                                        const AcmePorts &ports,
+                                                        std::string &eab_kid, std::string &why);
 
 [[nodiscard]] std::vector<std::string> acme_dns_argv(const std::string &program,
                                                      const AcmePorts &ports);
@@ -59,7 +58,7 @@ acme_ca_config(const AcmeOptions &options, const AcmePorts &ports, std::string &
                                                     const AcmePorts &ports);
 
 // Waits until pebble's directory answers, then stores its root in
-// AcmeFiles::root().
+// the kAcmeRoot file.
 [[nodiscard]] bool fetch_acme_root(const AcmePorts &ports,
                                    std::chrono::steady_clock::time_point deadline,
                                    std::string &why);

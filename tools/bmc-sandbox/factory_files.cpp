@@ -152,7 +152,7 @@ printf '%s\n' "$*" >> /var/lib/bmc-sim/services.log || exit 1
 run=/var/lib/bmc-sim/run
 [ -S "$run/control.sock" ] || exit 0
 case "$1 $2 $#" in
-restart*) shift; exec "$run/bmc-sandbox" --service-restart "$@" ;;
+"restart "*) shift; exec "$run/bmc-sandbox" --service-restart "$@" ;;
 "stop pebble.service 2"|"start pebble.service 2"|\
 "stop pebble-challtestsrv.service 2"|"start pebble-challtestsrv.service 2")
     exec "$run/bmc-sandbox" --service-"$1" "$2" ;;

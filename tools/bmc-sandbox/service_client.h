@@ -24,8 +24,7 @@ namespace sandbox {
 
 // One request over the control socket; false when the supervisor cannot
 // be reached or refuses, WHY then says why.
-[[nodiscard]] bool request_unit(const std::string &verb, const std::string &unit,
-                                std::string &why);
+[[nodiscard]] bool request_unit(const std::string &verb, const std::string &unit, std::string &why);
 
 } // namespace sandbox
 

@@ -172,7 +172,8 @@ std::optional<std::string> derive_tunnel_config(const std::string &controller_co
 
 std::optional<std::string>
 derive_web_config(const std::string &controller_config, const std::string &run_dir, int http_port,
-                  int https_port, const std::function<bool(const std::string &)> &file_exists, std::string &why) {
+                  int https_port, const std::function<bool(const std::string &)> &file_exists,
+                  std::string &why) {
     if (!usable_run_dir(run_dir, why)) {
         return std::nullopt;
     }

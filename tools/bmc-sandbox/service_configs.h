@@ -37,7 +37,8 @@ derive_tunnel_config(const std::string &controller_config, const std::string &ru
 // it, and a fresh controller has no client authority yet).
 [[nodiscard]] std::optional<std::string>
 derive_web_config(const std::string &controller_config, const std::string &run_dir, int http_port,
-                  int https_port, const std::function<bool(const std::string &)> &file_exists, std::string &why);
+                  int https_port, const std::function<bool(const std::string &)> &file_exists,
+                  std::string &why);
 
 } // namespace sandbox
 

@@ -178,9 +178,9 @@ bool Services::prepare(size_t unit, Launch &launch, std::string &why) {
         }
         launch.argv = acme_ca_argv(find_program("pebble"), ports);
         launch.ports = {ports.directory, ports.management};
-        const auto config = make_acme_tls(why) ? acme_ca_config(acme_, ports, eab_kid_, why)
-                                               : std::nullopt;
-        return config && write_file_atomic(AcmeFiles::config(), *config, 0644, why);
+        const auto config =
+            make_acme_tls(why) ? acme_ca_config(acme_, ports, eab_kid_, why) : std::nullopt;
+        return config && write_file_atomic(acme_file(kAcmeConfig), *config, 0644, why);
     }
     const std::string source(unit == kTunnel ? kTunnelControllerConfig : kWebControllerConfig);
     std::string controller;
@@ -215,8 +215,8 @@ bool Services::prepare(size_t unit, Launch &launch, std::string &why) {
             return false;
         }
         launch.ports = {http_port, https_port};
-        derived = derive_web_config(controller, std::string(kServicesRunDir), http_port,
-                                    https_port, path_exists, why);
+        derived = derive_web_config(controller, std::string(kServicesRunDir), http_port, https_port,
+                                    path_exists, why);
         config = run_path("lighttpd.conf");
         launch.argv = {find_program("lighttpd"), "-D", "-f", config};
     }
@@ -347,13 +347,13 @@ bool Services::write_env(std::string &why) const {
         text += "BMC_SIM_ACME_CHALLENGE_DIR=/" + std::string(kAcmeChallengeBelowRoot) + "\n" +
                 "BMC_SIM_ACME_DIRECTORY=https://127.0.0.1:" + port_of("acme") + "/dir\n" +
                 "BMC_SIM_ACME_MANAGEMENT=https://127.0.0.1:" + port_of("acme-management") + "\n" +
-                "BMC_SIM_ACME_ROOT=" + AcmeFiles::root() + "\n" +
-                "BMC_SIM_ACME_TLS_CA=" + AcmeFiles::tls_ca() + "\n" +
+                "BMC_SIM_ACME_ROOT=" + acme_file(kAcmeRoot) + "\n" +
+                "BMC_SIM_ACME_TLS_CA=" + acme_file(kAcmeTlsCa) + "\n" +
                 "BMC_SIM_ACME_DNS_MANAGEMENT=http://127.0.0.1:" + port_of("acme-dns-management") +
                 "\n";
         if (acme_.eab) {
             text += "BMC_SIM_ACME_EAB_KID=" + eab_kid_ + "\n" +
-                    "BMC_SIM_ACME_EAB_KEY_FILE=" + AcmeFiles::eab_key() + "\n";
+                    "BMC_SIM_ACME_EAB_KEY_FILE=" + acme_file(kAcmeEabKey) + "\n";
         }
     }
     return write_file_atomic(std::string(kServicesEnv), text, 0644, why);
