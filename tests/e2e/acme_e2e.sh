@@ -42,7 +42,10 @@ for path in / /index.html /login /.well-known/acme-challenge/ /.well-known/acme-
     /.well-known/acme-challenge/../../index.html; do
     check "plain HTTP $path is not found" test "$(http_status "$path")" = 404
 done
-rm -f "$challenges/Tok_en-1"
+ln -s /conf/certs/server/server.pem "$challenges/Linked"
+check "a link in the challenge directory is refused" \
+    test "$(http_status /.well-known/acme-challenge/Linked)" = 403
+rm -f "$challenges/Tok_en-1" "$challenges/Linked"
 
 # --- registration, issuance of the controller's request, installation
 check "uacme registers" acme new ops@example.org

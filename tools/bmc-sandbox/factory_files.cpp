@@ -111,8 +111,10 @@ mimetype.assign = (
 # Plain HTTP serves only the certificate authority's http-01 challenges:
 # the files the enrolment writes to /conf/acme/challenge, as they are.
 # Any other path is rewritten to a name no token can take (tokens have no
-# dot), so it is not found; the pages are served over HTTPS only.
+# dot), so it is not found; the pages are served over HTTPS only. A link
+# in the directory is refused, so that it cannot publish another file.
 $HTTP["scheme"] == "http" {
+    server.follow-symlink = "disable"
     url.rewrite-once = (
         "^(/\.well-known/acme-challenge/[A-Za-z0-9_-]+)(\?.*)?$" => "$1",
         "" => "/.well-known/acme-challenge/.none",
