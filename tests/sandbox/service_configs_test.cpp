@@ -46,14 +46,14 @@ const std::string kWeb = "server.port = 80\n"
                          "    ssl.verifyclient.activate = \"disable\"\n"
                          "}\n";
 
-TEST(WebConfig, OneLoopbackListenerAndNothingOutsideTheSandbox) {
+TEST(WebConfig, LoopbackListenersAndNothingOutsideTheSandbox) {
     std::string why;
     const auto out = sandbox::derive_web_config(
-        kWeb, kRun, 40003, [](const std::string &) { return true; }, why);
+        kWeb, kRun, 40004, 40003, [](const std::string &) { return true; }, why);
     ASSERT_TRUE(out) << why;
     for (const char *line :
-         {"server.bind = \"127.0.0.1\"", "$SERVER[\"socket\"] == \"127.0.0.1:40003\" {",
-          "# bmc-sandbox: server.port = 80",
+         {"server.bind = \"127.0.0.1\"", "server.port = 40004",
+          "$SERVER[\"socket\"] == \"127.0.0.1:40003\" {", "# bmc-sandbox: server.port = 80",
           "# bmc-sandbox: server.pid-file = \"/var/run/lighttpd.pid\"",
           "# bmc-sandbox: server.username = \"www\"",
           "server.errorlog = \"/var/lib/bmc-sim/run/lighttpd.log\"",

@@ -15,7 +15,7 @@
 namespace bmccert::health {
 namespace {
 
-// The controller's own form (port 80 redirecting, TLS on :443) is read
+// The controller's own form (plain HTTP on port 80, TLS on :443) is read
 // end to end against the sandbox's web server.
 TEST(ServicePorts, WebServerTakesTheListenerThatServesTls) {
     struct Row {

@@ -85,6 +85,8 @@ server.modules = (
     "mod_access",
     "mod_openssl",
     "mod_redirect",
+    "mod_rewrite",
+    "mod_alias",
     "mod_setenv",
     "mod_fastcgi",
 )
@@ -106,9 +108,18 @@ mimetype.assign = (
 #server.bind = "127.0.0.1"
 #debug.log-request-handling = "enable"
 
-# Plain HTTP only sends the browser on to HTTPS.
+# Plain HTTP serves only the certificate authority's http-01 challenges:
+# the files the enrolment writes to /conf/acme/challenge, as they are.
+# Any other path is rewritten to a name no token can take (tokens have no
+# dot), so it is not found; the pages are served over HTTPS only. A link
+# in the directory is refused, so that it cannot publish another file.
 $HTTP["scheme"] == "http" {
-    url.redirect = ( "" => "https://${url.authority}${url.path}${qsa}" )
+    server.follow-symlink = "disable"
+    url.rewrite-once = (
+        "^(/\.well-known/acme-challenge/[A-Za-z0-9_-]+)(\?.*)?$" => "$1",
+        "" => "/.well-known/acme-challenge/.none",
+    )
+    alias.url = ( "/.well-known/acme-challenge/" => "/conf/acme/challenge/" )
 }
 
 $SERVER["socket"] == ":443" {
@@ -139,14 +150,18 @@ std::string service_manager_script() {
 # asked to restart. Under `bmc-sandbox --services` (its control socket
 # exists) a restart also really restarts the services named, and fails
 # when one of them does not come back; otherwise nothing is started or
-# stopped.
+# stopped. Under --acme, stop and start of the test certificate
+# authority's units really stop and start them.
 [ "$#" -gt 0 ] || exit 0
 printf '%s\n' "$*" >> /var/lib/bmc-sim/services.log || exit 1
 run=/var/lib/bmc-sim/run
-if [ "$1" = restart ] && [ -S "$run/control.sock" ]; then
-    shift
-    exec "$run/bmc-sandbox" --service-restart "$@"
-fi
+[ -S "$run/control.sock" ] || exit 0
+case "$1 $2 $#" in
+"restart "*) shift; exec "$run/bmc-sandbox" --service-restart "$@" ;;
+"stop pebble.service 2"|"start pebble.service 2"|\
+"stop pebble-challtestsrv.service 2"|"start pebble-challtestsrv.service 2")
+    exec "$run/bmc-sandbox" --service-"$1" "$2" ;;
+esac
 exit 0
 )";
 }

@@ -40,6 +40,10 @@ inline constexpr std::array kRootEntries{
     kProvisionedMarker,       kRequestConfig,
 };
 
+// Where the enrolment writes the http-01 challenge files that the web
+// server's plain-HTTP listener serves (its factory configuration names it).
+inline constexpr std::string_view kAcmeChallengeBelowRoot = "conf/acme/challenge";
+
 // Paths inside the sandbox of the services that `--services` runs.
 inline constexpr std::string_view kTunnelControllerConfig = "/conf/adviserd/stunnel.conf";
 inline constexpr std::string_view kWebControllerConfig = "/conf/lighttpd/lighttpd.conf";
@@ -51,6 +55,9 @@ inline constexpr std::string_view kControlSocket = "/var/lib/bmc-sim/run/control
 // Link to this tool, which the sandbox's systemctl runs as
 // `bmc-sandbox --service-restart UNIT...`.
 inline constexpr std::string_view kToolLink = "/var/lib/bmc-sim/run/bmc-sandbox";
+// The test certificate authority of `--acme`: its TLS pair and
+// configuration, its issuing root, the external account MAC key.
+inline constexpr std::string_view kAcmeRunDir = "/var/lib/bmc-sim/run/acme";
 // Link to the login endpoint program (cert-login, built beside this tool),
 // which the web server runs for /login.
 inline constexpr std::string_view kLoginLink = "/var/lib/bmc-sim/run/cert-login";

@@ -13,6 +13,7 @@
 
 #include <unistd.h>
 
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -29,7 +30,8 @@ constexpr int kExitSandboxFailed = 125;
 constexpr int kExitCannotExecute = 127;
 
 constexpr std::string_view kUsage =
-    "usage: bmc-sandbox [--fresh] [--services] [--private-network] ROOT -- COMMAND [ARG...]\n"
+    "usage: bmc-sandbox [--fresh] [--services [--acme [--acme-eab] [--acme-validity SECONDS]]]\n"
+    "                   [--private-network] ROOT -- COMMAND [ARG...]\n"
     "\n"
     "Runs COMMAND in a private mount namespace in which ROOT/conf is /conf,\n"
     "ROOT/var/certs is /var/certs and ROOT/state is /var/lib/bmc-sim, with\n"
@@ -43,6 +45,14 @@ constexpr std::string_view kUsage =
     "              on free loopback ports written to\n"
     "              /var/lib/bmc-sim/services.env; systemctl restart UNIT then\n"
     "              really restarts them; they stop when COMMAND ends\n"
+    "  --acme      with --services: also run a test ACME certificate authority\n"
+    "              (pebble) that validates http-01 challenges against the web\n"
+    "              server's plain-HTTP port; its addresses and files are in\n"
+    "              services.env; systemctl stop|start pebble.service\n"
+    "  --acme-eab  accounts need an external account binding (the package's\n"
+    "              example MAC keys; the first is named in services.env)\n"
+    "  --acme-validity SECONDS\n"
+    "              lifetime of the certificates it issues\n"
     "  --private-network\n"
     "              run in a network namespace of its own whose only interface\n"
     "              is loopback (for servers that listen on every address)\n"
@@ -55,6 +65,7 @@ struct Arguments {
     bool fresh = false;
     bool services = false;
     bool private_network = false;
+    sandbox::AcmeOptions acme;
     std::string root;
     std::vector<std::string> command;
 };
@@ -65,8 +76,8 @@ void complain(std::string_view message) {
 
 [[nodiscard]] int usage_error(std::string_view message) {
     complain(message);
-    std::fputs("usage: bmc-sandbox [--fresh] [--services] [--private-network] ROOT -- COMMAND "
-               "[ARG...] (see --help)\n",
+    std::fputs("usage: bmc-sandbox [--fresh] [--services [--acme ...]] [--private-network] ROOT -- "
+               "COMMAND [ARG...] (see --help)\n",
                stderr);
     return kExitUsage;
 }
@@ -101,10 +112,39 @@ void complain(std::string_view message) {
         if (arg == "--private-network") {
             return usage_error("--private-network given twice");
         }
+        if (arg == "--acme" || arg == "--acme-eab") {
+            bool &flag = arg == "--acme" ? args.acme.enabled : args.acme.eab;
+            if (flag) {
+                return usage_error(std::string(arg) + " given twice");
+            }
+            flag = true;
+            continue;
+        }
+        if (arg == "--acme-validity") {
+            if (args.acme.validity_seconds) {
+                return usage_error("--acme-validity given twice");
+            }
+            const std::string_view value = i + 1 < argc ? argv[++i] : "";
+            long seconds = 0;
+            const auto [end, err] =
+                std::from_chars(value.data(), value.data() + value.size(), seconds);
+            if (err != std::errc() || end != value.data() + value.size() || seconds <= 0) {
+                return usage_error("--acme-validity needs a number of seconds above 0");
+            }
+            args.acme.validity_seconds = seconds;
+            continue;
+        }
         if (arg.starts_with("-")) {
             return usage_error("unknown option " + std::string(arg));
         }
         break;
+    }
+    if (args.acme.enabled && !args.services) {
+        return usage_error("--acme needs --services (the authority validates against the web "
+                           "server)");
+    }
+    if ((args.acme.eab || args.acme.validity_seconds) && !args.acme.enabled) {
+        return usage_error("--acme-eab and --acme-validity need --acme");
     }
     if (i >= argc) {
         return usage_error("missing ROOT");
@@ -184,7 +224,7 @@ void complain(std::string_view message) {
 
     sandbox::clear_stale_services();
     pid_t supervisor = -1;
-    if (args.services && !sandbox::start_supervisor(supervisor, why)) {
+    if (args.services && !sandbox::start_supervisor(args.acme, supervisor, why)) {
         complain("cannot start the services: " + why);
         return kExitSandboxFailed;
     }
@@ -205,8 +245,11 @@ void complain(std::string_view message) {
 
 int main(int argc, char **argv) {
     // Hidden: what the sandbox's systemctl runs under --services.
-    if (argc >= 2 && std::string_view(argv[1]) == "--service-restart") {
-        return sandbox::request_restarts(std::vector<std::string>(argv + 2, argv + argc));
+    for (const std::string_view verb : {"restart", "stop", "start"}) {
+        if (argc >= 2 && std::string_view(argv[1]) == "--service-" + std::string(verb)) {
+            return sandbox::request_units(std::string(verb),
+                                          std::vector<std::string>(argv + 2, argv + argc));
+        }
     }
     Arguments args;
     if (const auto done = parse(argc, argv, args)) {

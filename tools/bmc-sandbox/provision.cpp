@@ -22,6 +22,7 @@ constexpr std::array kFactoryDirs = {
     std::string_view{"conf/certs/server/user"},
     std::string_view{"conf/adviserd"},
     std::string_view{"conf/lighttpd"},
+    kAcmeChallengeBelowRoot,
     std::string_view{"var/certs"},
     std::string_view{"state"},
     kBinDir,
@@ -125,6 +126,12 @@ bool provision_if_needed(const std::string &root, std::string &why) {
         if (!make_dirs_below(root, dir, 0755, why)) {
             return false;
         }
+    }
+    // Served as it is to the certificate authority: readable by the web
+    // server whatever the umask.
+    if (::chmod(under(root, kAcmeChallengeBelowRoot).c_str(), 0755) != 0) {
+        why = errno_text("cannot set the mode of", under(root, kAcmeChallengeBelowRoot), errno);
+        return false;
     }
     for (const FactoryFile &file : kFactoryFiles) {
         if (!write_file_atomic(under(root, file.below_root), file.content(), file.mode, why)) {

@@ -47,7 +47,7 @@ UniqueFd connect_control(int &err) {
     return fd;
 }
 
-bool request_restart(const std::string &unit, std::string &why) {
+bool request_unit(const std::string &verb, const std::string &unit, std::string &why) {
     int err = 0;
     const UniqueFd fd = connect_control(err);
     if (!fd.Valid()) {
@@ -57,7 +57,7 @@ bool request_restart(const std::string &unit, std::string &why) {
     }
     const timeval timeout{kAnswerTimeoutSeconds, 0};
     ::setsockopt(fd.Get(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
-    if (!send_all(fd.Get(), "restart " + unit + "\n")) {
+    if (!send_all(fd.Get(), verb + " " + unit + "\n")) {
         why = std::string("cannot send the request: ") + std::strerror(errno);
         return false;
     }
@@ -88,9 +88,9 @@ bool request_restart(const std::string &unit, std::string &why) {
     return false;
 }
 
-int request_restarts(const std::vector<std::string> &units) {
+int request_units(const std::string &verb, const std::vector<std::string> &units) {
     if (units.empty()) {
-        std::fputs("systemctl: restart needs a unit name\n", stderr);
+        std::fprintf(stderr, "systemctl: %s needs a unit name\n", verb.c_str());
         return 1;
     }
     for (std::string unit : units) {
@@ -98,8 +98,8 @@ int request_restarts(const std::vector<std::string> &units) {
             unit += ".service"; // as systemctl does
         }
         std::string why;
-        if (!request_restart(unit, why)) {
-            std::fprintf(stderr, "systemctl: restart of %s failed: %s\n", unit.c_str(),
+        if (!request_unit(verb, unit, why)) {
+            std::fprintf(stderr, "systemctl: %s of %s failed: %s\n", verb.c_str(), unit.c_str(),
                          why.c_str());
             return 1;
         }

@@ -171,17 +171,18 @@ std::optional<std::string> derive_tunnel_config(const std::string &controller_co
 }
 
 std::optional<std::string>
-derive_web_config(const std::string &controller_config, const std::string &run_dir, int port,
-                  const std::function<bool(const std::string &)> &file_exists, std::string &why) {
+derive_web_config(const std::string &controller_config, const std::string &run_dir, int http_port,
+                  int https_port, const std::function<bool(const std::string &)> &file_exists,
+                  std::string &why) {
     if (!usable_run_dir(run_dir, why)) {
         return std::nullopt;
     }
-    const std::string address = "127.0.0.1:" + std::to_string(port);
+    const std::string address = "127.0.0.1:" + std::to_string(https_port);
     std::string out = "# Derived by bmc-sandbox from /conf/lighttpd/lighttpd.conf at the last\n"
                       "# (re)start of lighttpd.service; changes here are lost.\n"
                       "server.bind = \"127.0.0.1\"\n"
                       "server.port = " +
-                      std::to_string(port) +
+                      std::to_string(http_port) +
                       "\n"
                       "server.document-root = \"" +
                       run_dir +
@@ -222,7 +223,7 @@ derive_web_config(const std::string &controller_config, const std::string &run_d
     // The sandbox's own login endpoint, after the controller's module list
     // so that it adds to it.
     out += "\n# bmc-sandbox: login by client certificate at https://127.0.0.1:" +
-           std::to_string(port) +
+           std::to_string(https_port) +
            "/login\n"
            "server.modules += ( \"mod_alias\", \"mod_cgi\" )\n"
            "alias.url += ( \"/login\" => \"" +

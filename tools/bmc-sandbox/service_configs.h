@@ -28,15 +28,17 @@ namespace sandbox {
 derive_tunnel_config(const std::string &controller_config, const std::string &run_dir,
                      const std::map<std::string, int> &ports, std::string &why);
 
-// lighttpd configuration for the sandbox: one listener on 127.0.0.1:PORT
-// (the controller's ":443" socket block is moved there), error and access
+// lighttpd configuration for the sandbox: the controller's plain-HTTP
+// listener (port 80) on 127.0.0.1:HTTP_PORT and its ":443" socket block
+// moved to 127.0.0.1:HTTPS_PORT; error and access
 // logs and document root in RUN_DIR, pid file, user, group, chroot and
 // syslog dropped. An ssl.ca-file whose file does not exist is dropped when
 // client verification is not enabled (lighttpd refuses to start without
 // it, and a fresh controller has no client authority yet).
 [[nodiscard]] std::optional<std::string>
-derive_web_config(const std::string &controller_config, const std::string &run_dir, int port,
-                  const std::function<bool(const std::string &)> &file_exists, std::string &why);
+derive_web_config(const std::string &controller_config, const std::string &run_dir, int http_port,
+                  int https_port, const std::function<bool(const std::string &)> &file_exists,
+                  std::string &why);
 
 } // namespace sandbox
 

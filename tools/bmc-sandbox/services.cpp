@@ -32,16 +32,23 @@ constexpr auto kPollInterval = std::chrono::milliseconds(20);
 constexpr size_t kLogTail = 2000;
 constexpr size_t kLogTailLines = 8;
 
-// Positions in kUnits: the tunnel first, then the web server.
+// Positions in kUnits: the controller's tunnel and web server (1), then the
+// certificate authority's DNS server and the authority, which resolves
+// names through it.
 constexpr size_t kTunnel = 0;
+constexpr size_t kAcmeDns = 2;
+constexpr size_t kAcmeCa = 3;
+constexpr size_t kControllerUnits = 2;
 
 struct UnitInfo {
     std::string_view unit;
     std::string_view log_name;
 };
-constexpr std::array<UnitInfo, 2> kUnits{
+constexpr std::array<UnitInfo, 4> kUnits{
     UnitInfo{"stunnel.service", "stunnel.log"},
     UnitInfo{"lighttpd.service", "lighttpd.log"},
+    UnitInfo{"pebble-challtestsrv.service", "pebble-challtestsrv.log"},
+    UnitInfo{"pebble.service", "pebble.log"},
 };
 
 std::string run_path(std::string_view name) {
@@ -144,7 +151,37 @@ struct Services::Launch {
     std::vector<int> ports;
 };
 
+Services::Services(AcmeOptions acme)
+    : acme_(acme), unit_count_(acme.enabled ? kUnits.size() : kControllerUnits) {}
+
+bool Services::acme_ports(AcmePorts &ports, std::string &why) {
+    ports.directory = ports_.port_for("acme", why);
+    ports.management = ports_.port_for("acme-management", why);
+    ports.http = ports_.port_for("http", why);
+    ports.tls_alpn = ports_.port_for("acme-tls-alpn", why);
+    ports.dns = ports_.port_for("acme-dns", why);
+    ports.dns_management = ports_.port_for("acme-dns-management", why);
+    return ports.directory != 0 && ports.management != 0 && ports.http != 0 &&
+           ports.tls_alpn != 0 && ports.dns != 0 && ports.dns_management != 0;
+}
+
 bool Services::prepare(size_t unit, Launch &launch, std::string &why) {
+    if (unit == kAcmeDns || unit == kAcmeCa) {
+        AcmePorts ports;
+        if (!acme_ports(ports, why)) {
+            return false;
+        }
+        if (unit == kAcmeDns) {
+            launch.argv = acme_dns_argv(find_program("pebble-challtestsrv"), ports);
+            launch.ports = {ports.dns, ports.dns_management};
+            return true;
+        }
+        launch.argv = acme_ca_argv(find_program("pebble"), ports);
+        launch.ports = {ports.directory, ports.management};
+        const auto config =
+            make_acme_tls(why) ? acme_ca_config(acme_, ports, eab_kid_, why) : std::nullopt;
+        return config && write_file_atomic(acme_file(kAcmeConfig), *config, 0644, why);
+    }
     const std::string source(unit == kTunnel ? kTunnelControllerConfig : kWebControllerConfig);
     std::string controller;
     if (!read_file(source, controller, why)) {
@@ -172,13 +209,14 @@ bool Services::prepare(size_t unit, Launch &launch, std::string &why) {
         config = run_path("stunnel.conf");
         launch.argv = {find_program("stunnel"), config};
     } else {
-        const int port = ports_.port_for("https", why);
-        if (port == 0) {
+        const int http_port = ports_.port_for("http", why);
+        const int https_port = http_port == 0 ? 0 : ports_.port_for("https", why);
+        if (https_port == 0) {
             return false;
         }
-        launch.ports.push_back(port);
-        derived =
-            derive_web_config(controller, std::string(kServicesRunDir), port, path_exists, why);
+        launch.ports = {http_port, https_port};
+        derived = derive_web_config(controller, std::string(kServicesRunDir), http_port, https_port,
+                                    path_exists, why);
         config = run_path("lighttpd.conf");
         launch.argv = {find_program("lighttpd"), "-D", "-f", config};
     }
@@ -239,6 +277,17 @@ bool Services::start(size_t unit, std::string &why) {
         for (const int port : launch.ports) {
             listening = listening && loopback_port_listening(port);
         }
+        if (listening && unit == kAcmeCa) {
+            // Listening is not serving yet; and the root changes at every
+            // start.
+            AcmePorts ports;
+            if (acme_ports(ports, why) && fetch_acme_root(ports, deadline, why)) {
+                return true;
+            }
+            stop(unit);
+            why = name + ": " + why + log_since(log, st.st_size);
+            return false;
+        }
         if (listening) {
             return true;
         }
@@ -288,14 +337,30 @@ bool Services::write_env(std::string &why) const {
             text += env_name(std::string_view(name).substr(7)) + "=" + std::to_string(port) + "\n";
         }
     }
-    if (const auto it = ports.find("https"); it != ports.end()) {
-        text += "BMC_SIM_HTTPS_PORT=" + std::to_string(it->second) + "\n";
+    const auto port_of = [&ports](const std::string &name) {
+        const auto it = ports.find(name);
+        return it == ports.end() ? std::string("0") : std::to_string(it->second);
+    };
+    text += "BMC_SIM_HTTPS_PORT=" + port_of("https") + "\n";
+    text += "BMC_SIM_HTTP_PORT=" + port_of("http") + "\n";
+    if (acme_.enabled) {
+        text += "BMC_SIM_ACME_CHALLENGE_DIR=/" + std::string(kAcmeChallengeBelowRoot) + "\n" +
+                "BMC_SIM_ACME_DIRECTORY=https://127.0.0.1:" + port_of("acme") + "/dir\n" +
+                "BMC_SIM_ACME_MANAGEMENT=https://127.0.0.1:" + port_of("acme-management") + "\n" +
+                "BMC_SIM_ACME_ROOT=" + acme_file(kAcmeRoot) + "\n" +
+                "BMC_SIM_ACME_TLS_CA=" + acme_file(kAcmeTlsCa) + "\n" +
+                "BMC_SIM_ACME_DNS_MANAGEMENT=http://127.0.0.1:" + port_of("acme-dns-management") +
+                "\n";
+        if (acme_.eab) {
+            text += "BMC_SIM_ACME_EAB_KID=" + eab_kid_ + "\n" +
+                    "BMC_SIM_ACME_EAB_KEY_FILE=" + acme_file(kAcmeEabKey) + "\n";
+        }
     }
     return write_file_atomic(std::string(kServicesEnv), text, 0644, why);
 }
 
 bool Services::start_all(std::string &why) {
-    for (size_t unit = 0; unit < kUnits.size(); ++unit) {
+    for (size_t unit = 0; unit < unit_count_; ++unit) {
         if (!start(unit, why)) {
             stop_all();
             return false;
@@ -304,19 +369,46 @@ bool Services::start_all(std::string &why) {
     return write_env(why);
 }
 
-bool Services::restart(const std::string &unit, std::string &why) {
-    for (size_t i = 0; i < kUnits.size(); ++i) {
+std::optional<size_t> Services::find(const std::string &unit, bool acme_only,
+                                     std::string &why) const {
+    std::string known;
+    for (size_t i = acme_only ? kControllerUnits : 0; i < unit_count_; ++i) {
         if (kUnits[i].unit == unit) {
-            stop(i);
-            return start(i, why) && write_env(why);
+            return i;
         }
+        known += (known.empty() ? "" : ", ") + std::string(kUnits[i].unit);
     }
-    why = "Unit " + unit + " not found: a sandbox runs only stunnel.service and lighttpd.service";
-    return false;
+    why = "Unit " + unit + " not found: " +
+          (known.empty() ? std::string("this sandbox runs no certificate authority (--acme)")
+                         : "this sandbox " + std::string(acme_only ? "stops and starts" : "runs") +
+                               " only " + known);
+    return std::nullopt;
+}
+
+bool Services::restart(const std::string &unit, std::string &why) {
+    const auto i = find(unit, false, why);
+    if (!i) {
+        return false;
+    }
+    stop(*i);
+    return start(*i, why) && write_env(why);
+}
+
+bool Services::stop_unit(const std::string &unit, std::string &why) {
+    const auto i = find(unit, true, why);
+    if (i) {
+        stop(*i);
+    }
+    return i.has_value();
+}
+
+bool Services::start_unit(const std::string &unit, std::string &why) {
+    const auto i = find(unit, true, why);
+    return i && (pids_[*i] > 0 || (start(*i, why) && write_env(why)));
 }
 
 void Services::stop_all() {
-    for (size_t unit = 0; unit < kUnits.size(); ++unit) {
+    for (size_t unit = 0; unit < unit_count_; ++unit) {
         stop(unit);
     }
 }

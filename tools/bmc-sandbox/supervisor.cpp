@@ -98,7 +98,8 @@ void remove_published_files() {
     return fd;
 }
 
-// One request, "restart UNIT\n"; answers "ok\n" or "error WHY\n".
+// One request, "restart UNIT\n", "stop UNIT\n" or "start UNIT\n"; answers
+// "ok\n" or "error WHY\n".
 void serve_one(int listen_fd, Services &services) {
     const UniqueFd fd(::accept4(listen_fd, nullptr, nullptr, SOCK_CLOEXEC));
     if (!fd.Valid()) {
@@ -119,14 +120,25 @@ void serve_one(int listen_fd, Services &services) {
         request.append(buf, static_cast<size_t>(n));
     }
     const size_t end = request.find('\n');
-    constexpr std::string_view kVerb = "restart ";
-    if (end == std::string::npos || !request.starts_with(kVerb)) {
+    const size_t space = request.find(' ');
+    if (end == std::string::npos || space == std::string::npos || space > end) {
         answer(fd.Get(), "error malformed request\n");
         return;
     }
-    const std::string unit = request.substr(kVerb.size(), end - kVerb.size());
+    const std::string verb = request.substr(0, space);
+    const std::string unit = request.substr(space + 1, end - space - 1);
     std::string why;
-    answer(fd.Get(), services.restart(unit, why) ? "ok\n" : "error " + why + "\n");
+    bool done = false;
+    if (verb == "restart") {
+        done = services.restart(unit, why);
+    } else if (verb == "stop") {
+        done = services.stop_unit(unit, why);
+    } else if (verb == "start") {
+        done = services.start_unit(unit, why);
+    } else {
+        why = "malformed request";
+    }
+    answer(fd.Get(), done ? "ok\n" : "error " + why + "\n");
 }
 
 void reap_children(Services &services) {
@@ -142,8 +154,11 @@ void reap_children(Services &services) {
 
 // The supervisor's body; REPORT receives "ready\n" once the services
 // listen, or the reason they could not be started.
-[[nodiscard]] int supervise(int report) {
+[[nodiscard]] int supervise(const AcmeOptions &acme, int report) {
     ::signal(SIGPIPE, SIG_IGN);
+    // The authority validates every challenge for real, whatever the
+    // caller's environment says.
+    ::unsetenv("PEBBLE_VA_ALWAYS_VALID");
     sigset_t mask;
     ::sigemptyset(&mask);
     for (const int sig : {SIGCHLD, SIGTERM, SIGINT, SIGHUP}) {
@@ -153,7 +168,7 @@ void reap_children(Services &services) {
     const UniqueFd signals(::signalfd(-1, &mask, SFD_CLOEXEC));
 
     std::string why;
-    Services services;
+    Services services(acme);
     UniqueFd control;
     if (!signals.Valid()) {
         why = std::string("cannot create a signalfd: ") + std::strerror(errno);
@@ -197,7 +212,7 @@ void reap_children(Services &services) {
 
 } // namespace
 
-bool start_supervisor(pid_t &pid, std::string &why) {
+bool start_supervisor(const AcmeOptions &acme, pid_t &pid, std::string &why) {
     int fds[2];
     if (::pipe2(fds, O_CLOEXEC) != 0) {
         why =
@@ -216,7 +231,7 @@ bool start_supervisor(pid_t &pid, std::string &why) {
             ::_exit(1);
         }
         ::setsid();
-        ::_exit(supervise(report_write.Release()));
+        ::_exit(supervise(acme, report_write.Release()));
     }
     if (pid < 0) {
         why = std::string("cannot start the service supervisor: ") + std::strerror(errno);

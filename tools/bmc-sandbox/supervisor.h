@@ -12,15 +12,18 @@
 #ifndef BMC_SANDBOX_SUPERVISOR_H
 #define BMC_SANDBOX_SUPERVISOR_H
 
+#include "acme_ca.h"
+
 #include <sys/types.h>
 
 #include <string>
 
 namespace sandbox {
 
-// Starts the supervisor and returns once both services listen; PID is
-// then the supervisor's. Must be called inside the sandbox's namespace.
-[[nodiscard]] bool start_supervisor(pid_t &pid, std::string &why);
+// Starts the supervisor and returns once every service listens (the
+// certificate authority's too when ACME says so); PID is then the
+// supervisor's. Must be called inside the sandbox's namespace.
+[[nodiscard]] bool start_supervisor(const AcmeOptions &acme, pid_t &pid, std::string &why);
 
 // Stops the supervisor and, with it, the services.
 void stop_supervisor(pid_t pid);
