@@ -44,8 +44,8 @@ JsonRef PublicJwk(const EVP_PKEY *key) {
     const auto x = Coordinate(key, OSSL_PKEY_PARAM_EC_PUB_X);
     const auto y = Coordinate(key, OSSL_PKEY_PARAM_EC_PUB_Y);
     if (!x || !y) return nullptr;
-    return JsonRef(json_pack("{s:s, s:s, s:s, s:s}", "crv", "P-256", "kty", "EC", "x",
-                             x->c_str(), "y", y->c_str()));
+    return JsonRef(json_pack("{s:s, s:s, s:s, s:s}", "crv", "P-256", "kty", "EC", "x", x->c_str(),
+                             "y", y->c_str()));
 }
 
 std::optional<std::string> JwkThumbprint(const EVP_PKEY *key) {

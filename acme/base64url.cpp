@@ -5,8 +5,7 @@
 namespace bmccert::acme {
 namespace {
 
-constexpr char kUrlAlphabet[] =
-    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
+constexpr char kUrlAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
 
 enum class Alphabet { Url, Standard };
 enum class Padding { Refused, Optional, Required };
@@ -22,7 +21,8 @@ int SextetOf(char c, Alphabet alphabet) {
 
 std::optional<std::string> Decode(std::string_view text, Alphabet alphabet, Padding padding) {
     size_t padded = 0;
-    while (padded < text.size() && padded < 2 && text[text.size() - 1 - padded] == '=') ++padded;
+    while (padded < text.size() && padded < 2 && text[text.size() - 1 - padded] == '=')
+        ++padded;
     if (padded > 0 && padding == Padding::Refused) return std::nullopt;
     // A padded text is whole quartets; its padding fills exactly the last one.
     if ((padded > 0 || padding == Padding::Required) && text.size() % 4 != 0) return std::nullopt;

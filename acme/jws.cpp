@@ -76,7 +76,8 @@ JsonRef Flattened(const json_t *header, std::string_view payload, Sign sign) {
 }
 
 JsonRef FlattenedEs256(EVP_PKEY *key, const json_t *header, std::string_view payload) {
-    return Flattened(header, payload, [key](std::string_view input) { return SignEs256(key, input); });
+    return Flattened(header, payload,
+                     [key](std::string_view input) { return SignEs256(key, input); });
 }
 
 } // namespace
@@ -112,8 +113,8 @@ JsonRef ExternalAccountBinding(const EVP_PKEY *accountKey, std::string_view keyI
     const auto jwkText = jwk ? CompactText(jwk.get()) : std::nullopt;
     if (!jwkText) return nullptr;
     const JsonRef protectedHeader(json_pack("{s:s, s:s%, s:s%}", "alg", "HS256", "kid",
-                                            keyId.data(), keyId.size(), "url",
-                                            newAccountUrl.data(), newAccountUrl.size()));
+                                            keyId.data(), keyId.size(), "url", newAccountUrl.data(),
+                                            newAccountUrl.size()));
     if (!protectedHeader) return nullptr;
     return Flattened(protectedHeader.get(), *jwkText,
                      [macKey](std::string_view input) { return SignHs256(macKey, input); });
@@ -125,11 +126,10 @@ JsonRef KeyChangeInner(EVP_PKEY *newKey, const EVP_PKEY *oldKey, std::string_vie
     const JsonRef newJwk = PublicJwk(newKey);
     const JsonRef oldJwk = PublicJwk(oldKey);
     if (!newJwk || !oldJwk) return nullptr;
-    const JsonRef protectedHeader(json_pack("{s:s, s:O, s:s%}", "alg", "ES256", "jwk",
-                                            newJwk.get(), "url", keyChangeUrl.data(),
-                                            keyChangeUrl.size()));
-    const JsonRef payload(json_pack("{s:s%, s:O}", "account", accountUrl.data(),
-                                    accountUrl.size(), "oldKey", oldJwk.get()));
+    const JsonRef protectedHeader(json_pack("{s:s, s:O, s:s%}", "alg", "ES256", "jwk", newJwk.get(),
+                                            "url", keyChangeUrl.data(), keyChangeUrl.size()));
+    const JsonRef payload(json_pack("{s:s%, s:O}", "account", accountUrl.data(), accountUrl.size(),
+                                    "oldKey", oldJwk.get()));
     const auto payloadText = payload ? CompactText(payload.get()) : std::nullopt;
     if (!protectedHeader || !payloadText) return nullptr;
     return FlattenedEs256(newKey, protectedHeader.get(), *payloadText);

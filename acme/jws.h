@@ -22,9 +22,8 @@ struct RequestHeader {
 // text, signed with ACCOUNT_KEY (P-256). PAYLOAD is JSON text, or empty
 // for POST-as-GET. Nothing when the key is not P-256, the nonce is not
 // base64url, the URL is empty or signing fails.
-[[nodiscard]] std::optional<std::string> SignRequest(EVP_PKEY *accountKey,
-                                                     const RequestHeader &header,
-                                                     std::string_view payload);
+[[nodiscard]] std::optional<std::string>
+SignRequest(EVP_PKEY *accountKey, const RequestHeader &header, std::string_view payload);
 
 // The externalAccountBinding member of a newAccount payload: the account
 // key's JWK signed with HMAC-SHA256 under MAC_KEY (the decoded bytes) for

@@ -80,8 +80,8 @@ int64_t FailureBackoffSeconds(unsigned failures, double uniform) {
     if (failures == 0) return 0;
     const unsigned doublings = std::min(failures - 1, 5U);
     const int64_t full = std::min(kFirstBackoffSeconds << doublings, kMaxBackoffSeconds);
-    return full - static_cast<int64_t>(std::floor(static_cast<double>(full / 4) *
-                                                  UnitInterval(uniform)));
+    return full -
+           static_cast<int64_t>(std::floor(static_cast<double>(full / 4) * UnitInterval(uniform)));
 }
 
 } // namespace bmccert::acme

@@ -11,7 +11,8 @@ std::optional<double> UniformRandom() {
     unsigned char bytes[8] = {};
     if (RAND_bytes(bytes, sizeof bytes) != 1) return std::nullopt;
     uint64_t bits = 0;
-    for (unsigned char byte : bytes) bits = (bits << 8) | byte;
+    for (unsigned char byte : bytes)
+        bits = (bits << 8) | byte;
     return std::ldexp(static_cast<double>(bits >> 11), -53);
 }
 
