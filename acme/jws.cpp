@@ -13,6 +13,8 @@ namespace bmccert::acme {
 namespace {
 
 constexpr int kScalarBytes = 32;
+// HMAC takes the key's length as an int; no CA hands out a key near it.
+constexpr size_t kMaxMacKeyBytes = 4096;
 
 std::string_view Bytes(const unsigned char *data, size_t size) {
     return {reinterpret_cast<const char *>(data), size};
@@ -108,7 +110,8 @@ std::optional<std::string> SignRequest(EVP_PKEY *accountKey, const RequestHeader
 
 JsonRef ExternalAccountBinding(const EVP_PKEY *accountKey, std::string_view keyId,
                                std::string_view macKey, std::string_view newAccountUrl) {
-    if (keyId.empty() || macKey.empty() || newAccountUrl.empty()) return nullptr;
+    if (keyId.empty() || macKey.empty() || macKey.size() > kMaxMacKeyBytes || newAccountUrl.empty())
+        return nullptr;
     const JsonRef jwk = PublicJwk(accountKey);
     const auto jwkText = jwk ? CompactText(jwk.get()) : std::nullopt;
     if (!jwkText) return nullptr;

@@ -27,7 +27,8 @@ SignRequest(EVP_PKEY *accountKey, const RequestHeader &header, std::string_view 
 
 // The externalAccountBinding member of a newAccount payload: the account
 // key's JWK signed with HMAC-SHA256 under MAC_KEY (the decoded bytes) for
-// KEY_ID at NEW_ACCOUNT_URL. Empty when any of them is empty.
+// KEY_ID at NEW_ACCOUNT_URL. Empty when any of them is empty or the key
+// is longer than 4096 bytes.
 [[nodiscard]] JsonRef ExternalAccountBinding(const EVP_PKEY *accountKey, std::string_view keyId,
                                              std::string_view macKey,
                                              std::string_view newAccountUrl);
