@@ -14,6 +14,7 @@
 
 #include <openssl/bio.h>
 #include <openssl/bn.h>
+#include <openssl/ec.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/ocsp.h>
@@ -66,6 +67,7 @@ BMCCERT_OPENSSL_DELETER(OCSP_REQUEST, OCSP_REQUEST_free);
 BMCCERT_OPENSSL_DELETER(OCSP_CERTID, OCSP_CERTID_free);
 BMCCERT_OPENSSL_DELETER(OCSP_RESPONSE, OCSP_RESPONSE_free);
 BMCCERT_OPENSSL_DELETER(OCSP_BASICRESP, OCSP_BASICRESP_free);
+BMCCERT_OPENSSL_DELETER(ECDSA_SIG, ECDSA_SIG_free);
 #undef BMCCERT_OPENSSL_DELETER
 template <typename T> using UniquePtr = std::unique_ptr<T, OpenSslDeleter<T>>;
 

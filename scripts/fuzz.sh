@@ -25,7 +25,8 @@ targets=("$@")
 [ "${#targets[@]}" -gt 0 ] || targets=(dump_line_fuzz x509_extract_fuzz stunnel_rewrite_fuzz
                                          upload_chain_fuzz time_text_fuzz web_config_fuzz
                                          file_name_fuzz alt_name_fuzz signed_chain_fuzz
-                                         service_ports_fuzz revocation_answer_fuzz acme_json_fuzz)
+                                         service_ports_fuzz revocation_answer_fuzz acme_json_fuzz
+                                         acme_token_fuzz)
 cmake --build "$build" -j "$(nproc)" --target bmc-sandbox "${targets[@]}"
 
 export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
