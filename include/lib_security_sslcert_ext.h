@@ -76,6 +76,21 @@ extern "C" {
 #define SSLCERT_EXT_ERR_REVOCATION_SETTING 0x8A00004Fu /* a value out of range, or the setting could not be stored */
 #define SSLCERT_EXT_ERR_CRL_NOT_SERVED   0x8A000050u /* the list is installed and checked at login, but the web server did not take it */
 
+/* ACME enrolment (BMCCERT_1.2). The certificate in force stays served on
+ * every one of them. */
+#define SSLCERT_EXT_ERR_ACME_SETTING     0x8A000060u /* a setting out of range, not https, not ending in its field, or not stored */
+#define SSLCERT_EXT_ERR_ACME_NO_ACCOUNT  0x8A000061u /* no account registered, or it was deactivated */
+#define SSLCERT_EXT_ERR_ACME_UNREACHABLE 0x8A000062u /* the CA did not answer: no connection, time-out, TLS not verified */
+#define SSLCERT_EXT_ERR_ACME_MALFORMED   0x8A000063u /* an answer that is not what it should be, too big, or on another origin */
+#define SSLCERT_EXT_ERR_ACME_REFUSED     0x8A000064u /* the CA refused the request (its problem document) */
+#define SSLCERT_EXT_ERR_ACME_BINDING     0x8A000065u /* the external account binding is required, or refused */
+#define SSLCERT_EXT_ERR_ACME_RATE_LIMIT  0x8A000066u /* the CA's rate limit: try after its Retry-After */
+#define SSLCERT_EXT_ERR_ACME_CHALLENGE   0x8A000067u /* the CA could not validate a name (challenge invalid) */
+#define SSLCERT_EXT_ERR_ACME_ORDER       0x8A000068u /* the order turned invalid, or did not complete in time */
+#define SSLCERT_EXT_ERR_ACME_TOKEN       0x8A000069u /* a challenge token that is not base64url: no file written */
+#define SSLCERT_EXT_ERR_ACME_BUSY        0x8A00006Au /* another enrolment or account change runs */
+#define SSLCERT_EXT_ERR_ACME_KEY         0x8A00006Bu /* the account key could not be made, stored or read */
+
 /* Outcomes of LIB_SECURITY_SSL_RecoverInstallation. */
 #define SSLCERT_EXT_RECOVER_NONE      0u /* nothing was pending */
 #define SSLCERT_EXT_RECOVER_NEW_SET   1u /* the interrupted installation's new set is in force */
@@ -690,6 +705,145 @@ BMCCERT_API uint32_t LIB_SECURITY_SSL_AddRootCRL(uint32_t uiRootCertId, const ch
  * does. Results: those of LIB_SECURITY_SSL_AddRootCRL;
  * SSLCERT_EXT_ERR_NO_RESPONDER, _UNREACHABLE. */
 BMCCERT_API uint32_t LIB_SECURITY_SSL_FetchRootCRL(uint32_t uiRootCertId);
+
+/* ---- ACME enrolment and renewal (BMCCERT_1.2) ---------------------------- */
+/*
+ * The controller enrols its server certificate with a CA that speaks ACME
+ * (RFC 8555) and renews it unattended; its keys never leave it. The
+ * settings map one to one to a management schema's automatic certificate
+ * enrolment: ServerURI, Enabled, VerifyCertificate, RenewBeforeExpiryDays,
+ * ACME Email, EABKeyId, EABKey (write only: see
+ * LIB_SECURITY_SSL_AcmeSetEnrollment), ChallengeType, the GenerateCSR
+ * parameters (stRequest, the request record above), the enrolled
+ * certificate (the server certificate in force) and the enrolment state
+ * (SSLAcmeStatus: last operation, its time and result).
+ *
+ * Texts end inside their fields (refused otherwise, never cut).
+ * szServerUri is the directory's https:// URL; szEmail an address without
+ * "mailto:" (empty: no contact); szEabKeyId empty without a binding.
+ * ucChallengeType SSLCERT_EXT_ACME_HTTP01 (answered by the controller's web
+ * server under /.well-known/acme-challenge/ over plain HTTP); _DNS01 is
+ * refused with SSLCERT_EXT_ERR_ACME_SETTING (the controller cannot publish
+ * DNS records). uiRenewBeforeExpiryDays 0: renew inside the CA's suggested
+ * window, else when a third of the lifetime remains, each shifted at
+ * random so that controllers issued together renew apart; 1 to 3650: that
+ * many days before expiry (shifted by up to a tenth of the lifetime).
+ * uiWarnDaysLeft (0: 14): a failed renewal raises a diagnostic event once
+ * fewer days remain.
+ */
+#define SSLCERT_EXT_ACME_HTTP01 1u
+#define SSLCERT_EXT_ACME_DNS01  2u
+#define SSLCERT_EXT_ACME_URL_SIZE 256u
+#define SSLCERT_EXT_ACME_TEXT_SIZE 128u
+
+typedef struct SSLAcmeEnrollment_s {
+    char szServerUri[SSLCERT_EXT_ACME_URL_SIZE];
+    char szEmail[SSLCERT_EXT_ACME_TEXT_SIZE];
+    char szEabKeyId[SSLCERT_EXT_ACME_TEXT_SIZE];
+    uint8_t ucEnabled;           /* 1: LIB_SECURITY_SSL_AcmeRenewIfDue renews */
+    uint8_t ucVerifyCertificate; /* 1: the CA's HTTPS certificate is verified */
+    uint8_t ucAgreeToTerms;      /* 1: the CA's terms of service are agreed to */
+    uint8_t ucChallengeType;
+    uint32_t uiRenewBeforeExpiryDays;
+    uint32_t uiWarnDaysLeft;
+    uint32_t uiReserved;         /* zero */
+    SSLCertRequest stRequest;
+} SSLAcmeEnrollment;
+BMCCERT_LAYOUT_ASSERT(AcmeEnrollment_email, offsetof(SSLAcmeEnrollment, szEmail) == 256);
+BMCCERT_LAYOUT_ASSERT(AcmeEnrollment_flags, offsetof(SSLAcmeEnrollment, ucEnabled) == 512);
+BMCCERT_LAYOUT_ASSERT(AcmeEnrollment_days, offsetof(SSLAcmeEnrollment, uiRenewBeforeExpiryDays) == 516);
+BMCCERT_LAYOUT_ASSERT(AcmeEnrollment_request, offsetof(SSLAcmeEnrollment, stRequest) == 528);
+BMCCERT_LAYOUT_ASSERT(AcmeEnrollment_size, sizeof(SSLAcmeEnrollment) == 5296);
+
+#define SSLCERT_EXT_ACME_ACCOUNT_NONE        0u
+#define SSLCERT_EXT_ACME_ACCOUNT_VALID       1u
+#define SSLCERT_EXT_ACME_ACCOUNT_DEACTIVATED 2u
+#define SSLCERT_EXT_ACME_OP_NONE       0u
+#define SSLCERT_EXT_ACME_OP_REGISTER   1u
+#define SSLCERT_EXT_ACME_OP_ENROLL     2u
+#define SSLCERT_EXT_ACME_OP_RENEW      3u
+#define SSLCERT_EXT_ACME_OP_DEACTIVATE 4u
+#define SSLCERT_EXT_ACME_OP_ROLL_KEY   5u
+
+/* The account and the enrolment state; times in seconds since 1970 UTC. */
+typedef struct SSLAcmeStatus_s {
+    char szAccountUrl[SSLCERT_EXT_ACME_URL_SIZE]; /* "" while none is registered */
+    char szKeyThumbprint[48];  /* the account key's RFC 7638 thumbprint, base64url */
+    uint8_t ucAccountState;    /* SSLCERT_EXT_ACME_ACCOUNT_* */
+    uint8_t ucHasEabKey;       /* a MAC key waits for the registration */
+    uint8_t ucHasServerCa;     /* the CA's HTTPS is verified against a stored root */
+    uint8_t ucReserved;
+    uint32_t uiLastOperation;  /* SSLCERT_EXT_ACME_OP_* */
+    uint32_t uiLastResult;     /* its result code */
+    uint32_t uiFailures;       /* failed renewals since the last success */
+    int64_t llLastOperationTime;
+    int64_t llNextRenewal;     /* when renewal is due (0: no certificate the CA issued) */
+    int64_t llNextAttempt;     /* no attempt before (the back-off after failures) */
+    char szOrderUrl[SSLCERT_EXT_ACME_URL_SIZE]; /* the order in flight, or "" */
+} SSLAcmeStatus;
+BMCCERT_LAYOUT_ASSERT(AcmeStatus_state, offsetof(SSLAcmeStatus, ucAccountState) == 304);
+BMCCERT_LAYOUT_ASSERT(AcmeStatus_op, offsetof(SSLAcmeStatus, uiLastOperation) == 308);
+BMCCERT_LAYOUT_ASSERT(AcmeStatus_time, offsetof(SSLAcmeStatus, llLastOperationTime) == 320);
+BMCCERT_LAYOUT_ASSERT(AcmeStatus_order, offsetof(SSLAcmeStatus, szOrderUrl) == 344);
+BMCCERT_LAYOUT_ASSERT(AcmeStatus_size, sizeof(SSLAcmeStatus) == 600);
+
+/* Where the settings and the state are stored in the configuration database. */
+#define SSLCERT_EXT_ACME_SETTINGS_DB_KEY 0x22110300u
+#define SSLCERT_EXT_ACME_STATUS_DB_KEY   0x22110301u
+
+/*
+ * Stores the settings. pcEabMacKey (NULL: keep the stored one; "": none)
+ * is the binding's MAC key, base64url or standard Base64: kept 0600 under
+ * /conf/acme until the account is registered, then deleted; never
+ * returned, logged or shown. pcServerCaPem (NULL: keep; "": none, the
+ * system's roots) is the root that the CA's HTTPS certificate must chain
+ * to. Results: 0; SSLCERT_EXT_ERR_ACME_SETTING; SSLCERT_EXT_ERR_BAD_SUBJECT,
+ * _BAD_ALT_NAME, _BAD_KEY_TYPE (the request); SSLCERT_ERR_NULL_POINTER.
+ */
+BMCCERT_API uint32_t LIB_SECURITY_SSL_AcmeSetEnrollment(const SSLAcmeEnrollment *pstSettings,
+                                                        const char *pcEabMacKey,
+                                                        const char *pcServerCaPem);
+/* The settings (zeroed while none are stored) and the state. Results: 0;
+ * SSLCERT_ERR_NULL_POINTER (either). */
+BMCCERT_API uint32_t LIB_SECURITY_SSL_AcmeGetEnrollment(SSLAcmeEnrollment *pstSettings,
+                                                        SSLAcmeStatus *pstStatus);
+/*
+ * Registers an account with the directory of the settings: a new EC P-256
+ * account key is born on the controller (0600, /conf/acme/account.key),
+ * the contact and the agreement sent, and the external account binding
+ * (HS256 over the account key) when a key identifier is set. An account
+ * already valid at that CA is kept. Results: 0 and the ACME codes.
+ */
+BMCCERT_API uint32_t LIB_SECURITY_SSL_AcmeRegister(void);
+/* Deactivates the account at the CA; the key is deleted. Results: 0 and the ACME codes. */
+BMCCERT_API uint32_t LIB_SECURITY_SSL_AcmeDeactivate(void);
+/* Rolls the account over to a new key (RFC 8555 key change); the old key
+ * stays in force when the CA refuses. Results: 0 and the ACME codes. */
+BMCCERT_API uint32_t LIB_SECURITY_SSL_AcmeRollKey(void);
+/*
+ * Enrols: a task of the task service ("ACME enrolment task") whose thread
+ * orders a certificate for the request's alternative names (DNS names and
+ * IP addresses), answers each http-01 challenge (the key authorisation
+ * written 0644 under /conf/acme/challenge/ before the challenge is
+ * answered, removed afterwards), finalises with the request of a key born
+ * for this order (the pending key, as LIB_SECURITY_SSL_GenerateCSR), and
+ * installs the chain through LIB_SECURITY_SSL_ImportSignedCertPem (its
+ * checks, operation log and restarts). pstTask is filled and the call
+ * returns 0 at once; LIB_SECURITY_SSL_WaitImportTask waits for its end,
+ * with the enrolment's result. Results: 0; SSLCERT_EXT_ERR_ACME_SETTING
+ * (no settings), _NO_ACCOUNT, _BUSY, SSLCERT_EXT_ERR_TASK;
+ * SSLCERT_ERR_NULL_POINTER.
+ */
+BMCCERT_API uint32_t LIB_SECURITY_SSL_AcmeEnroll(const LogOrigin *pstLogOrigin,
+                                                 TaskHandle *pstTask);
+/*
+ * What a timer runs: when enrolment is enabled and the certificate in
+ * force is due for renewal (see SSLAcmeEnrollment) and no back-off holds,
+ * starts LIB_SECURITY_SSL_AcmeEnroll and sets *pucStarted to 1; otherwise
+ * 0 with *pucStarted 0. Results: those of LIB_SECURITY_SSL_AcmeEnroll.
+ */
+BMCCERT_API uint32_t LIB_SECURITY_SSL_AcmeRenewIfDue(const LogOrigin *pstLogOrigin,
+                                                     TaskHandle *pstTask, uint8_t *pucStarted);
 
 #ifdef __cplusplus
 }

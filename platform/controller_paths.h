@@ -59,6 +59,17 @@ inline constexpr const char *kWebServerConfigPath = "/conf/lighttpd/lighttpd.con
 // (ssl.verifyclient.ca-crl-file), beside its copy of that root.
 inline constexpr const char *kWebServerCrlPath = "/conf/certs/client/ca.crl";
 
+// ACME enrolment: the account key (0600), the binding's MAC key until the
+// account is registered (0600), the root the CA's HTTPS must chain to, the
+// http-01 key authorisations the web server serves, and the lock of one
+// enrolment or account change at a time.
+inline constexpr const char *kAcmeDir = "/conf/acme";
+inline constexpr const char *kAcmeAccountKeyPath = "/conf/acme/account.key";
+inline constexpr const char *kAcmeMacKeyPath = "/conf/acme/eab.key";
+inline constexpr const char *kAcmeServerCaPath = "/conf/acme/server-ca.pem";
+inline constexpr const char *kAcmeChallengeDir = "/conf/acme/challenge";
+inline constexpr const char *kAcmeLockPath = "/conf/acme/.lock";
+
 // Client-certificate authentication: trusted roots and client certificates.
 inline constexpr const char *kRootCertDir = "/conf/certs/root/";
 inline constexpr const char *kClientCertDir = "/conf/certs/client/";

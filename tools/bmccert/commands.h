@@ -2,6 +2,8 @@
 // every one returns the exit status of the tool.
 #pragma once
 
+#include <CLI/CLI.hpp>
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -42,6 +44,18 @@ namespace bmccert::cli {
 [[nodiscard]] int RunDropCsr();
 // Installs a CA's answer to the pending request as a task and follows it.
 [[nodiscard]] int RunInstallSigned(const std::string &certPath, bool json);
+// The request of the options, or the exit status of their refusal (asked
+// of the library once, so that the diagnostic is written once).
+[[nodiscard]] std::optional<int> BuildRequest(const GenerateOptions &subject, const KeyType &key,
+                                              const AltNameOptions &names, bool selfSigned,
+                                              SSLCertRequest &request);
+// An ACME order for the request of the options, stored as the enrolment's
+// request (enable: renewed by `acme renew --if-due` from then on), followed
+// to its installation.
+[[nodiscard]] int RunAcmeOrder(const GenerateOptions &subject, const KeyType &key,
+                               const AltNameOptions &names, bool enable, bool json);
+// `acme register|status|deactivate|roll-key|renew`; main adds `order`.
+CLI::App *AddAcmeCommands(CLI::App &app, int &status, bool &json);
 // Checks a CA's answer without installing it.
 [[nodiscard]] int RunCheckSigned(const std::string &certPath, bool json);
 // A self-signed certificate of the key type with names, installed, and the

@@ -35,6 +35,16 @@ RefusedField NameRequestField(const SSLCertRequest &request, uint32_t field) {
                          "and '-', none starting or ending with '-' (a leading '*.' is allowed)"};
 }
 
+// The refusal of a CA's answer with what the tool can tell of its leaf:
+// its dates and the controller's clock, or its key.
+int ReportAnswerRefusal(const std::string &path, uint32_t code) {
+    std::string answer;
+    const std::string details = ReadCertFile(path, answer) ? RefusalDetails(answer, code) : "";
+    return ReportFailure("signed certificate refused: " + ResultMeaning(code) + details, code);
+}
+
+} // namespace
+
 // The request, or the refusal of an option that does not fit its field
 // (with the code the library gives such a field) or that breaks the
 // library's rules, asked once before the call, so that a refused field is
@@ -55,15 +65,6 @@ std::optional<int> BuildRequest(const GenerateOptions &subject, const KeyType &k
     return std::nullopt;
 }
 
-// The refusal of a CA's answer with what the tool can tell of its leaf:
-// its dates and the controller's clock, or its key.
-int ReportAnswerRefusal(const std::string &path, uint32_t code) {
-    std::string answer;
-    const std::string details = ReadCertFile(path, answer) ? RefusalDetails(answer, code) : "";
-    return ReportFailure("signed certificate refused: " + ResultMeaning(code) + details, code);
-}
-
-} // namespace
 
 int RunCheckSigned(const std::string &certPath, bool json) {
     std::string answer;

@@ -233,6 +233,32 @@ int main(int argc, char **argv) {
         ->required();
     AddCaCommands(app, status);
     AddRevocationCommands(app, status);
+    CLI::App *acme = AddAcmeCommands(app, status, json);
+    GenerateOptions orderSubject;
+    std::string orderKey = "p256";
+    AltNameOptions orderNames;
+    bool orderEnable = false;
+    std::vector<CLI::Option *> orderSubjectOptions;
+    CLI::App *order = commands.Add(*acme, "order",
+                                   "Order a certificate for these names from the CA and install it",
+                                   [&]() -> int {
+                                       if (const auto missing = MissingOption(orderSubjectOptions)) {
+                                           std::fprintf(stderr, "bmccert: acme order: %s is required\n",
+                                                        missing->c_str());
+                                           return kExitUsage;
+                                       }
+                                       return RunAcmeOrder(orderSubject,
+                                                           ParseKeyType(orderKey).value_or(KeyType{}),
+                                                           orderNames, orderEnable, json);
+                                   });
+    order->option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+    orderSubjectOptions = AddSubjectOptions(*order, orderSubject);
+    order->add_option("--key", orderKey, "Key type: " + std::string(kKeyTypeNames))
+        ->check(KeyTypeValidator())
+        ->capture_default_str();
+    AddNameOptions(*order, orderNames);
+    order->add_flag("--enable", orderEnable, "Renew it when due (acme renew --if-due)");
+    commands.AddJsonFlag(*order);
 
     commands.AddJson(app, "verify",
                      "Verify the generated temporary certificate (/var/certs/TmpCertGen.pem)",
