@@ -7,9 +7,10 @@
 namespace bmccert::acme {
 namespace {
 
-// A fresh nonce after a refused one, twice more: pebble refuses a share of
-// good nonces on purpose, and so may a CA under load.
-constexpr int kNonceAttempts = 3;
+// The refusal's own nonce for the next try, up to ten tries: a CA may
+// refuse good nonces (pebble refuses a set share on purpose), and a
+// request of an order must not fail on that alone.
+constexpr int kNonceAttempts = 10;
 
 } // namespace
 
