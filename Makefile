@@ -29,7 +29,7 @@ test: build
 	cd $(BUILD_DIR) && ctest --output-on-failure -j 2
 
 demo: build
-	$(BUILD_DIR)/bin/bmc-sandbox --fresh --services --private-network $(DEMO_ROOT) -- bash scripts/demo.sh $(CURDIR)/$(BUILD_DIR)/bin/bmccert
+	PEBBLE_VA_NOSLEEP=1 $(BUILD_DIR)/bin/bmc-sandbox --fresh --services --private-network --acme $(DEMO_ROOT) -- bash scripts/demo.sh $(CURDIR)/$(BUILD_DIR)/bin/bmccert
 
 bench: build
 	cmake --build $(BUILD_DIR) --target bench

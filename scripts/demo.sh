@@ -159,3 +159,28 @@ printf '\n$ openssl s_client -connect 127.0.0.1:%s -verify_hostname bmc-07.examp
 verified=$(openssl s_client -connect "127.0.0.1:$BMC_SIM_TUNNEL_PORT" -verify_return_error \
     -verify_hostname bmc-07.example.org -CAfile ca.pem </dev/null 2>&1 || true)
 grep -E '^(subject|issuer)=|^Verify return code' <<<"$verified"
+
+# --- Enrolment with an ACME CA -----------------------------------------------------------------
+# pebble, started by the sandbox, validates the names over plain HTTP
+# against the controller's web server; the account's key and the
+# certificate's key are born on the controller; the timer's renewal says
+# "not due" until a third of the lifetime remains.
+echo
+echo "(enrolment with an ACME CA: pebble in the sandbox)"
+step acme register --directory "$BMC_SIM_ACME_DIRECTORY" --email ops@bmc-07.example.org \
+    --agree-tos --ca-file "$BMC_SIM_ACME_TLS_CA"
+step acme order --cn bmc-07.example.org --org 'Example Works, Inc.' --ou Platform \
+    --locality 'Old Town' --state North --country DE --email ops@bmc-07.example.org \
+    --dns bmc-07.example.org --ip 127.0.0.1 --enable
+step acme renew --if-due
+step acme status
+printf '\n$ openssl s_client -connect 127.0.0.1:%s -verify_hostname bmc-07.example.org -CAfile pebble-root.pem\n' \
+    "$BMC_SIM_HTTPS_PORT"
+for _ in $(seq 50); do
+    verified=$(openssl s_client -connect "127.0.0.1:$BMC_SIM_HTTPS_PORT" -verify_return_error \
+        -verify_hostname bmc-07.example.org -CAfile "$BMC_SIM_ACME_ROOT" </dev/null 2>&1 || true)
+    grep -q '^Verify return code: 0' <<<"$verified" && break
+    sleep 0.2
+done
+grep -E '^(subject|issuer)=|^Verify return code' <<<"$verified"
+grep -q '^Verify return code: 0' <<<"$verified"
