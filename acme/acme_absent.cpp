@@ -27,9 +27,15 @@ extern "C" uint32_t LIB_SECURITY_SSL_AcmeGetEnrollment(SSLAcmeEnrollment *pstSet
     *pstStatus = {};
     return Absent();
 }
-extern "C" uint32_t LIB_SECURITY_SSL_AcmeRegister(void) { return Absent(); }
-extern "C" uint32_t LIB_SECURITY_SSL_AcmeDeactivate(void) { return Absent(); }
-extern "C" uint32_t LIB_SECURITY_SSL_AcmeRollKey(void) { return Absent(); }
+extern "C" uint32_t LIB_SECURITY_SSL_AcmeRegister(void) {
+    return Absent();
+}
+extern "C" uint32_t LIB_SECURITY_SSL_AcmeDeactivate(void) {
+    return Absent();
+}
+extern "C" uint32_t LIB_SECURITY_SSL_AcmeRollKey(void) {
+    return Absent();
+}
 extern "C" uint32_t LIB_SECURITY_SSL_AcmeEnroll(const LogOrigin *, TaskHandle *) {
     return Absent();
 }

@@ -41,8 +41,8 @@ uint32_t Finish(SSLAcmeStatus &status, uint32_t operation, uint32_t result) {
                               json_boolean(settings.ucAgreeToTerms == 1));
     if (settings.szEmail[0] != '\0') {
         JsonRef contact(json_array());
-        (void)json_array_append_new(contact.get(),
-                                    json_string((std::string("mailto:") + settings.szEmail).c_str()));
+        (void)json_array_append_new(
+            contact.get(), json_string((std::string("mailto:") + settings.szEmail).c_str()));
         (void)json_object_set(payload.get(), "contact", contact.get());
     }
     if (settings.szEabKeyId[0] == '\0') {
@@ -56,9 +56,9 @@ uint32_t Finish(SSLAcmeStatus &status, uint32_t operation, uint32_t result) {
     std::optional<std::string> text = ReadSmallFile(kAcmeMacKeyPath, kMaxMacKeyText);
     std::optional<std::string> mac = text ? DecodeMacKey(*text) : std::nullopt;
     if (text) OPENSSL_cleanse(text->data(), text->size());
-    JsonRef binding = mac ? ExternalAccountBinding(key, settings.szEabKeyId, *mac,
-                                                   directory.newAccount)
-                          : nullptr;
+    JsonRef binding =
+        mac ? ExternalAccountBinding(key, settings.szEabKeyId, *mac, directory.newAccount)
+            : nullptr;
     if (mac) OPENSSL_cleanse(mac->data(), mac->size());
     if (!binding) {
         BMCCERT_DIAG(kLevelHandling, "ACME:no usable MAC key for the external account binding.\n");
@@ -140,9 +140,9 @@ uint32_t RollKey(SSLAcmeStatus &status) {
         opened != SSLCERT_OK)
         return opened;
     UniquePtr<EVP_PKEY> next = GenerateAccountKey();
-    const JsonRef inner = next ? KeyChangeInner(next.get(), key.get(), status.szAccountUrl,
-                                                session->Dir().keyChange)
-                               : nullptr;
+    const JsonRef inner =
+        next ? KeyChangeInner(next.get(), key.get(), status.szAccountUrl, session->Dir().keyChange)
+             : nullptr;
     const std::optional<std::string> text = inner ? CompactText(inner.get()) : std::nullopt;
     if (!text) return SSLCERT_EXT_ERR_ACME_KEY;
     HttpResponse response;
@@ -160,8 +160,7 @@ uint32_t RollKey(SSLAcmeStatus &status) {
     return SSLCERT_OK;
 }
 
-template <typename Operation>
-uint32_t UnderLock(uint32_t operation, Operation run) {
+template <typename Operation> uint32_t UnderLock(uint32_t operation, Operation run) {
     const AcmeLock lock;
     if (!lock.Held()) return SSLCERT_EXT_ERR_ACME_BUSY;
     SSLAcmeStatus status = LoadStatus();

@@ -70,10 +70,9 @@ void LogOperation(const LogOrigin &origin, bool done, uint32_t result) {
                         done ? "Enrolled the SSL certificate with the ACME CA successfully."
                              : "Failed to enrol the SSL certificate with the ACME CA (0x%08X).",
                         result);
-    (void)OPERATELOG_AddLogComm(origin.uiInterface, done ? 0 : 1, text,
-                                FieldText(origin.szUserName).c_str(),
-                                FieldText(origin.szClientAddr).c_str(), __LINE__,
-                                SSLCERT_OPERATE_LOG_CLASS);
+    (void)OPERATELOG_AddLogComm(
+        origin.uiInterface, done ? 0 : 1, text, FieldText(origin.szUserName).c_str(),
+        FieldText(origin.szClientAddr).c_str(), __LINE__, SSLCERT_OPERATE_LOG_CLASS);
 }
 
 // After a failure: backed off, and loud once the certificate runs short.
@@ -83,7 +82,8 @@ void RecordFailure(const SSLAcmeEnrollment &settings, SSLAcmeStatus &status) {
     status.llNextAttempt =
         now + FailureBackoffSeconds(status.uiFailures, UniformRandom().value_or(0.5));
     Validity validity;
-    const uint32_t warnDays = settings.uiWarnDaysLeft == 0 ? kDefaultWarnDays : settings.uiWarnDaysLeft;
+    const uint32_t warnDays =
+        settings.uiWarnDaysLeft == 0 ? kDefaultWarnDays : settings.uiWarnDaysLeft;
     if (InForce(validity) && validity.notAfter - now < int64_t{warnDays} * kDay)
         BMCCERT_DIAG(kLevelFailure,
                      "ACME:renewal failed %u times; the certificate in force expires in %lld "
@@ -110,8 +110,8 @@ uint32_t Enrol(const EnrollJob &job, SSLAcmeEnrollment &settings, SSLAcmeStatus 
     uint32_t result = RunOrder(*session, settings, orderUrl, keyBorn, chain);
     if (result == SSLCERT_OK) {
         TaskHandle install{};
-        result = LIB_SECURITY_SSL_ImportSignedCertPem(&job.origin, chain.data(),
-                                                      static_cast<uint32_t>(chain.size()), &install);
+        result = LIB_SECURITY_SSL_ImportSignedCertPem(
+            &job.origin, chain.data(), static_cast<uint32_t>(chain.size()), &install);
         uint32_t state = 0, installed = 0;
         if (result == SSLCERT_OK)
             result = LIB_SECURITY_SSL_WaitImportTask(install.TaskId, kInstallWaitMs, &state,
@@ -176,11 +176,10 @@ uint32_t StartEnrol(const LogOrigin &origin, uint32_t operation, TaskHandle &tas
         "Failed to regist task for the ACME enrolment, iRet=%d.\n",
         "Failed to create pthread for the ACME enrolment.\n",
     };
-    const sslcert::StartResult started =
-        sslcert::StartImportTask<EnrollJob>(kStart, task, [&](uint32_t taskId) {
-            return std::unique_ptr<EnrollJob>(
-                new (std::nothrow) EnrollJob{origin, taskId, operation});
-        });
+    const sslcert::StartResult started = sslcert::StartImportTask<
+        EnrollJob>(kStart, task, [&](uint32_t taskId) {
+        return std::unique_ptr<EnrollJob>(new (std::nothrow) EnrollJob{origin, taskId, operation});
+    });
     return started.failedAt == sslcert::StartStep::kStarted ? SSLCERT_OK : SSLCERT_EXT_ERR_TASK;
 }
 

@@ -30,13 +30,13 @@ constexpr auto kPollLimit = std::chrono::seconds(90);
 // A key authorisation served by the web server while it exists: written
 // 0644 before the challenge is answered, removed on every path.
 class ChallengeFile {
-public:
+  public:
     ChallengeFile(const std::string &token, std::string_view content) : token_(token) {
         const UniqueFd dir(::open(kAcmeChallengeDir, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-        UniqueFd file(dir.Valid() ? ::openat(dir.Get(), token.c_str(),
-                                             O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC,
-                                             0644)
-                                  : -1);
+        UniqueFd file(dir.Valid()
+                          ? ::openat(dir.Get(), token.c_str(),
+                                     O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644)
+                          : -1);
         written_ = file.Valid() && ::fchmod(file.Get(), 0644) == 0 &&
                    ::write(file.Get(), content.data(), content.size()) ==
                        static_cast<ssize_t>(content.size()) &&
@@ -50,7 +50,7 @@ public:
     ChallengeFile &operator=(const ChallengeFile &) = delete;
     [[nodiscard]] bool Written() const { return written_; }
 
-private:
+  private:
     std::string token_;
     bool written_ = false;
 };
@@ -59,9 +59,9 @@ private:
     JsonRef identifiers(json_array());
     for (uint32_t i = 0; i < request.uiAltNameCount && i < SSLCERT_EXT_MAX_ALT_NAMES; ++i) {
         const SSLCertAltName &name = request.astAltNames[i];
-        json_t *identifier = json_pack("{s:s, s:s}", "type",
-                                       name.uiType == SSLCERT_EXT_ALT_NAME_IP ? "ip" : "dns",
-                                       "value", name.szName);
+        json_t *identifier =
+            json_pack("{s:s, s:s}", "type", name.uiType == SSLCERT_EXT_ALT_NAME_IP ? "ip" : "dns",
+                      "value", name.szName);
         (void)json_array_append_new(identifiers.get(), identifier);
     }
     JsonRef payload(json_object());
@@ -148,8 +148,8 @@ uint32_t AwaitOrder(Session &session, const std::string &url, HttpResponse &resp
 // The request of a key born for this order, DER in base64url.
 uint32_t FinalizationRequest(const SSLCertRequest &request, std::string &csr) {
     auto pem = std::make_unique<char[]>(SSLCERT_EXT_CSR_PEM_SIZE);
-    if (const uint32_t made = LIB_SECURITY_SSL_GenerateCSR(&request, pem.get(),
-                                                           SSLCERT_EXT_CSR_PEM_SIZE);
+    if (const uint32_t made =
+            LIB_SECURITY_SSL_GenerateCSR(&request, pem.get(), SSLCERT_EXT_CSR_PEM_SIZE);
         made != SSLCERT_OK)
         return made;
     const UniquePtr<BIO> bio(BIO_new_mem_buf(pem.get(), -1));
@@ -181,14 +181,15 @@ uint32_t RunOrder(Session &session, const SSLAcmeEnrollment &settings, std::stri
     const std::optional<std::string> thumbprint = JwkThumbprint(session.Key());
     if (!thumbprint) return SSLCERT_EXT_ERR_ACME_KEY;
     for (const std::string &authorization : order.authorizations)
-        if (const uint32_t done = Authorize(session, authorization, *thumbprint); done != SSLCERT_OK)
+        if (const uint32_t done = Authorize(session, authorization, *thumbprint);
+            done != SSLCERT_OK)
             return done;
     std::string csr;
     keyBorn = true;
     if (const uint32_t made = FinalizationRequest(settings.stRequest, csr); made != SSLCERT_OK)
         return made;
-    if (const uint32_t finalized = session.Post(order.finalize, R"({"csr":")" + csr + R"("})",
-                                                response);
+    if (const uint32_t finalized =
+            session.Post(order.finalize, R"({"csr":")" + csr + R"("})", response);
         finalized != SSLCERT_OK)
         return finalized;
     if (ReadOrder(response.body, session.Origin(), order) != MessageError::kNone)

@@ -51,8 +51,8 @@ uint32_t Session::FreshNonce() {
     return SSLCERT_OK;
 }
 
-uint32_t Session::Post(const std::string &url, const std::string &payload,
-                       HttpResponse &response, size_t maxBody, bool byKey) {
+uint32_t Session::Post(const std::string &url, const std::string &payload, HttpResponse &response,
+                       size_t maxBody, bool byKey) {
     problem_ = {};
     for (int attempt = 1;; ++attempt) {
         if (nonce_.empty())
@@ -71,8 +71,9 @@ uint32_t Session::Post(const std::string &url, const std::string &payload,
         nonce_ = response.replayNonce; // every answer's nonce replaces the one kept
         if (response.status >= 200 && response.status < 300) return SSLCERT_OK;
         if (ReadProblem(response.body, problem_) != MessageError::kNone) {
-            BMCCERT_DIAG(kLevelHandling, "ACME:POST %s answered HTTP %ld without a problem "
-                                         "document.\n",
+            BMCCERT_DIAG(kLevelHandling,
+                         "ACME:POST %s answered HTTP %ld without a problem "
+                         "document.\n",
                          url.c_str(), response.status);
             return SSLCERT_EXT_ERR_ACME_MALFORMED;
         }

@@ -17,7 +17,7 @@
 namespace bmccert::acme {
 
 class Session {
-public:
+  public:
     Session(const HttpSettings &settings, EVP_PKEY *accountKey);
 
     // Fetches the directory; 0 or an ACME code.
@@ -38,7 +38,7 @@ public:
     // for the polls of one order.
     [[nodiscard]] static int64_t PollDelaySeconds(const HttpResponse &response);
 
-private:
+  private:
     [[nodiscard]] uint32_t FreshNonce();
 
     HttpClient client_;
@@ -53,8 +53,8 @@ private:
 
 // A session by the registered account, with the stored settings and key;
 // 0 or the code that prevents one.
-[[nodiscard]] uint32_t OpenAccountSession(const SSLAcmeStatus &status,
-                                          SSLAcmeEnrollment &settings, UniquePtr<EVP_PKEY> &key,
+[[nodiscard]] uint32_t OpenAccountSession(const SSLAcmeStatus &status, SSLAcmeEnrollment &settings,
+                                          UniquePtr<EVP_PKEY> &key,
                                           std::optional<Session> &session);
 
 // The code of a transport failure and of a server's problem document.

@@ -107,17 +107,19 @@ extern "C" uint32_t LIB_SECURITY_SSL_AcmeSetEnrollment(const SSLAcmeEnrollment *
     BMCCERT_CHECK_NULL(pstSettings, SSLCERT_ERR_NULL_POINTER);
     if (const uint32_t checked = CheckSettings(*pstSettings); checked != SSLCERT_OK) return checked;
     const std::string_view macKey =
-        pcEabMacKey == nullptr ? std::string_view() : std::string_view(pcEabMacKey, strnlen(pcEabMacKey, kMaxMacKeyText + 1));
+        pcEabMacKey == nullptr
+            ? std::string_view()
+            : std::string_view(pcEabMacKey, strnlen(pcEabMacKey, kMaxMacKeyText + 1));
     if (pcEabMacKey != nullptr && !macKey.empty()) {
         std::optional<std::string> decoded =
             macKey.size() <= kMaxMacKeyText ? DecodeMacKey(macKey) : std::nullopt;
         if (!decoded || decoded->empty()) return Refuse("EABKey is neither base64url nor Base64");
         OPENSSL_cleanse(decoded->data(), decoded->size());
     }
-    const std::string_view caPem = pcServerCaPem == nullptr
-                                       ? std::string_view()
-                                       : std::string_view(pcServerCaPem,
-                                                          strnlen(pcServerCaPem, kMaxCaPemBytes + 1));
+    const std::string_view caPem =
+        pcServerCaPem == nullptr
+            ? std::string_view()
+            : std::string_view(pcServerCaPem, strnlen(pcServerCaPem, kMaxCaPemBytes + 1));
     if (pcServerCaPem != nullptr && !caPem.empty() && !IsCaPem(caPem))
         return Refuse("the CA's root is not PEM certificates of at most 64 KiB");
     const AcmeLock lock;

@@ -47,9 +47,9 @@ bool LoadSettings(SSLAcmeEnrollment &settings) {
 
 bool StoreSettings(const SSLAcmeEnrollment &settings) {
     BMC_Db *db = DB_GetCurrentDb();
-    return db != nullptr && DB_PutInternal(__FILE_NAME__, __LINE__, db,
-                                           SSLCERT_EXT_ACME_SETTINGS_DB_KEY, sizeof settings,
-                                           &settings) == 0;
+    return db != nullptr &&
+           DB_PutInternal(__FILE_NAME__, __LINE__, db, SSLCERT_EXT_ACME_SETTINGS_DB_KEY,
+                          sizeof settings, &settings) == 0;
 }
 
 SSLAcmeStatus LoadStatus() {
@@ -68,9 +68,9 @@ bool StoreStatus(const SSLAcmeStatus &status) {
     SSLAcmeStatus stored = status;
     stored.ucHasEabKey = stored.ucHasServerCa = 0; // told by the files themselves
     BMC_Db *db = DB_GetCurrentDb();
-    return db != nullptr && DB_PutInternal(__FILE_NAME__, __LINE__, db,
-                                           SSLCERT_EXT_ACME_STATUS_DB_KEY, sizeof stored,
-                                           &stored) == 0;
+    return db != nullptr &&
+           DB_PutInternal(__FILE_NAME__, __LINE__, db, SSLCERT_EXT_ACME_STATUS_DB_KEY,
+                          sizeof stored, &stored) == 0;
 }
 
 bool WritePrivateFile(const char *path, std::string_view bytes) {

@@ -32,11 +32,11 @@ namespace bmccert::acme {
 // One enrolment or account change at a time, across processes; the lock
 // goes with the holder.
 class AcmeLock {
-public:
+  public:
     AcmeLock();
     [[nodiscard]] bool Held() const { return fd_.Valid(); }
 
-private:
+  private:
     UniqueFd fd_;
 };
 

@@ -37,8 +37,8 @@ TEST(AcmeSettings, RefusedWholeAndSecretsKept) {
         {"URI filling its field",
          [](SSLAcmeEnrollment &s) { std::memset(s.szServerUri, 'a', sizeof s.szServerUri); },
          nullptr, nullptr, SSLCERT_EXT_ERR_ACME_SETTING},
-        {"e-mail without @", [](SSLAcmeEnrollment &s) { std::strcpy(s.szEmail, "ops"); }, nullptr, nullptr,
-         SSLCERT_EXT_ERR_ACME_SETTING},
+        {"e-mail without @", [](SSLAcmeEnrollment &s) { std::strcpy(s.szEmail, "ops"); }, nullptr,
+         nullptr, SSLCERT_EXT_ERR_ACME_SETTING},
         {"key id with a line feed",
          [](SSLAcmeEnrollment &s) { std::strcpy(s.szEabKeyId, "kid\nx"); }, nullptr, nullptr,
          SSLCERT_EXT_ERR_ACME_SETTING},
@@ -75,7 +75,10 @@ TEST(AcmeSettings, RefusedWholeAndSecretsKept) {
 
     // Standard Base64 as the management schema gives it.
     const SSLAcmeEnrollment settings = GoodSettings();
-    ASSERT_EQ(LIB_SECURITY_SSL_AcmeSetEnrollment(&settings, "zWNDZM6eQGHWpSRTPal5eIUYFTu7EajVIoguysqZ9wG44nMEtx3MUAsUDkMTQ12W", nullptr), 0u);
+    ASSERT_EQ(
+        LIB_SECURITY_SSL_AcmeSetEnrollment(
+            &settings, "zWNDZM6eQGHWpSRTPal5eIUYFTu7EajVIoguysqZ9wG44nMEtx3MUAsUDkMTQ12W", nullptr),
+        0u);
     struct stat st {};
     ASSERT_EQ(stat("/conf/acme/eab.key", &st), 0);
     EXPECT_EQ(st.st_mode & 07777, 0600u);

@@ -99,13 +99,11 @@ int Status(bool json) {
             w.Key("next_attempt").String(TimeText(status.llNextAttempt));
         });
     return WriteResult(std::string("directory: ") + settings.szServerUri +
-                       "\nenabled: " + (settings.ucEnabled == 1 ? "yes" : "no") +
-                       "\naccount: " + AccountName(status.ucAccountState) + " " +
-                       status.szAccountUrl + "\nlast operation: " +
-                       OperationName(status.uiLastOperation) + ", " +
-                       CodeText(status.uiLastResult) + ", " +
-                       TimeText(status.llLastOperationTime) + "\nfailures: " +
-                       std::to_string(status.uiFailures) +
+                       "\nenabled: " + (settings.ucEnabled == 1 ? "yes" : "no") + "\naccount: " +
+                       AccountName(status.ucAccountState) + " " + status.szAccountUrl +
+                       "\nlast operation: " + OperationName(status.uiLastOperation) + ", " +
+                       CodeText(status.uiLastResult) + ", " + TimeText(status.llLastOperationTime) +
+                       "\nfailures: " + std::to_string(status.uiFailures) +
                        "\nnext renewal: " + TimeText(status.llNextRenewal) +
                        "\nnext attempt: " + TimeText(status.llNextAttempt) + "\n");
 }
@@ -131,7 +129,8 @@ int Register(const RegisterOptions &options, bool json) {
     std::string macKey, caPem;
     if (!options.eabKeyFile.empty() && !ReadText(options.eabKeyFile, macKey))
         return ReportFailure("cannot read " + options.eabKeyFile, SSLCERT_EXT_ERR_ACME_SETTING);
-    while (!macKey.empty() && (macKey.back() == '\n' || macKey.back() == '\r')) macKey.pop_back();
+    while (!macKey.empty() && (macKey.back() == '\n' || macKey.back() == '\r'))
+        macKey.pop_back();
     if (!options.caFile.empty() && !ReadText(options.caFile, caPem))
         return ReportFailure("cannot read " + options.caFile, SSLCERT_EXT_ERR_ACME_SETTING);
     uint32_t result = LIB_SECURITY_SSL_AcmeSetEnrollment(
@@ -161,8 +160,7 @@ int Renew(bool ifDue, bool json) {
                                   : LIB_SECURITY_SSL_AcmeEnroll(&origin, &task);
     if (result != SSLCERT_OK)
         return ReportFailure("no renewal started: " + ResultMeaning(result), result);
-    if (ifDue && started == 0)
-        return json ? Status(true) : WriteResult("not due\n");
+    if (ifDue && started == 0) return json ? Status(true) : WriteResult("not due\n");
     return FollowImport(task.TaskId, json, "ACME enrolment", 0);
 }
 
