@@ -8,10 +8,12 @@
 #include <cmath>
 #include <ctime>
 #include <memory>
+#include <optional>
 
 #include "acme/acme_order.h"
 #include "acme/acme_session.h"
 #include "acme/acme_store.h"
+#include "acme/messages.h"
 #include "acme/renewal_window.h"
 #include "acme/uniform_random.h"
 #include "frame/bounded_file.h"
@@ -44,21 +46,26 @@ struct Validity {
     int64_t notAfter = 0;
 };
 
-// The certificate in force: the first of the web server's file.
-[[nodiscard]] bool InForce(Validity &validity) {
+// The certificate in force: the first of the user certificate's file.
+[[nodiscard]] UniquePtr<X509> CertInForce() {
     const UniqueFd fd = OpenBounded(AT_FDCWD, kUserCertPath, kMaxCertFileBytes);
-    const UniquePtr<X509> cert = ParseCertificate(ReadAll(fd));
+    return ParseCertificate(ReadAll(fd));
+}
+
+[[nodiscard]] bool InForce(Validity &validity) {
+    const UniquePtr<X509> cert = CertInForce();
     return cert && Asn1Seconds(X509_get0_notBefore(cert.get()), validity.notBefore) &&
            Asn1Seconds(X509_get0_notAfter(cert.get()), validity.notAfter);
 }
 
-// When the certificate in force is due: fixed once per certificate, so
-// that every run of the timer agrees.
-int64_t DueTime(const SSLAcmeEnrollment &settings, const Validity &validity) {
+// When the certificate in force is due: fixed once per certificate (and
+// per window the CA gives), so that every run of the timer agrees.
+int64_t DueTime(const SSLAcmeEnrollment &settings, const Validity &validity,
+                std::optional<SuggestedWindow> window) {
     const double uniform = UniformRandom().value_or(0.5);
     const int64_t now = std::time(nullptr);
-    if (settings.uiRenewBeforeExpiryDays == 0)
-        return RenewalDueTime(validity.notBefore, validity.notAfter, now, std::nullopt, uniform);
+    if (settings.uiRenewBeforeExpiryDays == 0 || window)
+        return RenewalDueTime(validity.notBefore, validity.notAfter, now, window, uniform);
     const int64_t lifetime = std::max<int64_t>(validity.notAfter - validity.notBefore, 0);
     return validity.notAfter - int64_t{settings.uiRenewBeforeExpiryDays} * kDay -
            static_cast<int64_t>(uniform * static_cast<double>(lifetime) / 10.0);
@@ -91,7 +98,26 @@ void RecordFailure(const SSLAcmeEnrollment &settings, SSLAcmeStatus &status) {
                      status.uiFailures, static_cast<long long>((validity.notAfter - now) / 3600));
 }
 
-uint32_t Enrol(const EnrollJob &job, SSLAcmeEnrollment &settings, SSLAcmeStatus &status) {
+// The CA's renewal window for the certificate in force, where its directory
+// offers renewal information; the next time to ask goes into the state.
+std::optional<SuggestedWindow> AskWindow(Session &session, SSLAcmeStatus &status) {
+    if (session.Dir().renewalInfo.empty()) return std::nullopt;
+    const UniquePtr<X509> cert = CertInForce();
+    const std::optional<std::string> id = cert ? RenewalCertificateId(cert.get()) : std::nullopt;
+    if (!id) return std::nullopt;
+    HttpResponse response;
+    RenewalInfo info;
+    const bool answered = session.Get(session.Dir().renewalInfo + "/" + *id, response) ==
+                              SSLCERT_OK &&
+                          ReadRenewalInfo(response.body, info) == MessageError::kNone;
+    status.llRenewalInfoCheck =
+        std::time(nullptr) + RenewalInfoRecheckSeconds(response.retryAfterSeconds);
+    if (!answered) return std::nullopt; // an invalid window counts as none
+    return SuggestedWindow{info.windowStart, info.windowEnd};
+}
+
+uint32_t Enrol(const EnrollJob &job, SSLAcmeEnrollment &settings, SSLAcmeStatus &status,
+               std::optional<SuggestedWindow> &window) {
     // An order of a run that died is abandoned: its files and its key go.
     if (status.szOrderUrl[0] != '\0') {
         BMCCERT_DIAG(kLevelNotice, "ACME:the order %s of an earlier run is abandoned.\n",
@@ -107,7 +133,10 @@ uint32_t Enrol(const EnrollJob &job, SSLAcmeEnrollment &settings, SSLAcmeStatus 
         return opened;
     std::string orderUrl, chain;
     bool keyBorn = false;
-    uint32_t result = RunOrder(*session, settings, orderUrl, keyBorn, chain);
+    const UniquePtr<X509> replaced = CertInForce();
+    const std::string replaces =
+        replaced ? RenewalCertificateId(replaced.get()).value_or("") : std::string();
+    uint32_t result = RunOrder(*session, settings, replaces, orderUrl, keyBorn, chain);
     if (result == SSLCERT_OK) {
         TaskHandle install{};
         result = LIB_SECURITY_SSL_ImportSignedCertPem(
@@ -121,6 +150,7 @@ uint32_t Enrol(const EnrollJob &job, SSLAcmeEnrollment &settings, SSLAcmeStatus 
     }
     // A key born for an order that did not install must not stay behind.
     if (result != SSLCERT_OK && keyBorn) (void)LIB_SECURITY_SSL_DropPendingCSR();
+    if (result == SSLCERT_OK) window = AskWindow(*session, status);
     return result;
 }
 
@@ -133,7 +163,8 @@ void *EnrollThread(void *param) {
         if (lock.Held()) {
             SSLAcmeEnrollment settings;
             SSLAcmeStatus status = LoadStatus();
-            result = Enrol(*job, settings, status);
+            std::optional<SuggestedWindow> window;
+            result = Enrol(*job, settings, status, window);
             status.szOrderUrl[0] = '\0';
             status.uiLastOperation = job->operation;
             status.uiLastResult = result;
@@ -142,7 +173,8 @@ void *EnrollThread(void *param) {
             if (result == SSLCERT_OK) {
                 status.uiFailures = 0;
                 status.llNextAttempt = 0;
-                status.llNextRenewal = InForce(validity) ? DueTime(settings, validity) : 0;
+                status.llNextRenewal =
+                    InForce(validity) ? DueTime(settings, validity, window) : 0;
             } else {
                 RecordFailure(settings, status);
             }
@@ -156,6 +188,22 @@ void *EnrollThread(void *param) {
                                                        : "ACME enrolment failed");
     sslcert::TaskEnded(job->taskId, state, result);
     return nullptr;
+}
+
+// The CA's window asked again once its Retry-After has passed, and the due
+// time drawn anew inside it; a CA that cannot be asked leaves it as it was.
+void RedrawFromWindow(SSLAcmeEnrollment &settings, SSLAcmeStatus &status) {
+    const AcmeLock lock;
+    if (!lock.Held()) return;
+    status = LoadStatus();
+    UniquePtr<EVP_PKEY> key;
+    std::optional<Session> session;
+    Validity validity;
+    if (OpenAccountSession(status, settings, key, session) != SSLCERT_OK || !InForce(validity))
+        return;
+    if (const std::optional<SuggestedWindow> window = AskWindow(*session, status))
+        status.llNextRenewal = DueTime(settings, validity, window);
+    if (!StoreStatus(status)) BMCCERT_DIAG(kLevelFailure, "ACME:state not stored!\n");
 }
 
 uint32_t StartEnrol(const LogOrigin &origin, uint32_t operation, TaskHandle &task) {
@@ -204,8 +252,10 @@ extern "C" uint32_t LIB_SECURITY_SSL_AcmeRenewIfDue(const LogOrigin *pstLogOrigi
     *pucStarted = 0;
     SSLAcmeEnrollment settings;
     if (!LoadSettings(settings) || settings.ucEnabled != 1) return SSLCERT_OK;
-    const SSLAcmeStatus status = LoadStatus();
+    SSLAcmeStatus status = LoadStatus();
     const int64_t now = std::time(nullptr);
+    if (status.llRenewalInfoCheck != 0 && now >= status.llRenewalInfoCheck)
+        RedrawFromWindow(settings, status);
     // Never enrolled here: the certificate in force is not the CA's, due now.
     if (now < status.llNextAttempt || (status.llNextRenewal != 0 && now < status.llNextRenewal))
         return SSLCERT_OK;

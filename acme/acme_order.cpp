@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <thread>
@@ -55,7 +56,8 @@ class ChallengeFile {
     bool written_ = false;
 };
 
-[[nodiscard]] std::string NewOrderPayload(const SSLCertRequest &request) {
+[[nodiscard]] std::string NewOrderPayload(const SSLCertRequest &request,
+                                          const std::string &replaces) {
     JsonRef identifiers(json_array());
     for (uint32_t i = 0; i < request.uiAltNameCount && i < SSLCERT_EXT_MAX_ALT_NAMES; ++i) {
         const SSLCertAltName &name = request.astAltNames[i];
@@ -66,12 +68,29 @@ class ChallengeFile {
     }
     JsonRef payload(json_object());
     (void)json_object_set(payload.get(), "identifiers", identifiers.get());
+    if (!replaces.empty())
+        (void)json_object_set_new(payload.get(), "replaces", json_string(replaces.c_str()));
     return CompactText(payload.get()).value_or("");
 }
 
-void Pause(int64_t seconds) {
-    std::this_thread::sleep_for(std::chrono::seconds(seconds));
-}
+// The wait before the next poll: what the server asked for (Retry-After,
+// held to 1 to 10 s), else 50 ms doubling to 2 s, so that a CA that
+// validates at once is not kept waiting and a slow one is not hammered.
+class PollPacing {
+public:
+    void Wait(const HttpResponse &response) {
+        if (response.retryAfterSeconds) {
+            std::this_thread::sleep_for(
+                std::chrono::seconds(std::clamp<int64_t>(*response.retryAfterSeconds, 1, 10)));
+            return;
+        }
+        std::this_thread::sleep_for(next_);
+        next_ = std::min(next_ * 2, std::chrono::milliseconds(2000));
+    }
+
+private:
+    std::chrono::milliseconds next_{50};
+};
 
 // Answers the authorisation's http-01 challenge and waits for its end.
 uint32_t Authorize(Session &session, const std::string &url, const std::string &thumbprint) {
@@ -106,8 +125,9 @@ uint32_t Authorize(Session &session, const std::string &url, const std::string &
     if (const uint32_t answered = session.Post(http01->url, "{}", response); answered != SSLCERT_OK)
         return answered;
     const auto deadline = Clock::now() + kPollLimit;
+    PollPacing pacing;
     while (Clock::now() < deadline) {
-        Pause(Session::PollDelaySeconds(response));
+        pacing.Wait(response);
         if (const uint32_t got = session.Post(url, "", response); got != SSLCERT_OK) return got;
         if (ReadAuthorization(response.body, session.Origin(), authz) != MessageError::kNone)
             return SSLCERT_EXT_ERR_ACME_MALFORMED;
@@ -128,10 +148,11 @@ uint32_t Authorize(Session &session, const std::string &url, const std::string &
 uint32_t AwaitOrder(Session &session, const std::string &url, HttpResponse &response,
                     Order &order) {
     const auto deadline = Clock::now() + kPollLimit;
+    PollPacing pacing;
     while (order.status == OrderStatus::kProcessing || order.status == OrderStatus::kReady ||
            order.status == OrderStatus::kPending) {
         if (Clock::now() >= deadline) return SSLCERT_EXT_ERR_ACME_ORDER;
-        Pause(Session::PollDelaySeconds(response));
+        pacing.Wait(response);
         if (const uint32_t got = session.Post(url, "", response); got != SSLCERT_OK) return got;
         if (ReadOrder(response.body, session.Origin(), order) != MessageError::kNone)
             return SSLCERT_EXT_ERR_ACME_MALFORMED;
@@ -165,15 +186,20 @@ uint32_t FinalizationRequest(const SSLCertRequest &request, std::string &csr) {
 
 } // namespace
 
-uint32_t RunOrder(Session &session, const SSLAcmeEnrollment &settings, std::string &orderUrl,
-                  bool &keyBorn, std::string &chain) {
+uint32_t RunOrder(Session &session, const SSLAcmeEnrollment &settings,
+                  const std::string &replaces, std::string &orderUrl, bool &keyBorn,
+                  std::string &chain) {
     keyBorn = false;
     HttpResponse response;
     Order order{};
-    if (const uint32_t created =
-            session.Post(session.Dir().newOrder, NewOrderPayload(settings.stRequest), response);
-        created != SSLCERT_OK)
-        return created;
+    const bool replacing = !replaces.empty() && !session.Dir().renewalInfo.empty();
+    uint32_t created = session.Post(session.Dir().newOrder,
+                                    NewOrderPayload(settings.stRequest, replacing ? replaces : ""),
+                                    response);
+    if (created == SSLCERT_EXT_ERR_ACME_REFUSED && replacing) // the CA would not link them
+        created = session.Post(session.Dir().newOrder, NewOrderPayload(settings.stRequest, ""),
+                               response);
+    if (created != SSLCERT_OK) return created;
     if (ReadOrder(response.body, session.Origin(), order) != MessageError::kNone ||
         !OnOrigin(response.location, session.Origin()))
         return SSLCERT_EXT_ERR_ACME_MALFORMED;

@@ -84,8 +84,12 @@ uint32_t Session::Post(const std::string &url, const std::string &payload, HttpR
     }
 }
 
-int64_t Session::PollDelaySeconds(const HttpResponse &response) {
-    return std::clamp<int64_t>(response.retryAfterSeconds.value_or(1), 1, 10);
+uint32_t Session::Get(const std::string &url, HttpResponse &response) {
+    response = {};
+    if (const TransportError error = client_.Get(url, kMaxJsonBody, response);
+        error != TransportError::kNone)
+        return CodeOfTransport(error);
+    return response.status == 200 ? SSLCERT_OK : SSLCERT_EXT_ERR_ACME_REFUSED;
 }
 
 uint32_t CodeOfTransport(TransportError error) {

@@ -34,9 +34,8 @@ class Session {
                                 HttpResponse &response, size_t maxBody = kMaxJsonBody,
                                 bool byKey = false);
     [[nodiscard]] const Problem &LastProblem() const { return problem_; }
-    // What the server said to wait for, or the default; within [1, 10] s
-    // for the polls of one order.
-    [[nodiscard]] static int64_t PollDelaySeconds(const HttpResponse &response);
+    // An unauthenticated GET (renewal information); 0 for 200, else a code.
+    [[nodiscard]] uint32_t Get(const std::string &url, HttpResponse &response);
 
   private:
     [[nodiscard]] uint32_t FreshNonce();

@@ -780,12 +780,14 @@ typedef struct SSLAcmeStatus_s {
     int64_t llNextRenewal;     /* when renewal is due (0: no certificate the CA issued) */
     int64_t llNextAttempt;     /* no attempt before (the back-off after failures) */
     char szOrderUrl[SSLCERT_EXT_ACME_URL_SIZE]; /* the order in flight, or "" */
+    int64_t llRenewalInfoCheck; /* when the CA's renewal window is asked again (0: never asked) */
 } SSLAcmeStatus;
 BMCCERT_LAYOUT_ASSERT(AcmeStatus_state, offsetof(SSLAcmeStatus, ucAccountState) == 304);
 BMCCERT_LAYOUT_ASSERT(AcmeStatus_op, offsetof(SSLAcmeStatus, uiLastOperation) == 308);
 BMCCERT_LAYOUT_ASSERT(AcmeStatus_time, offsetof(SSLAcmeStatus, llLastOperationTime) == 320);
 BMCCERT_LAYOUT_ASSERT(AcmeStatus_order, offsetof(SSLAcmeStatus, szOrderUrl) == 344);
-BMCCERT_LAYOUT_ASSERT(AcmeStatus_size, sizeof(SSLAcmeStatus) == 600);
+BMCCERT_LAYOUT_ASSERT(AcmeStatus_check, offsetof(SSLAcmeStatus, llRenewalInfoCheck) == 600);
+BMCCERT_LAYOUT_ASSERT(AcmeStatus_size, sizeof(SSLAcmeStatus) == 608);
 
 /* Where the settings and the state are stored in the configuration database. */
 #define SSLCERT_EXT_ACME_SETTINGS_DB_KEY 0x22110300u
@@ -837,8 +839,12 @@ BMCCERT_API uint32_t LIB_SECURITY_SSL_AcmeRollKey(void);
 BMCCERT_API uint32_t LIB_SECURITY_SSL_AcmeEnroll(const LogOrigin *pstLogOrigin,
                                                  TaskHandle *pstTask);
 /*
- * What a timer runs: when enrolment is enabled and the certificate in
- * force is due for renewal (see SSLAcmeEnrollment) and no back-off holds,
+ * What a timer runs: where the CA offers renewal information (RFC 9773),
+ * its window for the certificate in force is asked again once the time
+ * it gave (Retry-After, held to one minute to a day) has passed, and the
+ * due time drawn anew inside it. When enrolment is enabled and the
+ * certificate in force is due for renewal (see SSLAcmeEnrollment) and no
+ * back-off holds,
  * starts LIB_SECURITY_SSL_AcmeEnroll and sets *pucStarted to 1; otherwise
  * 0 with *pucStarted 0. Results: those of LIB_SECURITY_SSL_AcmeEnroll.
  */

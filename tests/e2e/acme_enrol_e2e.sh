@@ -70,12 +70,18 @@ old=$(served_serial)
 "$tool" acme renew --if-due >>out.txt 2>&1
 check "after it, the timer's renew renews" serves_new "$old"
 
-# The CA goes away in the middle of an order (after its first requests,
-# while the controller waits for a validation).
+# The CA goes away in the middle of an order: a name not yet authorised
+# makes it validate, and pebble is frozen as soon as the challenge file is
+# written (its requests hang, then fail when the stop kills it).
 old=$(served_serial)
-"$tool" acme renew >stopped.txt 2>&1 &
+pebble=$(pgrep -x pebble)
+"$tool" "${order[@]}" --dns "b.$host" >stopped.txt 2>&1 &
 renewal=$!
-sleep 0.6
+for _ in $(seq 2000); do
+    [ -n "$(ls -A "$BMC_SIM_ACME_CHALLENGE_DIR")" ] && break
+    sleep 0.005
+done
+kill -STOP "$pebble"
 systemctl stop pebble.service
 wait "$renewal"
 check "an order cut off by the CA fails" test $? -ne 0
