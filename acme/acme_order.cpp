@@ -9,6 +9,7 @@
 #include <chrono>
 #include <memory>
 #include <thread>
+#include <vector>
 
 #include <jansson.h>
 #include <openssl/pem.h>
@@ -74,10 +75,10 @@ class ChallengeFile {
 }
 
 // The wait before the next poll: what the server asked for (Retry-After,
-// held to 1 to 10 s), else 50 ms doubling to 2 s, so that a CA that
+// held to 1 to 10 s), else 20 ms doubling to 2 s, so that a CA that
 // validates at once is not kept waiting and a slow one is not hammered.
 class PollPacing {
-public:
+  public:
     void Wait(const HttpResponse &response) {
         if (response.retryAfterSeconds) {
             std::this_thread::sleep_for(
@@ -88,12 +89,22 @@ public:
         next_ = std::min(next_ * 2, std::chrono::milliseconds(2000));
     }
 
-private:
-    std::chrono::milliseconds next_{50};
+  private:
+    std::chrono::milliseconds next_{20};
 };
 
-// Answers the authorisation's http-01 challenge and waits for its end.
-uint32_t Authorize(Session &session, const std::string &url, const std::string &thumbprint) {
+// An authorisation whose challenge has been answered: its file is served
+// until the authorisation ends.
+struct AnsweredAuthorization {
+    std::string url;
+    std::unique_ptr<ChallengeFile> file;
+    HttpResponse response; // the challenge's answer, for its Retry-After
+};
+
+// Answers the authorisation's http-01 challenge; nothing to wait for when
+// the CA reuses an authorisation that is already valid.
+uint32_t Answer(Session &session, const std::string &url, const std::string &thumbprint,
+                std::vector<AnsweredAuthorization> &answered) {
     HttpResponse response;
     Authorization authz{};
     if (const uint32_t got = session.Post(url, "", response); got != SSLCERT_OK) return got;
@@ -116,19 +127,27 @@ uint32_t Authorize(Session &session, const std::string &url, const std::string &
     }
     const std::optional<std::string> keyAuthorization = KeyAuthorization(http01->token, thumbprint);
     if (!keyAuthorization) return SSLCERT_EXT_ERR_ACME_TOKEN;
-    const ChallengeFile file(http01->token, *keyAuthorization);
-    if (!file.Written()) {
+    AnsweredAuthorization &pending =
+        answered.emplace_back(AnsweredAuthorization{url, nullptr, {}});
+    pending.file = std::make_unique<ChallengeFile>(http01->token, *keyAuthorization);
+    if (!pending.file->Written()) {
         BMCCERT_DIAG(kLevelFailure, "ACME:the challenge file could not be written in %s!\n",
                      kAcmeChallengeDir);
         return SSLCERT_EXT_ERR_ACME_CHALLENGE;
     }
-    if (const uint32_t answered = session.Post(http01->url, "{}", response); answered != SSLCERT_OK)
-        return answered;
+    return session.Post(http01->url, "{}", pending.response);
+}
+
+// Waits for an answered authorisation to end: 0 once it is valid.
+uint32_t AwaitValid(Session &session, AnsweredAuthorization &pending) {
     const auto deadline = Clock::now() + kPollLimit;
     PollPacing pacing;
+    HttpResponse &response = pending.response;
+    Authorization authz{};
     while (Clock::now() < deadline) {
         pacing.Wait(response);
-        if (const uint32_t got = session.Post(url, "", response); got != SSLCERT_OK) return got;
+        if (const uint32_t got = session.Post(pending.url, "", response); got != SSLCERT_OK)
+            return got;
         if (ReadAuthorization(response.body, session.Origin(), authz) != MessageError::kNone)
             return SSLCERT_EXT_ERR_ACME_MALFORMED;
         if (authz.status == AuthorizationStatus::kValid) return SSLCERT_OK;
@@ -142,6 +161,20 @@ uint32_t Authorize(Session &session, const std::string &url, const std::string &
         }
     }
     return SSLCERT_EXT_ERR_ACME_CHALLENGE;
+}
+
+// Every challenge is answered before any is awaited, so that the CA
+// validates them side by side; the files go when this returns.
+uint32_t Authorize(Session &session, const std::vector<std::string> &urls,
+                   const std::string &thumbprint) {
+    std::vector<AnsweredAuthorization> answered;
+    answered.reserve(urls.size());
+    for (const std::string &url : urls)
+        if (const uint32_t done = Answer(session, url, thumbprint, answered); done != SSLCERT_OK)
+            return done;
+    for (AnsweredAuthorization &pending : answered)
+        if (const uint32_t done = AwaitValid(session, pending); done != SSLCERT_OK) return done;
+    return SSLCERT_OK;
 }
 
 // The order, read again until it leaves "processing" (or "pending"/"ready").
@@ -206,10 +239,9 @@ uint32_t RunOrder(Session &session, const SSLAcmeEnrollment &settings,
     orderUrl = response.location;
     const std::optional<std::string> thumbprint = JwkThumbprint(session.Key());
     if (!thumbprint) return SSLCERT_EXT_ERR_ACME_KEY;
-    for (const std::string &authorization : order.authorizations)
-        if (const uint32_t done = Authorize(session, authorization, *thumbprint);
-            done != SSLCERT_OK)
-            return done;
+    if (const uint32_t done = Authorize(session, order.authorizations, *thumbprint);
+        done != SSLCERT_OK)
+        return done;
     std::string csr;
     keyBorn = true;
     if (const uint32_t made = FinalizationRequest(settings.stRequest, csr); made != SSLCERT_OK)

@@ -49,7 +49,7 @@ until_served() {  # OLD-SERIAL: returns once another certificate is served
 acme new >/dev/null
 "$bmccert" acme register --directory "$BMC_SIM_ACME_DIRECTORY" --email "ops@$host" --agree-tos \
     --ca-file "$BMC_SIM_ACME_TLS_CA" >/dev/null
-: >"$work/uacme" && : >"$work/library"
+: >"$work/t-uacme" && : >"$work/t-library"
 echo "run  uacme+install-signed  acme-order   (ms, until served)"
 for run in $(seq "$runs"); do
     # Nothing to keep: uacme would name the copy of the certificate it
@@ -67,10 +67,10 @@ for run in $(seq "$runs"); do
     "$bmccert" acme order "${subject[@]}" >/dev/null
     until_served "$old"
     t3=$(now_ms)
-    echo "$((t1 - t0))" >>"$work/uacme"
-    echo "$((t3 - t2))" >>"$work/library"
+    echo "$((t1 - t0))" >>"$work/t-uacme"
+    echo "$((t3 - t2))" >>"$work/t-library"
     printf '%3d %21d %11d\n' "$run" "$((t1 - t0))" "$((t3 - t2))"
 done
-base=$(median <"$work/uacme") ours=$(median <"$work/library")
+base=$(median <"$work/t-uacme") ours=$(median <"$work/t-library")
 printf 'median %17s %11s\n' "$base" "$ours"
 awk -v b="$base" -v o="$ours" 'BEGIN { printf "ratio acme-order / (uacme + install-signed): %.2f\n", o / b }'
