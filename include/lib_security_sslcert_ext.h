@@ -461,6 +461,7 @@ BMCCERT_API uint32_t LIB_SECURITY_SSL_RecoverInstallation(uint8_t bRestartServic
 #define SSLCERT_EXT_FINDING_ROOT_RECORD     13u /* a trusted root's record names no usable file */
 #define SSLCERT_EXT_FINDING_CLIENT_RECORD   14u /* a client certificate's record names no usable file */
 #define SSLCERT_EXT_FINDING_REVOCATION      15u /* how revocation is checked; a root's list out of date */
+#define SSLCERT_EXT_FINDING_ENROLMENT       16u /* ACME renewal: when next, how the last attempt went */
 
 /* One finding. Texts always end inside their fields; a text longer than
  * its field ends in "..." there. iDaysLeft is set for the validity kinds
@@ -510,9 +511,12 @@ BMCCERT_LAYOUT_ASSERT(HealthProbe_size, sizeof(SSLHealthProbe) == 12);
  * defaults); the installed pair and combined file; key, signature, names
  * (the common name and the controller's host name among the alternative
  * names); days left of it, of every file of /conf/certs/root and of
- * /conf/certs/client; and a fault for every root or client record whose
- * file name leaves its directory or names no readable certificate. Reads only public parts; writes nothing; starts no
- * process. Blocks at most twice the probe's time.
+ * /conf/certs/client; a fault for every root or client record whose
+ * file name leaves its directory or names no readable certificate; how
+ * revocation is checked; and, where the certificate comes from an ACME CA,
+ * the next renewal and the last attempt's result (a warning while it
+ * fails). Reads only public parts; writes nothing; starts no process.
+ * Blocks at most twice the probe's time.
  * Results: 0 (the record tells the rest); SSLCERT_ERR_NULL_POINTER.
  */
 BMCCERT_API uint32_t LIB_SECURITY_SSL_CheckHealth(const SSLHealthProbe *pstProbe,

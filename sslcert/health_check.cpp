@@ -12,7 +12,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <memory>
 #include <string>
 #include <vector>
@@ -321,6 +323,51 @@ void CheckRevocation(SSLHealthRecord &record) {
     }
 }
 
+std::string UtcText(int64_t seconds) {
+    const auto clock = static_cast<time_t>(seconds);
+    struct tm parts {};
+    char text[32] = {};
+    if (gmtime_r(&clock, &parts) == nullptr ||
+        std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts) == 0)
+        return "?";
+    return text;
+}
+
+// Where the certificate comes from an ACME CA: when it is renewed next
+// and how the last attempt went; a failing renewal is a warning.
+void CheckEnrolment(SSLHealthRecord &record) {
+    auto settings = std::make_unique<SSLAcmeEnrollment>();
+    auto status = std::make_unique<SSLAcmeStatus>();
+    if (LIB_SECURITY_SSL_AcmeGetEnrollment(settings.get(), status.get()) != 0) return;
+    const bool ordering = status->uiLastOperation == SSLCERT_EXT_ACME_OP_ENROLL ||
+                          status->uiLastOperation == SSLCERT_EXT_ACME_OP_RENEW;
+    if (settings->ucEnabled != 1 && status->llNextRenewal == 0 && !ordering) return;
+    Finding finding{SSLCERT_EXT_SEVERITY_OK, SSLCERT_EXT_FINDING_ENROLMENT, "enrolment", ""};
+    std::string &text = finding.text;
+    if (settings->ucEnabled != 1)
+        text = "automatic renewal is off";
+    else if (status->ucAccountState != SSLCERT_EXT_ACME_ACCOUNT_VALID)
+        text = "automatic renewal is on but no account is registered with the CA";
+    else
+        text = status->llNextRenewal != 0 ? "next renewal " + UtcText(status->llNextRenewal)
+                                          : "renewal due now (no certificate from the CA)";
+    if (ordering) {
+        char result[16];
+        (void)std::snprintf(result, sizeof result, "0x%08X", status->uiLastResult);
+        const bool failed = status->uiLastResult != 0;
+        text += "; last attempt " + UtcText(status->llLastOperationTime) +
+                (failed ? " failed (" + std::string(result) + ", " +
+                              std::to_string(status->uiFailures) + " in a row)"
+                        : " succeeded");
+        if (failed && status->llNextAttempt != 0)
+            text += "; next attempt after " + UtcText(status->llNextAttempt);
+        if (failed) finding.severity = SSLCERT_EXT_SEVERITY_WARNING;
+    }
+    if (settings->ucEnabled == 1 && status->ucAccountState != SSLCERT_EXT_ACME_ACCOUNT_VALID)
+        finding.severity = SSLCERT_EXT_SEVERITY_WARNING;
+    Add(record, finding);
+}
+
 std::string HostName() {
     char name[256] = {};
     if (::gethostname(name, sizeof name - 1) != 0) return {};
@@ -344,6 +391,7 @@ void Check(const SSLHealthProbe *probe, SSLHealthRecord &record) {
     CheckDirectory(SSLCERT_EXT_FINDING_CLIENT_VALIDITY, kClientCertDir, record);
     CheckRecords(record);
     CheckRevocation(record);
+    CheckEnrolment(record);
     ERR_clear_error();
 }
 

@@ -60,6 +60,7 @@ old=$(served_serial)
 check "an order validated over plain HTTP is installed" test $? -eq 0
 check "the web server serves it, verified by name against pebble's root" serves_new "$old"
 check "no challenge file is left" test -z "$(ls -A "$BMC_SIM_ACME_CHALLENGE_DIR")"
+check "the health check shows the next renewal" bash -c "'$tool' check | grep -q '^ok      enrolment: next renewal 20.*; last attempt .* succeeded$'"
 
 "$tool" acme renew --if-due >renew.txt 2>&1
 check "renew --if-due before the due time does nothing" grep -qx "not due" renew.txt
@@ -89,6 +90,7 @@ check "... with the old certificate served" test "$(served_serial)" = "$old"
 check "... no challenge file left" test -z "$(ls -A "$BMC_SIM_ACME_CHALLENGE_DIR")"
 check "... no pending key left" bash -c "! '$tool' csr --show >/dev/null 2>&1"
 check "... and the failure counted with a back-off" test "$(field failures)" = 1
+check "... and warned of by the health check" bash -c "'$tool' check | grep -q '^warning enrolment: .* failed (0x8A0000.., 1 in a row); next attempt after '"
 systemctl start pebble.service && . /var/lib/bmc-sim/services.env
 # A started pebble forgets its accounts and makes a new root.
 register "$BMC_SIM_ACME_EAB_KEY_FILE" >>out.txt 2>&1
