@@ -5,7 +5,8 @@
 # reusing every authorisation: registration with external account binding
 # (a wrong MAC key refused, the key never shown), an order for a name and
 # an address validated over plain HTTP against the web server and
-# installed, `renew --if-due` not before the due time and renewing after
+# installed (both services verified by s_client, the web server by curl,
+# the health record's renewal line), `renew --if-due` not before the due time and renewing after
 # it, the CA stopped in the middle of an order (the old certificate
 # served, nothing left behind, a clean retry), the key's rollover and the
 # account's deactivation.
@@ -25,9 +26,11 @@ served_serial() {
     timeout 10 openssl s_client -connect "127.0.0.1:$BMC_SIM_HTTPS_PORT" </dev/null 2>/dev/null |
         openssl x509 -noout -serial 2>/dev/null
 }
-verifies() {
-    timeout 10 openssl s_client -connect "127.0.0.1:$BMC_SIM_HTTPS_PORT" -verify_return_error \
-        -CAfile "$BMC_SIM_ACME_ROOT" -verify_hostname "$host" </dev/null 2>&1 |
+# A verified handshake, judged by the verification's own line (the tunnel
+# may reset the connection once the handshake is done).
+verifies() {  # [PORT [s_client options]]: by name against pebble's root
+    timeout 10 openssl s_client -connect "127.0.0.1:${1:-$BMC_SIM_HTTPS_PORT}" -verify_return_error \
+        -CAfile "$BMC_SIM_ACME_ROOT" -verify_hostname "$host" "${@:2}" </dev/null 2>&1 |
         grep -q '^Verify return code: 0 (ok)$'
 }
 serves_new() {  # OLD-SERIAL: the web server serves another certificate within seconds
@@ -59,6 +62,9 @@ old=$(served_serial)
 "$tool" "${order[@]}" >>out.txt 2>&1
 check "an order validated over plain HTTP is installed" test $? -eq 0
 check "the web server serves it, verified by name against pebble's root" serves_new "$old"
+check "... and the tunnel, by name and by address" verifies "$BMC_SIM_TUNNEL_PORT" -verify_ip 127.0.0.1
+check "... and curl verifies the web server by name" curl -s -o /dev/null --max-time 10 \
+    --cacert "$BMC_SIM_ACME_ROOT" --resolve "$host:$BMC_SIM_HTTPS_PORT:127.0.0.1" "https://$host:$BMC_SIM_HTTPS_PORT/"
 check "no challenge file is left" test -z "$(ls -A "$BMC_SIM_ACME_CHALLENGE_DIR")"
 check "the health check shows the next renewal" bash -c "'$tool' check | grep -q '^ok      enrolment: next renewal 20.*; last attempt .* succeeded$'"
 
