@@ -34,7 +34,8 @@ SSLCertGenParam GenRequest(uint32_t keyLength);
 // wait for, read again until it is that text or 10 s have passed.
 std::string ServicesLog(const std::string &awaited = "");
 
-// A task's state once it has left state 0, or as it stands after 30 s.
+// A task's state once it has left state 0 and its thread has ended, or as
+// it stands after 30 s.
 BMCSIM_TaskState AwaitTask(uint32_t taskId);
 
 // A file's permission bits; a file that is missing fails the test.

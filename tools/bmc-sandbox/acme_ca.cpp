@@ -58,8 +58,9 @@ bool make_acme_tls(std::string &why) {
     }
     const std::string ca_key = acme_file("tls-ca.key");
     // clang-format off
+    // The machine's own tool: a target's older one on PATH lacks req -CA.
     const std::vector<std::string> new_ec_pair{
-        "openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256",
+        "/usr/bin/openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256",
         "-nodes", "-days", "7"};
     const std::vector<std::string> authority{
         "-subj", "/CN=bmc-sandbox ACME listener authority",
