@@ -191,7 +191,8 @@ void *EnrollThread(void *param) {
 }
 
 // The CA's window asked again once its Retry-After has passed, and the due
-// time drawn anew inside it; a CA that cannot be asked leaves it as it was.
+// time drawn anew inside it; a CA that cannot be asked leaves it as it was
+// and is asked again after the default pause, not at every run of a timer.
 void RedrawFromWindow(SSLAcmeEnrollment &settings, SSLAcmeStatus &status) {
     const AcmeLock lock;
     if (!lock.Held()) return;
@@ -200,8 +201,9 @@ void RedrawFromWindow(SSLAcmeEnrollment &settings, SSLAcmeStatus &status) {
     std::optional<Session> session;
     Validity validity;
     if (OpenAccountSession(status, settings, key, session) != SSLCERT_OK || !InForce(validity))
-        return;
-    if (const std::optional<SuggestedWindow> window = AskWindow(*session, status))
+        status.llRenewalInfoCheck =
+            std::time(nullptr) + RenewalInfoRecheckSeconds(std::nullopt);
+    else if (const std::optional<SuggestedWindow> window = AskWindow(*session, status))
         status.llNextRenewal = DueTime(settings, validity, window);
     if (!StoreStatus(status)) BMCCERT_DIAG(kLevelFailure, "ACME:state not stored!\n");
 }
