@@ -6,9 +6,9 @@ set -u
 sandbox=$1 root=$2
 shift 2
 missed=()
-for spec in "$@"; do
-    binary=${spec%%:*} option=
-    [[ $spec == *:* ]] && option=${spec#*:}
+for entry in "$@"; do
+    binary=${entry%%:*} option=
+    [[ $entry == *:* ]] && option=${entry#*:}
     name=$(basename "$binary")
     "$sandbox" --fresh $option "$root/$name" -- "$binary" || missed+=("$name")
 done
