@@ -2,6 +2,7 @@
 // library's refusal of a signed answer and the tool's details of it.
 #pragma once
 
+#include <cstdint>
 #include <ctime>
 #include <string>
 
@@ -22,12 +23,16 @@ namespace bmccert {
     return when != nullptr && ASN1_TIME_to_tm(when, &parts) == 1 ? UtcText(parts) : "unreadable";
 }
 
+// A time as the controller's records keep it: seconds since 1970.
+[[nodiscard]] inline std::string UtcText(int64_t seconds) {
+    const auto when = static_cast<std::time_t>(seconds);
+    std::tm parts{};
+    return gmtime_r(&when, &parts) != nullptr ? UtcText(parts) : "?";
+}
+
 // The controller's clock now.
 [[nodiscard]] inline std::string UtcNowText() {
-    const std::time_t now = std::time(nullptr);
-    std::tm clock{};
-    (void)gmtime_r(&now, &clock);
-    return UtcText(clock);
+    return UtcText(static_cast<int64_t>(std::time(nullptr)));
 }
 
 // "RSA 1024 bits", "EC 256 bits" (EC by its curve's order).

@@ -14,12 +14,12 @@
 #include <array>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "frame/bounded_file.h"
+#include "frame/cert_texts.h"
 #include "frame/cert_type_names.h"
 #include "frame/record_file_name.h"
 #include "frame/unique_fd.h"
@@ -60,6 +60,12 @@ std::string ReadText(const char *path) {
     return ReadAll(OpenBounded(AT_FDCWD, path));
 }
 
+std::string CodeText(uint32_t code) {
+    char text[16];
+    (void)std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(code));
+    return text;
+}
+
 struct InForce {
     UniquePtr<X509> cert;
     std::string certPath;
@@ -82,10 +88,8 @@ InForce FindInForce(SSLHealthRecord &record) {
     const uint32_t result = LIB_SECURITY_GetSSLCertKeyPath(found.type, sizeof paths.cert,
                                                            sizeof paths.key, paths.cert, paths.key);
     if (result != SSLCERT_OK) {
-        char code[16];
-        (void)std::snprintf(code, sizeof code, "0x%08X", static_cast<unsigned>(result));
         Add(record, {SSLCERT_EXT_SEVERITY_FAULT, kKind, "certificate",
-                     "no paths for type " + std::to_string(found.type) + ": " + code});
+                     "no paths for type " + std::to_string(found.type) + ": " + CodeText(result)});
         return found;
     }
     found.certPath = paths.cert;
@@ -323,16 +327,6 @@ void CheckRevocation(SSLHealthRecord &record) {
     }
 }
 
-std::string UtcText(int64_t seconds) {
-    const auto clock = static_cast<time_t>(seconds);
-    struct tm parts {};
-    char text[32] = {};
-    if (gmtime_r(&clock, &parts) == nullptr ||
-        std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts) == 0)
-        return "?";
-    return text;
-}
-
 // Where the certificate comes from an ACME CA: when it is renewed next
 // and how the last attempt went; a failing renewal is a warning.
 void CheckEnrolment(SSLHealthRecord &record) {
@@ -352,11 +346,9 @@ void CheckEnrolment(SSLHealthRecord &record) {
         text = status->llNextRenewal != 0 ? "next renewal " + UtcText(status->llNextRenewal)
                                           : "renewal due now (no certificate from the CA)";
     if (ordering) {
-        char result[16];
-        (void)std::snprintf(result, sizeof result, "0x%08X", status->uiLastResult);
         const bool failed = status->uiLastResult != 0;
         text += "; last attempt " + UtcText(status->llLastOperationTime) +
-                (failed ? " failed (" + std::string(result) + ", " +
+                (failed ? " failed (" + CodeText(status->uiLastResult) + ", " +
                               std::to_string(status->uiFailures) + " in a row)"
                         : " succeeded");
         if (failed && status->llNextAttempt != 0)

@@ -9,6 +9,7 @@
 
 #include "commands.h"
 #include "csr_request.h"
+#include "info_format.h"
 #include "lib_security_sslcert_ext.h"
 #include "output.h"
 #include "result_codes.h"
@@ -17,17 +18,6 @@
 
 namespace bmccert::cli {
 namespace {
-
-std::string TimeText(int64_t seconds) {
-    if (seconds == 0) return "none";
-    const std::time_t when = static_cast<std::time_t>(seconds);
-    std::tm parts{};
-    char text[32] = {};
-    if (gmtime_r(&when, &parts) == nullptr ||
-        std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts) == 0)
-        return std::to_string(seconds);
-    return text;
-}
 
 std::string CodeText(uint32_t code) {
     char hex[16];
@@ -93,19 +83,19 @@ int Status(bool json) {
             w.Key("key_thumbprint").String(status.szKeyThumbprint);
             w.Key("last_operation").String(OperationName(status.uiLastOperation));
             w.Key("last_result").String(CodeText(status.uiLastResult));
-            w.Key("last_operation_time").String(TimeText(status.llLastOperationTime));
+            w.Key("last_operation_time").String(IsoTimeText(status.llLastOperationTime));
             w.Key("failures").Uint(status.uiFailures);
-            w.Key("next_renewal").String(TimeText(status.llNextRenewal));
-            w.Key("next_attempt").String(TimeText(status.llNextAttempt));
+            w.Key("next_renewal").String(IsoTimeText(status.llNextRenewal));
+            w.Key("next_attempt").String(IsoTimeText(status.llNextAttempt));
         });
     return WriteResult(std::string("directory: ") + settings.szServerUri +
                        "\nenabled: " + (settings.ucEnabled == 1 ? "yes" : "no") + "\naccount: " +
                        AccountName(status.ucAccountState) + " " + status.szAccountUrl +
                        "\nlast operation: " + OperationName(status.uiLastOperation) + ", " +
-                       CodeText(status.uiLastResult) + ", " + TimeText(status.llLastOperationTime) +
+                       CodeText(status.uiLastResult) + ", " + IsoTimeText(status.llLastOperationTime) +
                        "\nfailures: " + std::to_string(status.uiFailures) +
-                       "\nnext renewal: " + TimeText(status.llNextRenewal) +
-                       "\nnext attempt: " + TimeText(status.llNextAttempt) + "\n");
+                       "\nnext renewal: " + IsoTimeText(status.llNextRenewal) +
+                       "\nnext attempt: " + IsoTimeText(status.llNextAttempt) + "\n");
 }
 
 struct RegisterOptions {

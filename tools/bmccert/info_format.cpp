@@ -202,4 +202,15 @@ std::string FormatRequestJson(const SSLCertRequest &request, std::string_view pe
     return json.Text() + '\n';
 }
 
+std::string IsoTimeText(int64_t seconds) {
+    if (seconds == 0) return "none";
+    const auto when = static_cast<std::time_t>(seconds);
+    std::tm parts{};
+    char text[32] = {};
+    if (gmtime_r(&when, &parts) == nullptr ||
+        std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts) == 0)
+        return std::to_string(seconds);
+    return text;
+}
+
 } // namespace bmccert::cli

@@ -34,4 +34,8 @@ namespace bmccert::cli {
 // {"type":"dns"|"ip","name":...} and, when pem is not empty, "pem".
 [[nodiscard]] std::string FormatRequestJson(const SSLCertRequest &request, std::string_view pem);
 
+// A time of the library's records (seconds since 1970) as
+// "2026-11-25T07:11:40Z"; "none" for 0.
+[[nodiscard]] std::string IsoTimeText(int64_t seconds);
+
 } // namespace bmccert::cli

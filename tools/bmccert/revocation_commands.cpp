@@ -8,6 +8,7 @@
 #include "output.h"
 #include "result_codes.h"
 #include "answer_leaf.h"
+#include "info_format.h"
 
 namespace bmccert::cli {
 namespace {
@@ -25,17 +26,6 @@ std::string NameOf(const std::map<std::string, uint32_t> &names, uint32_t value)
     return std::to_string(value);
 }
 
-std::string DateText(int64_t seconds) {
-    if (seconds == 0) return "none";
-    const std::time_t when = static_cast<std::time_t>(seconds);
-    std::tm parts{};
-    char text[32] = {};
-    if (gmtime_r(&when, &parts) == nullptr ||
-        std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts) == 0)
-        return std::to_string(seconds);
-    return text;
-}
-
 bool ReadState(SSLRevocationState &state, int &status) {
     const uint32_t result = LIB_SECURITY_SSL_GetRevocationState(&state);
     if (result == SSLCERT_OK) return true;
@@ -48,8 +38,8 @@ int ShowLists(const SSLRevocationState &state) {
     for (uint32_t i = 0; i < state.uiCrlCount; ++i) {
         const SSLCrlSummary &crl = state.astCrl[i];
         text += "root " + std::to_string(crl.uiRootCertId) + ": " + std::to_string(crl.uiEntries) +
-                " revoked, issued " + DateText(crl.llLastUpdate) + ", next update " +
-                DateText(crl.llNextUpdate) + "\n";
+                " revoked, issued " + IsoTimeText(crl.llLastUpdate) + ", next update " +
+                IsoTimeText(crl.llNextUpdate) + "\n";
     }
     return WriteResult(text.empty() ? "no revocation list installed\n" : text);
 }
